@@ -1,0 +1,18 @@
+/* keli demonstration: builds synthetic images in memory, runs every family of the library on
+ * them as an application would, writes the results as PNG files and prints what ran. */
+#include <stdio.h>
+#include <sys/stat.h>
+
+#include "demo.h"
+
+int main(int argc, char** argv)
+{
+    Demo d = {argc > 1 ? argv[1] : "demo-output", 512, 384, 0};
+    const KelLibraryVersion* v = keliGetLibVersion();
+    mkdir(d.outDir, 0755);
+    printf("%s %s, images %dx%d, output in %s/\n\n", v->Name, v->Version, d.width, d.height, d.outDir);
+    printf("  %-34s %6s   %9s\n", "function", "status", "Mpixel/s");
+    demo_frame(&d);
+    printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
+    return d.failures ? 1 : 0;
+}

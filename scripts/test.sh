@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds everything and runs all tests. With --sanitize, the same suite under
+# AddressSanitizer and UndefinedBehaviorSanitizer in a separate build folder.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+build=build
+flags=()
+if [ "${1:-}" = --sanitize ]; then
+  build=build-sanitize
+  flags=(-DKELI_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo)
+fi
+cmake -S . -B "$build" -G Ninja "${flags[@]}" > /dev/null
+cmake --build "$build"
+cd "$build"
+ctest --output-on-failure
