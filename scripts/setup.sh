@@ -4,7 +4,7 @@
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config python3 libgtest-dev libpng-dev)
 if [ "${1:-}" = bench ]; then
-  packages+=(libbenchmark-dev libopencv-dev libfftw3-dev)
+  packages+=(libbenchmark-dev libopencv-dev libfftw3-dev python3-matplotlib)
 fi
 missing=()
 for p in "${packages[@]}"; do

@@ -1,0 +1,144 @@
+#include "common/bench.hpp"
+
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+
+namespace bench {
+namespace {
+
+struct ImageSet {
+    Size size{};
+    int channels = 0, elementBytes = 0, cvDepth = 0, count = 0;
+    Fill fill{};
+    std::vector<Image> images;
+
+    bool matches(Size s, int c, int e, int d, Fill f, int n) const
+    {
+        return size.width == s.width && size.height == s.height && channels == c && elementBytes == e &&
+               cvDepth == d && fill == f && count == n;
+    }
+    void release()
+    {
+        for (Image& im : images) std::free(im.data);
+        images.clear();
+    }
+    ~ImageSet() { release(); }
+};
+
+// xorshift64*: fast enough to fill a few hundred megabytes without slowing the run down.
+struct Random {
+    std::uint64_t state;
+    std::uint64_t next()
+    {
+        state ^= state >> 12;
+        state ^= state << 25;
+        state ^= state >> 27;
+        return state * 0x2545F4914F6CDD1Dull;
+    }
+};
+
+template <class T> void fill_ints(Image& im, Random& r)
+{
+    for (int y = 0; y < im.size.height; ++y) {
+        T* p = reinterpret_cast<T*>(im.row(y));
+        for (int i = 0; i < im.size.width * im.channels; ++i) p[i] = static_cast<T>(r.next() >> 17);
+    }
+}
+
+// Values in (-1000, 1000) with a non-zero integer part now and then: finite, normal, both signs.
+template <class T> void fill_floats(Image& im, Random& r)
+{
+    for (int y = 0; y < im.size.height; ++y) {
+        T* p = reinterpret_cast<T*>(im.row(y));
+        for (int i = 0; i < im.size.width * im.channels; ++i)
+            p[i] = static_cast<T>((static_cast<double>(r.next() >> 11) / 9007199254740992.0 - 0.5) * 2000.0 + 0.25);
+    }
+}
+
+void fill_image(Image& im, Fill f, Random& r)
+{
+    switch (f) {
+    case Fill::Int8u: fill_ints<std::uint8_t>(im, r); break;
+    case Fill::Int8s: fill_ints<std::int8_t>(im, r); break;
+    case Fill::Int16u: fill_ints<std::uint16_t>(im, r); break;
+    case Fill::Int16s: fill_ints<std::int16_t>(im, r); break;
+    case Fill::Int32s: fill_ints<std::int32_t>(im, r); break;
+    case Fill::Float32: fill_floats<float>(im, r); break;
+    case Fill::Float64: fill_floats<double>(im, r); break;
+    }
+}
+
+ImageSet& current_set()
+{
+    static ImageSet set;
+    return set;
+}
+
+void run(benchmark::State& state, const Setup& setup, Size s, int bytesPerPixel)
+{
+    const Call call = setup(s);
+    // One untimed call: it checks the status and warms the caches like the calls that follow.
+    if (int status = call(); status < 0) {
+        state.SkipWithError(("status " + std::to_string(status)).c_str());
+        return;
+    }
+    for (auto _ : state) {
+        int status = call();
+        benchmark::DoNotOptimize(status);
+        benchmark::ClobberMemory();
+    }
+    const std::int64_t pixels = std::int64_t(s.width) * s.height;
+    state.SetItemsProcessed(state.iterations() * pixels);
+    if (bytesPerPixel > 0) state.SetBytesProcessed(state.iterations() * pixels * bytesPerPixel);
+    state.counters["pixels"] = benchmark::Counter(double(pixels));
+}
+
+void add(const std::string& prefix, int bytesPerPixel, const Setup& setup)
+{
+    for (Size s : kSizes)
+        benchmark::RegisterBenchmark((prefix + "/" + size_name(s)).c_str(),
+                                     [setup, s, bytesPerPixel](benchmark::State& st) { run(st, setup, s, bytesPerPixel); });
+}
+
+}  // namespace
+
+const std::vector<Image>& images(Size s, int channels, int elementBytes, int cvDepth, Fill fill, int count)
+{
+    ImageSet& set = current_set();
+    if (set.matches(s, channels, elementBytes, cvDepth, fill, count)) return set.images;
+    set.release();
+    set.size = s;
+    set.channels = channels;
+    set.elementBytes = elementBytes;
+    set.cvDepth = cvDepth;
+    set.fill = fill;
+    set.count = count;
+    const int step = (s.width * channels * elementBytes + 63) & ~63;
+    Random r{0x9E3779B97F4A7C15ull};
+    for (int i = 0; i < count; ++i) {
+        Image im;
+        im.data = std::aligned_alloc(64, std::size_t(step) * s.height);
+        if (!im.data) std::abort();
+        im.step = step;
+        im.size = s;
+        im.channels = channels;
+        im.elementBytes = elementBytes;
+        im.cvDepth = cvDepth;
+        fill_image(im, fill, r);
+        set.images.push_back(im);
+    }
+    return set.images;
+}
+
+void keli(const std::string& exportName, int bytesPerPixel, Setup setup)
+{
+    add(exportName, bytesPerPixel, setup);
+}
+
+void peer(const std::string& peerName, const std::string& exportName, int bytesPerPixel, Setup setup)
+{
+    add(peerName + "/" + exportName, bytesPerPixel, setup);
+}
+
+}  // namespace bench
