@@ -135,6 +135,16 @@ def fmt_rate(keli, field, unit):
     return "–" if v is None else "%.0f" % (v / unit)
 
 
+def fmt_time(keli):
+    if not keli or keli.get("error"):
+        return "–"
+    ns = keli["ns"]
+    for unit, scale in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+        if ns >= scale:
+            return "%.3g %s" % (ns / scale, unit)
+    return "%.3g ns" % ns
+
+
 def geomean(values):
     values = [v for v in values if v]
     return math.exp(sum(math.log(v) for v in values) / len(values)) if values else None
@@ -234,18 +244,21 @@ def write_report(records, runs, report, chart):
                "processor. `memcpy` (or `memset` for pure writes) moves the same bytes as the export reads "
                "and writes: the physical limit for streaming work, so a ratio near 1 there means the export "
                "runs at memory speed. `libc:*` is the C library doing the same job. keli Mpix/s is "
-               "keli's throughput in million pixels per second; GB/s counts bytes read plus bytes written."
+               "keli's throughput in million pixels per second; GB/s counts bytes read plus bytes written; "
+               "keli time is one call on the whole image."
                % (OPENCV_SSE42, OPENCV_NATIVE))
     out.append("")
     out.append("256x256 stays in the caches; 3840x2160 is a video frame that does not fit the inner caches "
                "(it may still fit a large last-level cache: see the cache sizes above).")
     out.append("")
 
-    summary = ["## Summary", "", "Geometric mean of the ratios over all rows of a size.", "",
-               "| Size | " + " | ".join(columns) + " |", "|---|" + "---:|" * len(columns)]
-    for size in sorted({r["size"] for r in records}, key=size_key):
-        cells = [fmt_ratio(geomean([r["ratios"].get(c) for r in records if r["size"] == size])) for c in columns]
-        summary.append("| %s | %s |" % (size, " | ".join(cells)))
+    summary = ["## Summary", "", "Geometric mean of the ratios over the rows of a subsystem and size.", "",
+               "| Subsystem | Size | " + " | ".join(columns) + " |", "|---|---|" + "---:|" * len(columns)]
+    for subsystem in sorted({r["subsystem"] for r in records}):
+        mine = [r for r in records if r["subsystem"] == subsystem]
+        for size in sorted({r["size"] for r in mine}, key=size_key):
+            cells = [fmt_ratio(geomean([r["ratios"].get(c) for r in mine if r["size"] == size])) for c in columns]
+            summary.append("| %s | %s | %s |" % (subsystem, size, " | ".join(cells)))
     out += summary + [""]
 
     targets = read_targets(os.path.join(HERE, "targets.txt"))
@@ -262,11 +275,11 @@ def write_report(records, runs, report, chart):
     out.append("## Ratios per export and size")
     for subsystem in sorted({r["subsystem"] for r in records}):
         out += ["", "### %s" % subsystem, ""]
-        out.append("| Export | Size | keli Mpix/s | keli GB/s | OpenCV function | " + " | ".join(columns) + " |")
-        out.append("|---|---|---:|---:|---|" + "---:|" * len(columns))
+        out.append("| Export | Size | keli time | keli Mpix/s | keli GB/s | OpenCV function | " + " | ".join(columns) + " |")
+        out.append("|---|---|---:|---:|---:|---|" + "---:|" * len(columns))
         for r in (r for r in records if r["subsystem"] == subsystem):
-            out.append("| %s | %s | %s | %s | %s | %s |" % (
-                r["export"], r["size"], fmt_rate(r["keli"], "items", 1e6), fmt_rate(r["keli"], "bytes", 1e9),
+            out.append("| %s | %s | %s | %s | %s | %s | %s |" % (
+                r["export"], r["size"], fmt_time(r["keli"]), fmt_rate(r["keli"], "items", 1e6), fmt_rate(r["keli"], "bytes", 1e9),
                 r["opencv_fn"] or "–", " | ".join(fmt_ratio(r["ratios"].get(c)) for c in columns)))
     out += ["", "## Chart", "", "![keli time / peer time, log scale](%s)"
             % os.path.relpath(chart, os.path.dirname(os.path.abspath(report))), ""]

@@ -2,12 +2,13 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <memory>
+#include <list>
 
 namespace bench {
 namespace {
 
 struct ImageSet {
+    long long lastUse = 0;
     Size size{};
     int channels = 0, elementBytes = 0, cvDepth = 0, count = 0;
     Fill fill{};
@@ -23,6 +24,9 @@ struct ImageSet {
         for (Image& im : images) std::free(im.data);
         images.clear();
     }
+    ImageSet() = default;
+    ImageSet(const ImageSet&) = delete;
+    ImageSet& operator=(const ImageSet&) = delete;
     ~ImageSet() { release(); }
 };
 
@@ -69,14 +73,18 @@ void fill_image(Image& im, Fill f, Random& r)
     }
 }
 
-ImageSet& current_set()
+// The sets alive, and the number of the benchmark run now being set up. A list keeps the
+// references handed out valid while other sets come and go.
+std::list<ImageSet>& sets()
 {
-    static ImageSet set;
-    return set;
+    static std::list<ImageSet> all;
+    return all;
 }
+long long generation = 0;
 
 void run(benchmark::State& state, const Setup& setup, Size s, int bytesPerPixel)
 {
+    ++generation;
     const Call call = setup(s);
     // One untimed call: it checks the status and warms the caches like the calls that follow.
     if (int status = call(); status < 0) {
@@ -105,9 +113,17 @@ void add(const std::string& prefix, int bytesPerPixel, const Setup& setup)
 
 const std::vector<Image>& images(Size s, int channels, int elementBytes, int cvDepth, Fill fill, int count)
 {
-    ImageSet& set = current_set();
-    if (set.matches(s, channels, elementBytes, cvDepth, fill, count)) return set.images;
-    set.release();
+    std::list<ImageSet>& all = sets();
+    for (ImageSet& set : all)
+        if (set.matches(s, channels, elementBytes, cvDepth, fill, count)) {
+            set.lastUse = generation;
+            return set.images;
+        }
+    // Sets that the benchmark being set up has not asked for belong to earlier rows: drop them
+    // before allocating, so that only one row's images are held at a time.
+    all.remove_if([](const ImageSet& set) { return set.lastUse != generation; });
+    ImageSet& set = all.emplace_back();
+    set.lastUse = generation;
     set.size = s;
     set.channels = channels;
     set.elementBytes = elementBytes;

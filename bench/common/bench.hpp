@@ -67,9 +67,11 @@ template <> constexpr Fill fill_of<float>() { return Fill::Float32; }
 template <> constexpr Fill fill_of<double>() { return Fill::Float64; }
 
 // `count` images of one size and layout, each filled with seeded random elements (the
-// destinations too, so that their pages are mapped before timing starts). The set lives
-// until a benchmark asks for a different one: rows of one export and its peers run one after
-// another and share it. The reference is valid until the next call.
+// destinations too, so that their pages are mapped before timing starts). Ask for them in a
+// setup: the rows of one export and its peers run one after another and share the set, a
+// setup may ask for several sets (a source of one type, a destination of another), and sets
+// that the current row does not use are freed when a new one is made. References stay valid
+// for the whole row.
 const std::vector<Image>& images(Size s, int channels, int elementBytes, int cvDepth, Fill fill, int count);
 
 template <class T> const std::vector<Image>& images(Size s, int channels, int count)
