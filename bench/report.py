@@ -10,7 +10,7 @@ Row names (see bench/common/bench.hpp):
     <peer>/<export>/<W>x<H>         a peer doing the same job: opencv:<fn>, memcpy, memset, libc:<fn>
 
 Every ratio is keli time / peer time for one export and size, both timed in the same process
-run (median of the repetitions): below 1 keli is faster. Standard library only, except the
+run (CPU time of the fastest of the repetitions): below 1 keli is faster. Standard library only, except the
 chart, which needs matplotlib.
 """
 
@@ -32,7 +32,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 def time_ns(entry):
     scale = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}[entry.get("time_unit", "ns")]
-    return entry["real_time"] * scale
+    return entry["cpu_time"] * scale
 
 
 def split_name(name):
@@ -45,20 +45,32 @@ def split_name(name):
     raise ValueError("row name outside the convention: " + name)
 
 
+# Statistic used per row, best first: the fastest repetition, else the median, else the run.
+PREFERENCE = {"min": 0, "median": 1, None: 2}
+
+
 def load_run(path):
     """{(export, size): {subject: row}} and the context of one JSON file."""
     with open(path) as f:
         doc = json.load(f)
-    rows = {}
+    rows, rank = {}, {}
     for entry in doc.get("benchmarks", []):
-        if entry.get("run_type") == "aggregate" and entry.get("aggregate_name") != "median":
+        statistic = entry.get("aggregate_name") if entry.get("run_type") == "aggregate" else None
+        if statistic not in PREFERENCE:
             continue
         subject, export, size = split_name(entry.get("run_name", entry["name"]))
+        key = (export, size, subject)
+        if key in rank and rank[key] <= PREFERENCE[statistic]:
+            continue
+        rank[key] = PREFERENCE[statistic]
         row = {"error": entry.get("error_message") if entry.get("error_occurred") else None}
         if not row["error"]:
-            row["ns"] = time_ns(entry)
-            row["items"] = entry.get("items_per_second")
-            row["bytes"] = entry.get("bytes_per_second")
+            ns = time_ns(entry)
+            pixels = entry.get("pixels", 0.0)
+            row["ns"] = ns
+            row["items"] = pixels / ns * 1e9 if ns > 0 and pixels else None
+            traffic = pixels * entry.get("bytes_per_pixel", 0.0)
+            row["bytes"] = traffic / ns * 1e9 if ns > 0 and traffic else None
         rows.setdefault((export, size), {})[subject] = row
     return rows, doc.get("context", {})
 
@@ -233,7 +245,8 @@ def write_report(records, runs, report, chart):
         first.get("opencv_version", "?"), OPENCV_SSE42, opencv_state(sse_ctx) if sse_ctx else "not run",
         OPENCV_NATIVE, opencv_state(nat_ctx) if nat_ctx else "not run",
         "" if limited_ok or not sse_ctx else " (WARNING: the limited run was not limited)"))
-    out.append("- Google Benchmark %s build; each time is the median of 3 repetitions of at least 0.1 s"
+    out.append("- Google Benchmark (%s build of the library); each time is the CPU time of one call, the fastest "
+               "of 5 repetitions of at least 0.05 s, the repetitions of all rows interleaved at random"
                % first.get("library_build_type", "?"))
     out.append("")
     out.append("## How to read this")

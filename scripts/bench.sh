@@ -32,8 +32,10 @@ mkdir -p $results
 # OpenCV 4.6 names the AVX-512 dispatch level "AVX512-SKX" in this variable; the spelling with
 # an underscore is rejected as unknown and would leave the AVX-512 kernels on.
 sse42_off="AVX512-SKX,AVX2,AVX,FP16"
-run=(--benchmark_min_time=0.1 --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
-     --benchmark_out_format=json)
+# Repetitions of all rows run interleaved at random, so that a busy spell of the machine does
+# not fall on one row alone; report.py takes the fastest repetition of each row.
+run=(--benchmark_min_time=0.05 --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
+     --benchmark_report_aggregates_only=true --benchmark_out_format=json)
 for bin in $build/bench/keli_bench_*; do
   [ -x "$bin" ] || continue
   name=$(basename "$bin")
