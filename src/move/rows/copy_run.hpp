@@ -1,0 +1,159 @@
+// Byte-run copies: the plain copy that every layout of keliCopy reduces to, its non-temporal
+// twin for copies larger than the caches, and the three kinds of keliCopyManaged. A run knows
+// nothing of images: a source, a destination and a count of bytes.
+//
+// None of these fences: a caller that used a non-temporal kind issues one store fence after its
+// last run, so that a whole image costs one fence rather than one a row.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "simd/sse.hpp"
+
+namespace keli::rows {
+
+namespace detail {
+
+using Byte = unsigned char;
+
+inline __m128i ld(const Byte* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+inline __m128i lda(const Byte* p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
+inline void st(Byte* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+inline void sta(Byte* p, __m128i v) { _mm_store_si128(reinterpret_cast<__m128i*>(p), v); }
+inline void stn(Byte* p, __m128i v) { _mm_stream_si128(reinterpret_cast<__m128i*>(p), v); }
+
+inline std::size_t to_boundary(const void* p, std::size_t boundary)
+{
+    return (0 - reinterpret_cast<std::uintptr_t>(p)) & (boundary - 1);
+}
+
+// Copies fewer than 128 bytes in descending powers of two: at most one move of each size.
+inline void copy_short(const Byte* s, Byte* d, std::size_t n)
+{
+    if (n & 64) {
+        st(d, ld(s)), st(d + 16, ld(s + 16)), st(d + 32, ld(s + 32)), st(d + 48, ld(s + 48));
+        s += 64, d += 64;
+    }
+    if (n & 32) st(d, ld(s)), st(d + 16, ld(s + 16)), s += 32, d += 32;
+    if (n & 16) st(d, ld(s)), s += 16, d += 16;
+    if (n & 8) std::memcpy(d, s, 8), s += 8, d += 8;
+    if (n & 4) std::memcpy(d, s, 4), s += 4, d += 4;
+    if (n & 2) std::memcpy(d, s, 2), s += 2, d += 2;
+    if (n & 1) *d = *s;
+}
+
+// Moves the bytes before `d` reaches a multiple of `boundary` (a power of two up to 64) with
+// moves of 1, 2, 4, 8, 16 and 32 bytes, and advances the pointers and the count past them.
+inline void copy_head(const Byte*& s, Byte*& d, std::size_t& n, std::size_t head)
+{
+    if (head & 1) *d = *s, s += 1, d += 1;
+    if (head & 2) std::memcpy(d, s, 2), s += 2, d += 2;
+    if (head & 4) std::memcpy(d, s, 4), s += 4, d += 4;
+    if (head & 8) std::memcpy(d, s, 8), s += 8, d += 8;
+    if (head & 16) st(d, ld(s)), s += 16, d += 16;
+    if (head & 32) st(d, ld(s)), st(d + 16, ld(s + 16)), s += 32, d += 32;
+    n -= head;
+}
+
+// The aligned-destination body: `Turn` bytes a turn (64 or 128) while they last. The store is
+// aligned (ordinary or non-temporal); the source load is aligned when the source allows it.
+template <std::size_t Turn, bool Stream> inline void copy_body(const Byte*& s, Byte*& d, std::size_t& n)
+{
+    static_assert(Turn == 64 || Turn == 128);
+    constexpr std::size_t V = Turn / 16;
+    auto store = [](Byte* p, __m128i v) { Stream ? stn(p, v) : sta(p, v); };
+    const std::size_t body = n / Turn * Turn;
+    if (simd::aligned16(s)) {
+        for (std::size_t i = 0; i < body; i += Turn) {
+            __m128i v[V];
+            for (std::size_t k = 0; k < V; ++k) v[k] = lda(s + i + 16 * k);
+            for (std::size_t k = 0; k < V; ++k) store(d + i + 16 * k, v[k]);
+        }
+    } else {
+        for (std::size_t i = 0; i < body; i += Turn) {
+            __m128i v[V];
+            for (std::size_t k = 0; k < V; ++k) v[k] = ld(s + i + 16 * k);
+            for (std::size_t k = 0; k < V; ++k) store(d + i + 16 * k, v[k]);
+        }
+    }
+    s += body, d += body, n -= body;
+}
+
+}  // namespace detail
+
+// Below this many bytes every copy kind is a plain sequence of short moves.
+constexpr std::size_t kShortRunBytes = 64;
+
+// Ordinary copy of n bytes: the destination is brought to 16 bytes with 1, 2, 4 and 8-byte
+// moves, 128 bytes move a turn, and the tail goes in descending powers of two.
+inline void copy_bytes(const void* src, void* dst, std::size_t n)
+{
+    auto* s = static_cast<const detail::Byte*>(src);
+    auto* d = static_cast<detail::Byte*>(dst);
+    if (n >= kShortRunBytes) {
+        detail::copy_head(s, d, n, detail::to_boundary(d, 16));
+        detail::copy_body<128, false>(s, d, n);
+    }
+    detail::copy_short(s, d, n);
+}
+
+// Non-temporal copy of n bytes: ordinary moves up to a 64-byte boundary of the destination,
+// then 64 bytes a turn with non-temporal stores, then an ordinary tail. Needs a store fence
+// after the caller's last run.
+inline void copy_bytes_nt(const void* src, void* dst, std::size_t n)
+{
+    auto* s = static_cast<const detail::Byte*>(src);
+    auto* d = static_cast<detail::Byte*>(dst);
+    const std::size_t head = detail::to_boundary(d, 64);
+    if (n < head + kShortRunBytes) return copy_bytes(s, d, n);  // too short to stream a line
+    detail::copy_head(s, d, n, head);
+    detail::copy_body<64, true>(s, d, n);
+    detail::copy_short(s, d, n);
+}
+
+// The kinds of keliCopyManaged_8u_C1R.
+enum class ManagedCopy { Ordinary, NonTemporalStore, NonTemporalLoad };
+
+// Ordinary or non-temporal stores: a run of at least 64 bytes is aligned on the destination
+// (16 bytes) and copied 64 bytes a turn.
+template <ManagedCopy K> inline void copy_bytes_managed(const void* src, void* dst, std::size_t n)
+{
+    auto* s = static_cast<const detail::Byte*>(src);
+    auto* d = static_cast<detail::Byte*>(dst);
+    if constexpr (K == ManagedCopy::NonTemporalLoad) {
+        // Streaming loads need a 16-byte aligned source: align the source on 64 bytes, then read
+        // whole cache lines. A destination that is not on 16 bytes gets ordinary unaligned stores.
+        const std::size_t head = detail::to_boundary(s, 64);
+        if (n >= head + kShortRunBytes) {
+            detail::copy_head(s, d, n, head);
+            const std::size_t body = n / 64 * 64;
+            auto* from = reinterpret_cast<__m128i*>(const_cast<detail::Byte*>(s));
+            if (simd::aligned16(d)) {
+                for (std::size_t i = 0; i < body; i += 64, from += 4) {
+                    const __m128i a = _mm_stream_load_si128(from), b = _mm_stream_load_si128(from + 1);
+                    const __m128i c = _mm_stream_load_si128(from + 2), e = _mm_stream_load_si128(from + 3);
+                    detail::stn(d + i, a), detail::stn(d + i + 16, b);
+                    detail::stn(d + i + 32, c), detail::stn(d + i + 48, e);
+                }
+            } else {
+                for (std::size_t i = 0; i < body; i += 64, from += 4) {
+                    const __m128i a = _mm_stream_load_si128(from), b = _mm_stream_load_si128(from + 1);
+                    const __m128i c = _mm_stream_load_si128(from + 2), e = _mm_stream_load_si128(from + 3);
+                    detail::st(d + i, a), detail::st(d + i + 16, b);
+                    detail::st(d + i + 32, c), detail::st(d + i + 48, e);
+                }
+            }
+            s += body, d += body, n -= body;
+        }
+    } else {
+        if (n >= kShortRunBytes) {
+            detail::copy_head(s, d, n, detail::to_boundary(d, 16));
+            detail::copy_body<64, K == ManagedCopy::NonTemporalStore>(s, d, n);
+        }
+    }
+    detail::copy_short(s, d, n);
+}
+
+}  // namespace keli::rows
