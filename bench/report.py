@@ -312,7 +312,10 @@ def write_chart(records, columns, chart):
     labels = ["%s %s" % (r["export"], r["size"]) for r in records]
     n, k = len(records), len(columns)
     height = 0.8 / max(k, 1)
-    fig, ax = plt.subplots(figsize=(10, 1.6 + 0.28 * n * k))
+    # A comfortable bar height for the first few dozen rows; beyond that the rows shrink
+    # towards the height of their label so that the picture stays a readable size.
+    per_row = 0.28 * k if n <= 40 else max(0.16, 0.28 * k * 40 / n)
+    fig, ax = plt.subplots(figsize=(10, 1.6 + per_row * n))
     colours = ["#1f77b4", "#9ecae1", "#2ca02c", "#d62728", "#9467bd", "#8c564b"]
     for j, column in enumerate(columns):
         ys, xs = [], []
