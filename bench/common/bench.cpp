@@ -93,8 +93,7 @@ void run(benchmark::State& state, const Setup& setup, Size s, int bytesPerPixel)
         return;
     }
     for (auto _ : state) {
-        int status = call();
-        benchmark::DoNotOptimize(status);
+        keep(call());
         benchmark::ClobberMemory();
     }
     const std::int64_t pixels = std::int64_t(s.width) * s.height;

@@ -79,6 +79,11 @@ template <class T> const std::vector<Image>& images(Size s, int channels, int co
     return images(s, channels, int(sizeof(T)), cv::DataType<T>::depth, fill_of<T>(), count);
 }
 
+// Makes a value observable, so that work whose result is otherwise unused (an allocation
+// released at once) is not optimised away. Through a const reference on purpose: GCC has been
+// seen to miscompile the read-write form of DoNotOptimize under the sanitizers.
+template <class T> void keep(const T& value) { benchmark::DoNotOptimize(value); }
+
 // One timed call; returns a KelStatus (0 for peers). A negative status skips the row with an
 // error in the output instead of reporting a time for work that was not done.
 using Call = std::function<int()>;

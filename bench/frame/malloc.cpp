@@ -15,7 +15,7 @@ const bench::Rows rows([] {
         return bench::Call([s] {
             int step = 0;
             Kel8u* p = keliMalloc_8u_C1(s.width, s.height, &step);
-            benchmark::DoNotOptimize(p);
+            bench::keep(p);
             keliFree(p);
             return p ? 0 : -9;
         });
@@ -23,7 +23,7 @@ const bench::Rows rows([] {
     bench::peer("opencv:fastMalloc", "keliMalloc_8u_C1", 0, [](bench::Size s) {
         return bench::Call([bytes = image_bytes(s)] {
             void* p = cv::fastMalloc(bytes);
-            benchmark::DoNotOptimize(p);
+            bench::keep(p);
             cv::fastFree(p);
             return 0;
         });
@@ -31,7 +31,7 @@ const bench::Rows rows([] {
     bench::peer("libc:aligned_alloc", "keliMalloc_8u_C1", 0, [](bench::Size s) {
         return bench::Call([bytes = image_bytes(s)] {
             void* p = std::aligned_alloc(64, bytes);
-            benchmark::DoNotOptimize(p);
+            bench::keep(p);
             std::free(p);
             return p ? 0 : -9;
         });
