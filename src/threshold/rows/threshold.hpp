@@ -160,13 +160,13 @@ template <class T> inline simd::reg_t<T> merge_colour(simd::reg_t<T> old, simd::
 }
 
 // The vector body from element i up to `end` (a whole number of vectors past i). P phases
-// cycle with each vector; G vectors make one iteration (two, or three for the three-channel
-// rotation, so that each of its vectors keeps one fixed phase).
+// cycle with each vector; G vectors make one iteration: a whole 64-byte line, or three vectors
+// for the three-channel rotation, so that each of its vectors keeps one fixed phase.
 template <class Op, bool Alpha, bool Stream, bool AlignedSrc, bool AlignedDst, std::size_t P, class T, class K, class M>
 inline void body(const T* src, T* dst, std::size_t i, std::size_t end, const K (&k)[P], const M (&colour)[P])
 {
     constexpr std::size_t L = simd::lanes<T>;
-    constexpr std::size_t G = P == 3 ? 3 : 2;
+    constexpr std::size_t G = P == 3 ? 3 : 4;
     auto one = [&](std::size_t e, std::size_t g) {
         auto r = Op::apply(AlignedSrc ? simd::loada(src + e) : simd::loadu(src + e), k[g % P]);
         if constexpr (Alpha)
