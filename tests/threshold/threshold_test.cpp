@@ -227,8 +227,9 @@ TEST(Threshold, ListsEveryMemberOnce)
 }
 
 // Every source value of the integer types against thresholds at and next to both ends of the
-// range: here a wrapping subtraction or a comparison of the wrong signedness shows. For 8u
-// every threshold is tried. One long row runs mostly vectors, its start and end the scalar code.
+// range, through every C1 member: here a wrapping subtraction or a comparison of the wrong
+// signedness shows. For 8u every threshold is tried. One long row runs mostly vectors, its
+// start and end the scalar code.
 template <class T> void every_value_pair()
 {
     constexpr long lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
@@ -240,48 +241,20 @@ template <class T> void every_value_pair()
         thresholds.clear();
         for (long t = lo; t <= hi; ++t) thresholds.push_back(t);
     }
-    const KeliSize size{int(src.size()), 1};
     const int step = int(src.size() * sizeof(T));
     for (long tl : thresholds) {
         const T t = T(tl), v = T(hi - tl / 3), t2 = T(std::max(long(t), hi - 2)), v2 = T(lo + 5);
-        for (ThresholdRule rule : {ThresholdRule::Lt, ThresholdRule::Gt, ThresholdRule::LtVal, ThresholdRule::GtVal,
-                                   ThresholdRule::LtGt}) {
-            KelStatus st = kelStatusOk;
-            if constexpr (std::is_same_v<T, Kel8u>) {
-                switch (rule) {
-                case ThresholdRule::Lt: st = keliThreshold_LT_8u_C1R(src.data(), step, dst.data(), step, size, t); break;
-                case ThresholdRule::Gt: st = keliThreshold_GT_8u_C1R(src.data(), step, dst.data(), step, size, t); break;
-                case ThresholdRule::LtVal: st = keliThreshold_LTVal_8u_C1R(src.data(), step, dst.data(), step, size, t, v); break;
-                case ThresholdRule::GtVal: st = keliThreshold_GTVal_8u_C1R(src.data(), step, dst.data(), step, size, t, v); break;
-                case ThresholdRule::LtGt:
-                    st = keliThreshold_LTValGTVal_8u_C1R(src.data(), step, dst.data(), step, size, t, v, t2, v2);
-                    break;
-                }
-            } else if constexpr (std::is_same_v<T, Kel16u>) {
-                switch (rule) {
-                case ThresholdRule::Lt: st = keliThreshold_16u_C1R(src.data(), step, dst.data(), step, size, t, kelCmpLess); break;
-                case ThresholdRule::Gt: st = keliThreshold_16u_C1R(src.data(), step, dst.data(), step, size, t, kelCmpGreater); break;
-                case ThresholdRule::LtVal: st = keliThreshold_Val_16u_C1R(src.data(), step, dst.data(), step, size, t, v, kelCmpLess); break;
-                case ThresholdRule::GtVal: st = keliThreshold_Val_16u_C1R(src.data(), step, dst.data(), step, size, t, v, kelCmpGreater); break;
-                case ThresholdRule::LtGt:
-                    st = keliThreshold_LTValGTVal_16u_C1R(src.data(), step, dst.data(), step, size, t, v, t2, v2);
-                    break;
-                }
-            } else {
-                switch (rule) {
-                case ThresholdRule::Lt: st = keliThreshold_LT_16s_C1R(src.data(), step, dst.data(), step, size, t); break;
-                case ThresholdRule::Gt: st = keliThreshold_GT_16s_C1R(src.data(), step, dst.data(), step, size, t); break;
-                case ThresholdRule::LtVal: st = keliThreshold_LTVal_16s_C1R(src.data(), step, dst.data(), step, size, t, v); break;
-                case ThresholdRule::GtVal: st = keliThreshold_GTVal_16s_C1R(src.data(), step, dst.data(), step, size, t, v); break;
-                case ThresholdRule::LtGt:
-                    st = keliThreshold_LTValGTVal_16s_C1R(src.data(), step, dst.data(), step, size, t, v, t2, v2);
-                    break;
-                }
+        for (const Member<T>& m : members<T>()) {
+            if (m.channels != 1 || m.inPlace) continue;
+            for (KelCmpOp cmp : {kelCmpLess, kelCmpGreater}) {
+                if (cmp == kelCmpGreater && !m.hasCmp) continue;
+                const ThresholdRule rule = m.rule_for(cmp);
+                const Args<T> args{src.data(), step, dst.data(), step, {int(src.size()), 1}, {&t, &v, &t2, &v2}, cmp};
+                ASSERT_EQ(m.call(args), kelStatusOk);
+                for (std::size_t i = 0; i < src.size(); ++i)
+                    ASSERT_EQ(dst[i], reference::threshold(rule, src[i], t, v, t2, v2))
+                        << m.name << " cmp " << cmp << " threshold " << tl << " source " << long(src[i]);
             }
-            ASSERT_EQ(st, kelStatusOk);
-            for (std::size_t i = 0; i < src.size(); ++i)
-                ASSERT_EQ(dst[i], reference::threshold(rule, src[i], t, v, t2, v2))
-                    << "rule " << int(rule) << " threshold " << tl << " source " << long(src[i]);
         }
     }
 }

@@ -63,8 +63,8 @@ template <> struct Rules<Kel16u> {
     }
 };
 
-// Signed 16-bit saturating subtraction would clip at -32768 and misjudge far-apart pairs, so
-// the signed comparison gives the same outcome directly.
+// Signed saturation does not clamp a negative difference to zero, so the subtraction test of
+// the unsigned types has no signed twin; the signed comparison gives the same outcome.
 template <> struct Rules<Kel16s> {
     using T = Kel16s;
     using V = __m128i;
