@@ -14,6 +14,7 @@ int main(int argc, char** argv)
     printf("  %-34s %6s   %9s\n", "function", "status", "Mpixel/s");
     demo_frame(&d);
     demo_threshold(&d);
+    demo_stats_sums(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
     return d.failures ? 1 : 0;
 }

@@ -32,5 +32,6 @@ double demo_speed(void (*fn)(void*), void* arg, double pixels);
 /* The steps, one per subsystem that exists. */
 void demo_frame(Demo* d);
 void demo_threshold(Demo* d);
+void demo_stats_sums(Demo* d);
 
 #endif

@@ -96,24 +96,33 @@ inline std::size_t extrema_body(const T* p, std::size_t i, std::size_t n, std::s
     std::size_t nv = (n - i) / L;
     if (nv == 0) return i;
     auto ld = [](const T* q) { return Aligned ? simd::loada(q) : simd::loadu(q); };
+    // Register j holds lane group (k0 + j) % K, so that the loop always starts on register 0
+    // and the registers are never indexed at run time.
+    const std::size_t k0 = (q0 + i) / L % K;
     V amn[K], amx[K];
-    for (int k = 0; k < K; ++k) {
-        if constexpr (DoMin) amn[k] = simd::loada(mn + k * L);
-        if constexpr (DoMax) amx[k] = simd::loada(mx + k * L);
-    }
-    auto step = [&](int k, const T* q) {
-        const V x = ld(q);
-        if constexpr (DoMin) amn[k] = MinOp<T>::apply(amn[k], x);
-        if constexpr (DoMax) amx[k] = MaxOp<T>::apply(amx[k], x);
-    };
-    int k = static_cast<int>((q0 + i) / L % K);
-    for (; k != 0 && nv; --nv, i += L, k = (k + 1) % K) step(k, p + i);
-    for (; nv >= K; nv -= K, i += K * L)
-        for (int j = 0; j < K; ++j) step(j, p + i + j * L);
-    for (int j = 0; nv; --nv, ++j, i += L) step(j, p + i);
     for (int j = 0; j < K; ++j) {
-        if constexpr (DoMin) simd::storea(mn + j * L, amn[j]);
-        if constexpr (DoMax) simd::storea(mx + j * L, amx[j]);
+        const std::size_t g = (k0 + j) % K * L;
+        if constexpr (DoMin) amn[j] = simd::loada(mn + g);
+        if constexpr (DoMax) amx[j] = simd::loada(mx + g);
+    }
+    auto step = [&](V& a, V& b, const T* q) {
+        const V x = ld(q);
+        if constexpr (DoMin) a = MinOp<T>::apply(a, x);
+        if constexpr (DoMax) b = MaxOp<T>::apply(b, x);
+    };
+    for (; nv >= 2 * K; nv -= 2 * K, i += 2 * K * L) {
+        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 1024, _MM_HINT_T0);
+        for (int j = 0; j < 2 * K; ++j) step(amn[j % K], amx[j % K], p + i + j * L);
+    }
+#pragma GCC unroll 8
+    for (int j = 0; j < 2 * K - 1; ++j, --nv, i += L) {
+        if (nv == 0) break;
+        step(amn[j % K], amx[j % K], p + i);
+    }
+    for (int j = 0; j < K; ++j) {
+        const std::size_t g = (k0 + j) % K * L;
+        if constexpr (DoMin) simd::storea(mn + g, amn[j]);
+        if constexpr (DoMax) simd::storea(mx + g, amx[j]);
     }
     return i;
 }
@@ -170,6 +179,7 @@ inline Kel32f max32f_block(const Kel32f* p, std::size_t n, bool aligned)
     auto ld = [aligned](const Kel32f* q) { return aligned ? _mm_load_ps(q) : _mm_loadu_ps(q); };
     __m128 a0 = ld(p), a1 = ld(p + 4);
     for (std::size_t i = 8; i < n; i += 8) {
+        if (i % 16 == 8) _mm_prefetch(reinterpret_cast<const char*>(p + i) + 1024, _MM_HINT_T0);
         a0 = Op::apply(a0, ld(p + i));
         a1 = Op::apply(a1, ld(p + i + 4));
     }

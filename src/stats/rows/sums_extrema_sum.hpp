@@ -64,6 +64,7 @@ inline void sum8u_c1_run(const Kel8u* p, std::size_t n, Sum8uC1State& s)
     for (; i < head; ++i) sc = Op::apply(sc, p[i]);
     __m128i a0 = s.lanes, a1 = _mm_setzero_si128(), a2 = _mm_setzero_si128(), a3 = _mm_setzero_si128();
     for (; i + 64 <= n; i += 64) {
+        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 1024, _MM_HINT_T0);
         a0 = Op::apply(a0, simd::loada(p + i));
         a1 = Op::apply(a1, simd::loada(p + i + 16));
         a2 = Op::apply(a2, simd::loada(p + i + 32));
@@ -173,6 +174,7 @@ template <bool Aligned> inline void sum32f_c1_body(const Kel32f* p, std::size_t 
     auto ld = [](const Kel32f* q) { return Aligned ? _mm_load_ps(q) : _mm_loadu_ps(q); };
     std::size_t i = 0;
     for (; m - i >= 16; i += 16) {
+        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 1024, _MM_HINT_T0);
         A = Op::apply(A, ld(p + i));
         B = Op::apply(B, ld(p + i + 4));
         C = Op::apply(C, ld(p + i + 8));
