@@ -77,7 +77,8 @@ inline void masked_row(const Source& src, unsigned char* dst, const unsigned cha
         const __m128i on = _mm_cmpeq_epi8(off, _mm_setzero_si128());
         for (std::size_t k = 0; k < P; ++k) {
             auto* q = reinterpret_cast<__m128i*>(d + 16 * k);
-            __m128i sel = offBits == 0 ? colour : _mm_and_si128(_mm_shuffle_epi8(on, spread.v[k]), colour);
+            // One-byte pixels own one mask byte each: the mask is its own spread.
+            __m128i sel = offBits == 0 ? colour : P == 1 ? on : _mm_and_si128(_mm_shuffle_epi8(on, spread.v[k]), colour);
             _mm_storeu_si128(q, _mm_blendv_epi8(_mm_loadu_si128(q), src.vec(i, k), sel));
         }
     }
