@@ -79,25 +79,27 @@ template <AddSub K, class E> struct HalfOp {
             return add(h, _mm_and_si128(_mm_and_si128(d, h), one()));
         } else {
             const __m128i diff = _mm_xor_si128(x, y);
-            const __m128i dropped = _mm_and_si128(diff, one());
-            __m128i floor;
-            if constexpr (sizeof(T) == 1) {
-                floor = _mm_sub_epi8(_mm_avg_epu8(x, y), dropped);  // the average rounds up
-            } else if constexpr (std::is_same_v<T, Kel16u>) {
-                floor = _mm_sub_epi16(_mm_avg_epu16(x, y), dropped);
-            } else if constexpr (K == AddSub::Add) {
-                floor = _mm_add_epi16(_mm_and_si128(x, y), _mm_srai_epi16(diff, 1));
+            if constexpr (std::is_unsigned_v<T>) {
+                // The average rounds every dropped half up; it must come down again where that
+                // made it odd.
+                const __m128i up = sizeof(T) == 1 ? _mm_avg_epu8(x, y) : _mm_avg_epu16(x, y);
+                const __m128i down = _mm_and_si128(_mm_and_si128(diff, up), one());
+                return sizeof(T) == 1 ? _mm_sub_epi8(up, down) : _mm_sub_epi16(up, down);
             } else {
-                floor = _mm_sub_epi16(_mm_srai_epi16(diff, 1), _mm_andnot_si128(x, y));
+                const __m128i dropped = _mm_and_si128(diff, one());
+                const __m128i floor = K == AddSub::Add
+                                          ? _mm_add_epi16(_mm_and_si128(x, y), _mm_srai_epi16(diff, 1))
+                                          : _mm_sub_epi16(_mm_srai_epi16(diff, 1), _mm_andnot_si128(x, y));
+                return add(floor, _mm_and_si128(dropped, floor));
             }
-            return add(floor, _mm_and_si128(dropped, floor));
         }
     }
     T apply(T x, T y) const { return scale::saturate<T>(scale::halve_even(exact<K, T>(x, y))); }
 
 private:
     static __m128i one() { return sizeof(T) == 1 ? _mm_set1_epi8(1) : _mm_set1_epi16(1); }
-    // Only 32767 - 32767 / 2 rounding up to 32768 can leave the range; it saturates.
+    // Only a 16s difference of 65535, halved to 32767.5 and rounded up, can leave the range; it
+    // saturates.
     static __m128i add(__m128i a, __m128i b)
     {
         if constexpr (sizeof(T) == 1) return _mm_add_epi8(a, b);
