@@ -13,6 +13,7 @@ int main(int argc, char** argv)
     printf("%s %s, images %dx%d, output in %s/\n\n", v->Name, v->Version, d.width, d.height, d.outDir);
     printf("  %-34s %6s   %9s\n", "function", "status", "Mpixel/s");
     demo_frame(&d);
+    demo_arith_add_sub(&d);
     demo_move_copy(&d);
     demo_threshold(&d);
     demo_stats_sums(&d);
