@@ -139,6 +139,12 @@ typedef enum {
     kelNormL2 = 4
 } KelNormType;
 
+/* Flags of keliCopyManaged_8u_C1R: how the copy uses the caches. */
+typedef enum {
+    kelCopyNonTemporalStore = 1, /* stores bypass the caches */
+    kelCopyNonTemporalLoad = 2   /* streaming loads and non-temporal stores; wins over bit 1 */
+} KelCopyManagedFlags;
+
 /* ---- Status codes ---------------------------------------------------------------------------- */
 
 /* Zero is success, a negative value an error (nothing written), a positive value a warning

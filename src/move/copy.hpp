@@ -114,21 +114,18 @@ KelStatus copy_image_L(const T* pSrc, std::int64_t srcStep, T* pDst, std::int64_
 
 // keliCopyManaged_8u_C1R: the caller picks the kind of stores (and loads). Flags are not
 // checked; the streaming-load bit wins over the non-temporal-store bit.
-constexpr int kCopyNonTemporalStore = 1;
-constexpr int kCopyNonTemporalLoad = 2;
-
 inline KelStatus copy_managed(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roi, int flags)
 {
     if (KelStatus s = check::first({check::pointers(pSrc, pDst), check::size(roi)})) return s;
     std::int64_t rowBytes = roi.width, height = roi.height;
     if (srcStep == rowBytes && dstStep == rowBytes) rowBytes *= height, height = 1;
-    auto row = flags & kCopyNonTemporalLoad    ? rows::copy_bytes_managed<rows::ManagedCopy::NonTemporalLoad>
-               : flags & kCopyNonTemporalStore ? rows::copy_bytes_managed<rows::ManagedCopy::NonTemporalStore>
+    auto row = flags & kelCopyNonTemporalLoad    ? rows::copy_bytes_managed<rows::ManagedCopy::NonTemporalLoad>
+               : flags & kelCopyNonTemporalStore ? rows::copy_bytes_managed<rows::ManagedCopy::NonTemporalStore>
                                                : rows::copy_bytes_managed<rows::ManagedCopy::Ordinary>;
     const Kel8u* s = pSrc;
     Kel8u* d = pDst;
     for (std::int64_t y = 0; y < height; ++y, s += srcStep, d += dstStep) row(s, d, static_cast<std::size_t>(rowBytes));
-    if (flags & (kCopyNonTemporalLoad | kCopyNonTemporalStore)) simd::fence();
+    if (flags & (kelCopyNonTemporalLoad | kelCopyNonTemporalStore)) simd::fence();
     return kelStatusOk;
 }
 
