@@ -181,7 +181,8 @@ template <class T> void check_call(const kit::Image<T>& im, Spec& spec, int srcS
     }
 }
 
-template <class T, class Gen> void sweep_spec(int channels, Spec spec, Gen gen, int maxWidth = 40)
+// Specs hold pointers into themselves: they are moved, never copied.
+template <class T, class Gen> void sweep_spec(int channels, Spec&& spec, Gen gen, int maxWidth = 40)
 {
     kit::SweepOptions o;
     o.maxWidth = maxWidth;
@@ -225,17 +226,22 @@ TEST(Histogram, IntegerMembersMatchTheModelOverTheSweep)
             l16u.push_back(spread(rng, 4 + 5 * c, -100, 70000, true));
             l16s.push_back(spread(rng, 4 + 5 * c, -40000, 40000, true));
         }
-        auto near16 = [&](double lo, double hi) {
-            return [&rng, lo, hi] { return rng.below(3) ? lo + (hi - lo) * rng.below(1001) / 1000.0 : lo + rng.below(5) - 2; };
+        // Values on and beside the levels, where an off-by-one shows, and anywhere else.
+        auto near = [&](const Spec& spec, auto lo, auto hi) {
+            using V = decltype(lo);
+            return [&rng, &spec, lo, hi] {
+                const auto& l = spec.levels[rng.below(int(spec.levels.size()))];
+                const double v = rng.below(2) ? l[rng.below(int(l.size()))] + rng.below(5) - 2 : lo + double(hi - lo) * rng.below(1001) / 1000.0;
+                return V(std::clamp(v, double(lo), double(hi)));
+            };
         };
-        auto g16u = near16(0, 65535);
-        auto g16s = near16(-32768, 32767);
-        sweep_spec<Kel16u>(C, make_spec(kel16u, l16u), [&] { return Kel16u(std::clamp(g16u(), 0.0, 65535.0)); });
-        sweep_spec<Kel16s>(C, make_spec(kel16s, l16s), [&] { return Kel16s(std::clamp(g16s(), -32768.0, 32767.0)); });
-        sweep_spec<Kel16u>(C, make_uniform(kel16u, std::vector<float>(C, 100.f), std::vector<float>(C, 60100.f), std::vector<int>(C, 7)),
-                           [&] { return Kel16u(std::clamp(g16u(), 0.0, 65535.0)); });
-        sweep_spec<Kel16s>(C, make_uniform(kel16s, std::vector<float>(C, -30000.f), std::vector<float>(C, 29999.f), std::vector<int>(C, 4)),
-                           [&] { return Kel16s(std::clamp(g16s(), -32768.0, 32767.0)); });
+        std::vector<Spec> u, v;
+        u.push_back(make_spec(kel16u, l16u));
+        u.push_back(make_uniform(kel16u, std::vector<float>(C, 100.f), std::vector<float>(C, 60100.f), std::vector<int>(C, 7)));
+        v.push_back(make_spec(kel16s, l16s));
+        v.push_back(make_uniform(kel16s, std::vector<float>(C, -30000.f), std::vector<float>(C, 29999.f), std::vector<int>(C, 4)));
+        for (Spec& spec : u) sweep_spec<Kel16u>(C, std::move(spec), near(spec, Kel16u(0), Kel16u(65535)));
+        for (Spec& spec : v) sweep_spec<Kel16s>(C, std::move(spec), near(spec, Kel16s(-32768), Kel16s(32767)));
         // Uniform but unevenly spaced after truncation: the counters again.
         sweep_spec<Kel16s>(C, make_uniform(kel16s, std::vector<float>(C, -7.5f), std::vector<float>(C, 30.f), std::vector<int>(C, 4)),
                            [&] { return Kel16s(rng.below(50) - 10); });
@@ -322,6 +328,15 @@ TEST(Histogram, LevelRulesBite)
         ASSERT_EQ(keliHistogram_32f_C1R(px.data(), int(4 * px.size()), {int(px.size()), 1}, hist, s.data()), kelStatusOk);
         for (int i = 0; i < 10; ++i) EXPECT_EQ(hist[i], 1u) << i;
     }
+    // Far from zero the multiply drifts: level 1 of 37.5 ... 38.5 in 100 bins gives
+    // t = 0.99976, inside the band below 1, and the exact test puts it in bin 1.
+    {
+        Spec s = make_uniform(kel32f, {37.5f}, {38.5f}, {101});
+        const float px = float(s.levels[0][1]);
+        ASSERT_EQ(keliHistogram_32f_C1R(&px, 4, {1, 1}, hist, s.data()), kelStatusOk);
+        EXPECT_EQ(hist[0], 0u);
+        EXPECT_EQ(hist[1], 1u);
+    }
     // 32f: a step whose sixteenth equals the width reads width * height consecutive floats.
     {
         Spec s = make_uniform(kel32f, {0.f}, {8.f}, {9});
@@ -335,6 +350,20 @@ TEST(Histogram, LevelRulesBite)
         Kel32u total = 0;
         for (int i = 0; i < 8; ++i) total += hist[i];
         EXPECT_EQ(total, 4u);
+    }
+    // Small 16-bit images with a uniform, evenly divisible span take their bin from the
+    // division alone. Levels -1.5, 0.75, 3 truncate to -1, 0, 3: the division puts 0 in bin 0
+    // while the levels say bin 1. From 65536 pixels on, the counters follow the levels.
+    {
+        Spec s = make_uniform(kel16s, {-1.5f}, {3.f}, {3});
+        std::vector<Kel16s> zeros(256 * 257, 0);
+        std::vector<Kel8u> work(s.bufferBytes);
+        ASSERT_EQ(keliHistogram_16s_C1R(zeros.data(), 512, {255, 257}, hist, s.data(), work.data()), kelStatusOk);
+        EXPECT_EQ(hist[0], 255u * 257u);
+        EXPECT_EQ(hist[1], 0u);
+        ASSERT_EQ(keliHistogram_16s_C1R(zeros.data(), 512, {256, 256}, hist, s.data(), work.data()), kelStatusOk);
+        EXPECT_EQ(hist[0], 0u);
+        EXPECT_EQ(hist[1], 65536u);
     }
     // Uniform integer levels truncate; explicit ones round up; both read back as floats.
     {
