@@ -73,7 +73,17 @@ template <class T, Layout L> inline void sum_integer(const T* src, int step, Kel
     }
 }
 
-template <Layout L> inline void sum_32f(const Kel32f* src, int step, KeliSize roi, Kel64f* out, KelHintAlgorithm hint)
+// The hint arrives from C callers as any 32-bit value, most of which a C++ enumeration of three
+// values cannot hold; it is read as the integer it is.
+inline std::int32_t hint_value(const KelHintAlgorithm& hint)
+{
+    static_assert(sizeof(KelHintAlgorithm) == sizeof(std::int32_t));
+    std::int32_t v;
+    std::memcpy(&v, &hint, sizeof v);
+    return v;
+}
+
+template <Layout L> inline void sum_32f(const Kel32f* src, int step, KeliSize roi, Kel64f* out, std::int32_t hint)
 {
     constexpr int C = static_cast<int>(channels<L>);
     const std::size_t width = static_cast<std::size_t>(roi.width);
@@ -114,10 +124,10 @@ template <class T, Layout L> KelStatus sum_image(const T* pSrc, int srcStep, Kel
 }
 
 template <Layout L>
-KelStatus sum_image_32f(const Kel32f* pSrc, int srcStep, KeliSize roi, Kel64f* pSum, KelHintAlgorithm hint)
+KelStatus sum_image_32f(const Kel32f* pSrc, int srcStep, KeliSize roi, Kel64f* pSum, const KelHintAlgorithm& hint)
 {
     if (KelStatus s = check::first({check::pointers(pSrc, pSum), check::size(roi)})) return s;
-    sums_detail::sum_32f<L>(pSrc, srcStep, roi, pSum, hint);
+    sums_detail::sum_32f<L>(pSrc, srcStep, roi, pSum, sums_detail::hint_value(hint));
     return kelStatusOk;
 }
 
@@ -144,7 +154,7 @@ template <class T, Layout L> KelStatus mean_image(const T* pSrc, int srcStep, Ke
 }
 
 template <Layout L>
-KelStatus mean_image_32f(const Kel32f* pSrc, int srcStep, KeliSize roi, Kel64f* pMean, KelHintAlgorithm hint)
+KelStatus mean_image_32f(const Kel32f* pSrc, int srcStep, KeliSize roi, Kel64f* pMean, const KelHintAlgorithm& hint)
 {
     if (KelStatus s = check::pointers(pMean)) return s;
     Kel64f sums[4];
