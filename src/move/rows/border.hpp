@@ -1,0 +1,112 @@
+// Row pieces of the border builders: a run of one repeated pixel (plain or colour-only), and
+// a run that walks a source row backwards pixel by pixel. Forward runs are the byte-run copy
+// and the AC4 row copy of keliCopy; fills are its pattern fill.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "move/rows/copy_ac4.hpp"
+#include "move/rows/copy_run.hpp"
+#include "move/rows/fill.hpp"
+#include "simd/sse.hpp"
+
+namespace keli::rows {
+
+// The fill pattern of one pixel of P bytes. Pixels of 1, 2, 4, 8 or 16 bytes tile 16 bytes and
+// are broadcast with one register; three-channel pixels take the general builder.
+template <std::size_t P> inline FillPattern pixel_pattern(const void* pixel)
+{
+    if constexpr (16 % P != 0) {
+        FillPattern p;
+        p.length = 48;
+        for (std::size_t at = 0; at < sizeof p.bytes; at += P) std::memcpy(p.bytes + at, pixel, P);
+        return p;
+    } else {
+        FillPattern p;
+        p.length = 16;
+        __m128i v;
+        if constexpr (P == 1) {
+            v = _mm_set1_epi8(*static_cast<const char*>(pixel));
+        } else if constexpr (P == 2) {
+            std::int16_t e;
+            std::memcpy(&e, pixel, 2);
+            v = _mm_set1_epi16(e);
+        } else if constexpr (P == 4) {
+            std::int32_t e;
+            std::memcpy(&e, pixel, 4);
+            v = _mm_set1_epi32(e);
+        } else if constexpr (P == 8) {
+            long long e;
+            std::memcpy(&e, pixel, 8);
+            v = _mm_set1_epi64x(e);
+        } else {
+            v = _mm_loadu_si128(static_cast<const __m128i*>(pixel));
+        }
+        for (std::size_t at = 0; at < sizeof p.bytes; at += 16)
+            _mm_store_si128(reinterpret_cast<__m128i*>(p.bytes + at), v);
+        return p;
+    }
+}
+
+// Colour-only fill of `pixels` AC4 pixels from a 16-byte pattern: each 16-byte block of the
+// destination is read and merged under the colour mask, so alpha elements keep their values.
+template <class T> inline void fill_ac4_run(T* dst, const FillPattern& p, std::size_t pixels)
+{
+    constexpr std::size_t kPixelsPerVector = 16 / (4 * sizeof(T));
+    const __m128i colour = ac4_colour_mask<T>();
+    const __m128i value = _mm_load_si128(reinterpret_cast<const __m128i*>(p.bytes));
+    std::size_t x = 0;
+    for (; x + kPixelsPerVector <= pixels; x += kPixelsPerVector) {
+        auto* d = reinterpret_cast<__m128i*>(dst + 4 * x);
+        _mm_storeu_si128(d, _mm_blendv_epi8(_mm_loadu_si128(d), value, colour));
+    }
+    const T* v = reinterpret_cast<const T*>(p.bytes);
+    for (; x < pixels; ++x) dst[4 * x + 0] = v[0], dst[4 * x + 1] = v[1], dst[4 * x + 2] = v[2];
+}
+
+// Reverses whole pixels of P bytes within 16 bytes; pixels that do not tile 16 bytes (three
+// channels) have no vector form and take the scalar apply throughout.
+template <std::size_t P> struct ReversePixels {
+    static constexpr bool kVector = 16 % P == 0;
+    static constexpr std::size_t kGroup = kVector ? 16 / P : 1;  // pixels a vector
+
+    static __m128i pattern()
+    {
+        alignas(16) signed char m[16];
+        for (std::size_t i = 0; i < 16; ++i) m[i] = static_cast<signed char>((kGroup - 1 - i / P) * P + i % P);
+        return _mm_load_si128(reinterpret_cast<const __m128i*>(m));
+    }
+    // Vector: the group of pixels ending at `last` (inclusive), stored in reverse order.
+    static void apply(const unsigned char* last, unsigned char* d, __m128i order)
+    {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(last - (kGroup - 1) * P));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_shuffle_epi8(v, order));
+    }
+    // Scalar: one pixel.
+    static void apply(const unsigned char* last, unsigned char* d) { std::memcpy(d, last, P); }
+};
+
+// Destination pixel i takes the source pixel `i` places before `last`: n pixels of a row walked
+// backwards. Scalar head to the destination's 16-byte boundary when pixels can reach it, vector
+// groups, scalar tail.
+template <std::size_t P> inline void reverse_run(const void* lastPixel, void* dst, std::size_t n)
+{
+    using Op = ReversePixels<P>;
+    auto* s = static_cast<const unsigned char*>(lastPixel);
+    auto* d = static_cast<unsigned char*>(dst);
+    std::size_t i = 0;
+    if constexpr (Op::kVector) {
+        if (n >= 2 * Op::kGroup) {
+            const std::size_t head = (0 - reinterpret_cast<std::uintptr_t>(d)) & 15;
+            if (head % P == 0)
+                for (; i < head / P; ++i) Op::apply(s - i * P, d + i * P);
+            const __m128i order = Op::pattern();
+            for (; i + Op::kGroup <= n; i += Op::kGroup) Op::apply(s - i * P, d + i * P, order);
+        }
+    }
+    for (; i < n; ++i) Op::apply(s - i * P, d + i * P);
+}
+
+}  // namespace keli::rows
