@@ -15,6 +15,7 @@ int main(int argc, char** argv)
     demo_frame(&d);
     demo_arith_add_sub(&d);
     demo_move_copy(&d);
+    demo_move_border(&d);
     demo_threshold(&d);
     demo_stats_sums(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
