@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "simd/sse.hpp"
 
@@ -64,7 +65,7 @@ inline void sum8u_c1_run(const Kel8u* p, std::size_t n, Sum8uC1State& s)
     for (; i < head; ++i) sc = Op::apply(sc, p[i]);
     __m128i a0 = s.lanes, a1 = _mm_setzero_si128(), a2 = _mm_setzero_si128(), a3 = _mm_setzero_si128();
     for (; i + 64 <= n; i += 64) {
-        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 1024, _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 2048, _MM_HINT_T0);
         a0 = Op::apply(a0, simd::loada(p + i));
         a1 = Op::apply(a1, simd::loada(p + i + 16));
         a2 = Op::apply(a2, simd::loada(p + i + 32));
@@ -138,7 +139,10 @@ template <class T, int C> inline void sum_widen_run(const T* p, std::size_t n, s
         __m128i acc[3] = {_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
         for (std::size_t k = 0; k < periods; ++k, i += period) {
             const __m128i x0 = simd::loadu(p + i);
-            if constexpr (P == 1) {
+            if constexpr (std::is_same_v<T, Kel16s> && C == 1) {
+                // One channel: neighbouring pairs multiplied by one and added in one step.
+                acc[0] = _mm_add_epi32(acc[0], _mm_madd_epi16(x0, _mm_set1_epi16(1)));
+            } else if constexpr (P == 1) {
                 acc[0] = Op::add(acc[0], Op::add(Op::lo(x0), Op::hi(x0)));
             } else {
                 const __m128i x1 = simd::loadu(p + i + L), x2 = simd::loadu(p + i + 2 * L);
@@ -174,7 +178,7 @@ template <bool Aligned> inline void sum32f_c1_body(const Kel32f* p, std::size_t 
     auto ld = [](const Kel32f* q) { return Aligned ? _mm_load_ps(q) : _mm_loadu_ps(q); };
     std::size_t i = 0;
     for (; m - i >= 16; i += 16) {
-        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 1024, _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 2048, _MM_HINT_T0);
         A = Op::apply(A, ld(p + i));
         B = Op::apply(B, ld(p + i + 4));
         C = Op::apply(C, ld(p + i + 8));
