@@ -136,7 +136,7 @@ KelStatus lookup(const T* pSrc, int srcStep, T* pDst, int dstStep, KeliSize roi,
         const rows::Index idx{std::is_same_v<T, Kel16s> ? 0x8000u : 0u, sizeof(T) == 1 ? 0xFFu : 0xFFFFu};
         for (int y = 0; y < roi.height; ++y) {
             if constexpr (std::is_same_v<T, Kel8u> && !has_alpha<L>)
-                rows::Lookup8u<kMem>::run(srcRow(y), dstRow(y), width, tables, idx, false);
+                rows::Lookup8u<kMem>::run(srcRow(y), dstRow(y), width, tables, idx);
             else
                 rows::lookup_scalar<T, T, 1, kMem, kCurves>(srcRow(y), dstRow(y), 0, width, tables, idx);
         }
@@ -184,7 +184,7 @@ KelStatus palette(const typename P::Src* pSrc, int srcStep, typename P::Dst* pDs
         const S* s = reinterpret_cast<const S*>(reinterpret_cast<const Kel8u*>(pSrc) + std::ptrdiff_t(y) * srcStep);
         D* d = reinterpret_cast<D*>(reinterpret_cast<Kel8u*>(pDst) + std::ptrdiff_t(y) * dstStep);
         if constexpr (std::is_same_v<P, Palette_8u> && !has_alpha<L>)
-            rows::Lookup8u<kMem>::run(s, d, width, pTable, idx, false);
+            rows::Lookup8u<kMem>::run(s, d, width, pTable, idx);
         else
             rows::lookup_scalar<S, D, P::kWide, kMem, kCurves>(s, d, 0, width, pTable, idx);
     }

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "simd/sse.hpp"
 #include "stats/histogram_spec.hpp"
@@ -24,46 +25,37 @@ namespace keli::hist::rows {
 template <int C, int Sets> struct Count8u {
     static void run(const Kel8u* s, std::size_t pixels, u32_any* const* sets)
     {
+        u32_any* set[Sets];
+        for (int k = 0; k < Sets; ++k) set[k] = sets[k];
         std::size_t p = 0;
-        if constexpr (C == 1) {
-            // Sixteen pixels a load; their bytes leave the register one by one.
-            for (; p + 16 <= pixels; p += 16) {
-                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + p));
-                count_word(static_cast<std::uint64_t>(_mm_cvtsi128_si64(v)), sets);
-                count_word(static_cast<std::uint64_t>(_mm_extract_epi64(v, 1)), sets);
-            }
-        } else if constexpr (C == 4) {
-            // Four pixels a load: two 8-byte words of two pixels each.
-            for (; p + 4 <= pixels; p += 4) {
-                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * p));
-                count_pixels4(static_cast<std::uint64_t>(_mm_cvtsi128_si64(v)), sets);
-                count_pixels4(static_cast<std::uint64_t>(_mm_extract_epi64(v, 1)), sets);
+        if constexpr (C == 1 || C == 4) {
+            // Sixteen bytes a load: 16 C1 pixels or 4 C4 pixels, whose bytes leave the two
+            // halves of the register one by one. Byte b of a load belongs to pixel b / C.
+            for (; p + 16 / C <= pixels; p += 16 / C) {
+                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + C * p));
+                count_word<0>(static_cast<std::uint64_t>(_mm_cvtsi128_si64(v)), set, std::make_index_sequence<8>());
+                count_word<8>(static_cast<std::uint64_t>(_mm_extract_epi64(v, 1)), set, std::make_index_sequence<8>());
             }
         } else {
             // Two pixels an iteration, one into each set.
             for (; p + 2 <= pixels; p += 2) {
                 const Kel8u* q = s + C * p;
-                for (int c = 0; c < C; ++c) ++sets[0][256 * c + q[c]];
-                for (int c = 0; c < C; ++c) ++sets[1 % Sets][256 * c + q[C + c]];
+                for (int c = 0; c < C; ++c) ++set[0][256 * c + q[c]];
+                for (int c = 0; c < C; ++c) ++set[1 % Sets][256 * c + q[C + c]];
             }
         }
         for (; p < pixels; ++p)
-            for (int c = 0; c < C; ++c) ++sets[p % Sets][256 * c + s[C * p + c]];
+            for (int c = 0; c < C; ++c) ++set[p % Sets][256 * c + s[C * p + c]];
     }
 
 private:
-    // Eight C1 pixels: pixel k of the word goes to set k % Sets, as the scalar tail would
-    // place it when the word starts at a multiple of Sets.
-    static void count_word(std::uint64_t w, u32_any* const* sets)
+    // The eight bytes of one half: byte At + B of the load is channel (At + B) % C of pixel
+    // (At + B) / C, counted in that pixel's set. Every index is known at compile time.
+    template <int At, std::size_t... B>
+    static void count_word(std::uint64_t w, u32_any* const* set, std::index_sequence<B...>)
     {
-        static_assert(16 % Sets == 0, "a load must start a new round of sets");
-        for (int k = 0; k < 8; ++k, w >>= 8) ++sets[k % Sets][w & 0xFF];
-    }
-    // Two C4 pixels: the first into set 0, the second into set 1.
-    static void count_pixels4(std::uint64_t w, u32_any* const* sets)
-    {
-        for (int c = 0; c < 4; ++c, w >>= 8) ++sets[0][256 * c + (w & 0xFF)];
-        for (int c = 0; c < 4; ++c, w >>= 8) ++sets[1 % Sets][256 * c + (w & 0xFF)];
+        static_assert(16 / C % Sets == 0, "a load must start a new round of sets");
+        ((++set[(At + B) / C % Sets][256 * ((At + B) % C) + ((w >> (8 * B)) & 0xFF)]), ...);
     }
 };
 

@@ -1,11 +1,13 @@
 // Lookup row kernels. Integer lookups and palettes are one table load per element: the
-// index is the element, offset and masked, and the entry is copied out. 32f lookups find the
+// index is the element, offset and masked, and the entry is copied out; SSE4.2 has no gather,
+// so these are scalar loops shaped for the load ports. 32f lookups find the
 // segment of each element by a walk over the levels and evaluate its curve.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "simd/sse.hpp"
 #include "stats/lut_spec.hpp"
@@ -41,52 +43,43 @@ inline void lookup_scalar(const S* s, D* d, std::size_t from, std::size_t to, co
         }
 }
 
-// 8u to 8u, C1, C3 and C4: sixteen pixels a round, assembled eight bytes at a time in
-// general registers from one 16-byte load a vector, and written as whole 16-byte vectors.
-// The channel of every byte is known at compile time, so there is no per-element branch.
+// 8u to 8u, C1, C3 and C4: sixteen pixels a round, fully unrolled so that the channel of every
+// byte, and with it its table, is a constant. There is no gather below AVX2: one table load per
+// element is the whole cost, and eight results are loaded before they are stored so that the
+// loads of a group never wait on its stores (the bytes may alias the tables).
+//
+// A mask of all eight bits is left out of the loop altogether.
 template <int C> struct Lookup8u {
-    static void run(const Kel8u* s, Kel8u* d, std::size_t width, const Kel8u* const* tables, Index idx,
-                    bool stream)
+    static void run(const Kel8u* s, Kel8u* d, std::size_t width, const Kel8u* const* tables, Index idx)
     {
-        // Pixels before the destination reaches a 16-byte boundary (none when it cannot).
-        std::size_t head = 0;
-        while (head < 16 && head < width && !simd::aligned16(d + C * head)) ++head;
-        const bool aligned = simd::aligned16(d + C * head);
-        if (!aligned) head = 0;
-        lookup_scalar<Kel8u, Kel8u, 1, C, C>(s, d, 0, head, tables, idx);
-        std::size_t p = head;
-        const Kel8u* t[C];
-        for (int c = 0; c < C; ++c) t[c] = tables[c];
-        const std::uint64_t mask = idx.mask;
-        for (; p + 16 <= width; p += 16) {
-            const Kel8u* in = s + C * p;
-            Kel8u* out = d + C * p;
-#pragma GCC unroll 4
-            for (int v = 0; v < C; ++v) {
-                const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 16 * v));
-                const std::uint64_t lo = word<0>(static_cast<std::uint64_t>(_mm_cvtsi128_si64(x)), v, t, mask);
-                const std::uint64_t hi = word<8>(static_cast<std::uint64_t>(_mm_extract_epi64(x, 1)), v, t, mask);
-                const __m128i y = _mm_set_epi64x(static_cast<long long>(hi), static_cast<long long>(lo));
-                __m128i* o = reinterpret_cast<__m128i*>(out + 16 * v);
-                if (stream) _mm_stream_si128(o, y);
-                else if (aligned) _mm_store_si128(o, y);
-                else _mm_storeu_si128(o, y);
-            }
-        }
-        lookup_scalar<Kel8u, Kel8u, 1, C, C>(s, d, p, width, tables, idx);
+        if (idx.mask == 0xFF) run_masked<0xFF>(s, d, width, tables, idx);
+        else run_masked<0>(s, d, width, tables, idx);
     }
 
 private:
-    // Eight output bytes from eight input bytes that start at byte `16 * v + At` of the round.
-    template <int At> static std::uint64_t word(std::uint64_t in, int v, const Kel8u* const* t, std::uint64_t mask)
+    // Mask 0xFF fixes the mask at compile time; 0 takes it from `idx`.
+    template <std::uint32_t Fixed>
+    static void run_masked(const Kel8u* s, Kel8u* d, std::size_t width, const Kel8u* const* tables, Index idx)
     {
-        std::uint64_t out = 0;
-#pragma GCC unroll 8
-        for (int b = 0; b < 8; ++b) {
-            const int channel = (16 * v + At + b) % C;
-            out |= std::uint64_t(t[channel][(in >> (8 * b)) & mask]) << (8 * b);
-        }
-        return out;
+        const Kel8u* t[C];
+        for (int c = 0; c < C; ++c) t[c] = tables[c];
+        const std::uint32_t mask = Fixed ? Fixed : idx.mask;
+        std::size_t p = 0;
+        for (; p + 16 <= width; p += 16) round(s + C * p, d + C * p, t, mask, std::make_index_sequence<2 * C>());
+        lookup_scalar<Kel8u, Kel8u, 1, C, C>(s, d, p, width, tables, idx);
+    }
+
+    template <std::size_t... G>
+    static void round(const Kel8u* in, Kel8u* out, const Kel8u* const* t, std::uint32_t mask, std::index_sequence<G...>)
+    {
+        (group<8 * G>(in, out, t, mask, std::make_index_sequence<8>()), ...);
+    }
+
+    template <std::size_t At, std::size_t... B>
+    static void group(const Kel8u* in, Kel8u* out, const Kel8u* const* t, std::uint32_t mask, std::index_sequence<B...>)
+    {
+        const Kel8u v[8] = {t[(At + B) % C][in[At + B] & mask]...};
+        ((out[At + B] = v[B]), ...);
     }
 };
 
