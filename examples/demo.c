@@ -18,6 +18,7 @@ int main(int argc, char** argv)
     demo_move_border(&d);
     demo_threshold(&d);
     demo_stats_sums(&d);
+    demo_stats_hist(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
     return d.failures ? 1 : 0;
 }

@@ -36,5 +36,6 @@ void demo_move_copy(Demo* d);
 void demo_move_border(Demo* d);
 void demo_threshold(Demo* d);
 void demo_stats_sums(Demo* d);
+void demo_stats_hist(Demo* d);
 
 #endif
