@@ -14,6 +14,7 @@ int main(int argc, char** argv)
     printf("  %-34s %6s   %9s\n", "function", "status", "Mpixel/s");
     demo_frame(&d);
     demo_arith_add_sub(&d);
+    demo_arith_mul_div(&d);
     demo_move_copy(&d);
     demo_move_border(&d);
     demo_threshold(&d);

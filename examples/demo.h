@@ -32,6 +32,7 @@ double demo_speed(void (*fn)(void*), void* arg, double pixels);
 /* The steps, one per subsystem that exists. */
 void demo_frame(Demo* d);
 void demo_arith_add_sub(Demo* d);
+void demo_arith_mul_div(Demo* d);
 void demo_move_copy(Demo* d);
 void demo_move_border(Demo* d);
 void demo_threshold(Demo* d);
