@@ -17,6 +17,7 @@ int main(int argc, char** argv)
     demo_arith_mul_div(&d);
     demo_move_copy(&d);
     demo_move_border(&d);
+    demo_move_convert(&d);
     demo_threshold(&d);
     demo_stats_sums(&d);
     demo_stats_hist(&d);
