@@ -35,6 +35,7 @@ void demo_arith_add_sub(Demo* d);
 void demo_arith_mul_div(Demo* d);
 void demo_move_copy(Demo* d);
 void demo_move_border(Demo* d);
+void demo_move_convert(Demo* d);
 void demo_threshold(Demo* d);
 void demo_stats_sums(Demo* d);
 void demo_stats_hist(Demo* d);
