@@ -3,6 +3,6 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
-cmake -S . -B build -G Ninja -DKELI_BUILD_TESTS=OFF > /dev/null
+cmake -S . -B build -G Ninja -DKELI_BUILD_TESTS=OFF -DKELI_BUILD_EXAMPLES=ON > /dev/null
 cmake --build build --target keli_demo
 ./build/examples/keli_demo demo-output

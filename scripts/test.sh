@@ -5,10 +5,10 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 build=build
-flags=()
+flags=(-DKELI_BUILD_TESTS=ON -DKELI_BUILD_EXAMPLES=ON)
 if [ "${1:-}" = --sanitize ]; then
   build=build-sanitize
-  flags=(-DKELI_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo)
+  flags+=(-DKELI_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo)
 fi
 cmake -S . -B "$build" -G Ninja "${flags[@]}" > /dev/null
 cmake --build "$build"
