@@ -37,6 +37,7 @@ struct MaskedFromImage {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i * pixelBytes + 16 * k));
     }
     const unsigned char* pixel(std::size_t i) const { return src + i * pixelBytes; }
+    void prefetch(std::size_t i) const { simd::prefetch_ahead(pixel(i)); }
 };
 
 // New values from a pattern. A group of 16 pixels spans a whole number of pattern lengths, so
@@ -48,6 +49,7 @@ struct MaskedFromPattern {
         return _mm_load_si128(reinterpret_cast<const __m128i*>(pattern->bytes + 16 * k % pattern->length));
     }
     const unsigned char* pixel(std::size_t) const { return pattern->bytes; }
+    void prefetch(std::size_t) const {}
 };
 
 // P: bytes a pixel; ColourBytes: bytes of it that may change (P, or 3/4 of it for AC4).
@@ -65,6 +67,11 @@ inline void masked_row(const Source& src, unsigned char* dst, const unsigned cha
     }
     std::size_t i = 0;
     for (; i + 16 <= n; i += 16) {
+        // The group branches stall the loads behind a mispredicted one, so the lines ahead are
+        // asked for early: the mask's once a line, the pixels' once a group.
+        if (i % 64 == 0) simd::prefetch_ahead(mask + i);
+        src.prefetch(i);
+        simd::prefetch_ahead(dst + i * P);
         const __m128i off = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(mask + i)),
                                            _mm_setzero_si128());
         const int offBits = _mm_movemask_epi8(off);

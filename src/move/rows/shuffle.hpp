@@ -165,6 +165,17 @@ inline void shuffle_row(const ShufflePlan& p, const Byte* const* in, Byte* const
     std::size_t i = 0;
     if (n >= head + G + early) {
         for (; i < head; ++i) shuffle_pixel(m, p.inUsed, in, out, i);
+        // The patterns are copied to locals before the loop: the byte stores could alias the
+        // plan, which would force every pattern to be reloaded after each store, while these
+        // copies never have their address taken and stay in registers.
+        __m128i pick[Cout][Cin], constant[Cout], keep[Cout];
+        for (int o = 0; o < Cout; ++o) {
+            for (int k = 0; k < Cin; ++k) pick[o][k] = p.pick[o][k];
+            constant[o] = p.constant[o], keep[o] = p.keep[o];
+        }
+        unsigned used[Cout];
+        bool keeps[Cout];
+        for (int o = 0; o < Cout; ++o) used[o] = p.used[o], keeps[o] = p.keeps[o];
         auto groups = [&](auto store) {
             for (; i + G + early <= n; i += G) {
                 __m128i v[Cin];
@@ -173,11 +184,11 @@ inline void shuffle_row(const ShufflePlan& p, const Byte* const* in, Byte* const
                                                                                     : in[0] + i * inPix + 16 * k));
                 for (int o = 0; o < Cout; ++o) {
                     Byte* d = OutPlanar ? out[o] + i * outPix : out[0] + i * outPix + 16 * o;
-                    __m128i r = p.constant[o];
+                    __m128i r = constant[o];
                     for (int k = 0; k < Cin; ++k)
-                        if (p.used[o] >> k & 1) r = _mm_or_si128(r, _mm_shuffle_epi8(v[k], p.pick[o][k]));
-                    if (p.keeps[o])
-                        r = _mm_blendv_epi8(r, _mm_loadu_si128(reinterpret_cast<const __m128i*>(d)), p.keep[o]);
+                        if (used[o] >> k & 1) r = _mm_or_si128(r, _mm_shuffle_epi8(v[k], pick[o][k]));
+                    if (keeps[o])
+                        r = _mm_blendv_epi8(r, _mm_loadu_si128(reinterpret_cast<const __m128i*>(d)), keep[o]);
                     store(d, r);
                 }
             }
