@@ -147,7 +147,7 @@ private:
     {
         if (n <= 0) return;
         if constexpr (kAlpha) rows::fill_ac4_run(reinterpret_cast<T*>(d), p, static_cast<std::size_t>(n));
-        else rows::fill_frame_run(d, static_cast<std::size_t>(n) * P, p);
+        else rows::fill_run(d, static_cast<std::size_t>(n) * P, p, false);
     }
 
     // n pixels of coordinates x .. x + n - 1, all on one side outside [0, W).

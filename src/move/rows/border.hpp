@@ -50,25 +50,6 @@ template <std::size_t P> inline FillPattern pixel_pattern(const void* pixel)
     }
 }
 
-// Frames are mostly a few pixels wide: runs of a 16-byte pattern below the pattern fill's
-// vector threshold go as two overlapping moves (each read at its own phase of the pattern).
-inline void fill_frame_run(void* dst, std::size_t n, const FillPattern& p)
-{
-    auto* d = static_cast<unsigned char*>(dst);
-    if (p.length != 16 || n >= 64) return fill_run(d, n, p, false);
-    if (n >= 16) {
-        for (std::size_t i = 0; i + 16 <= n; i += 16)
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), _mm_load_si128(reinterpret_cast<const __m128i*>(p.bytes)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + n - 16),
-                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.bytes + n % 16)));
-    } else if (n >= 8) {
-        std::memcpy(d, p.bytes, 8);
-        std::memcpy(d + n - 8, p.bytes + n % 16 + 8, 8);
-    } else {
-        for (std::size_t i = 0; i < n; ++i) d[i] = p.bytes[i];
-    }
-}
-
 // Colour-only fill of `pixels` AC4 pixels from a 16-byte pattern: each 16-byte block of the
 // destination is read and merged under the colour mask, so alpha elements keep their values.
 template <class T> inline void fill_ac4_run(T* dst, const FillPattern& p, std::size_t pixels)
