@@ -12,6 +12,7 @@
 
 #include "arith/rows/add_sub.hpp"
 #include "keli.h"
+#include "kit/arith.hpp"
 #include "kit/image.hpp"
 #include "kit/random.hpp"
 #include "reference/add_sub.hpp"
@@ -20,32 +21,12 @@ namespace {
 
 using keli::rows::AddSub;
 
-template <class T> using Bin = KelStatus (*)(const T*, int, const T*, int, T*, int, KeliSize, int);
-template <class T> using BinI = KelStatus (*)(const T*, int, T*, int, KeliSize, int);
-template <class T> using Con = KelStatus (*)(const T*, int, const T*, T*, int, KeliSize, int);
-template <class T> using ConI = KelStatus (*)(const T*, T*, int, KeliSize, int);
+using namespace kit::arith;
 
-// Uniform signatures: 32f members have no scale factor, C1 constants come by value.
-template <auto F> KelStatus bin32f(const float* a, int as, const float* b, int bs, float* d, int ds, KeliSize s, int)
-{
-    return F(a, as, b, bs, d, ds, s);
-}
-template <auto F> KelStatus binI32f(const float* a, int as, float* d, int ds, KeliSize s, int) { return F(a, as, d, ds, s); }
-template <class T, auto F> KelStatus conC1(const T* a, int as, const T* v, T* d, int ds, KeliSize s, int n)
-{
-    if constexpr (std::is_same_v<T, float>) return F(a, as, *v, d, ds, s);
-    else return F(a, as, *v, d, ds, s, n);
-}
-template <class T, auto F> KelStatus conIC1(const T* v, T* d, int ds, KeliSize s, int n)
-{
-    if constexpr (std::is_same_v<T, float>) return F(*v, d, ds, s);
-    else return F(*v, d, ds, s, n);
-}
-template <auto F> KelStatus con32f(const float* a, int as, const float* v, float* d, int ds, KeliSize s, int)
-{
-    return F(a, as, v, d, ds, s);
-}
-template <auto F> KelStatus conI32f(const float* v, float* d, int ds, KeliSize s, int) { return F(v, d, ds, s); }
+template <class T> using Bin = BinFn<T, int, KeliSize>;
+template <class T> using BinI = BinIFn<T, int, KeliSize>;
+template <class T> using Con = ConFn<T, int, KeliSize>;
+template <class T> using ConI = ConIFn<T, int, KeliSize>;
 
 template <class T> struct Member {
     const char* name;
@@ -89,7 +70,6 @@ template <class T> T model(AddSub k, T minuendOrFirst, T second, int n)
     return k == AddSub::Add ? reference::add(minuendOrFirst, second, n) : reference::sub(minuendOrFirst, second, n);
 }
 
-template <class T> constexpr bool kFloat = std::is_same_v<T, float>;
 
 // Scale factors of every kind: saturating, halving, general, at and past the zero bound, left
 // shifts, at and past the pattern bound, and the extremes.
@@ -103,31 +83,6 @@ template <class T> std::vector<int> scale_factors(AddSub k)
         return {0, 1, 2, 3, 5, b.zeroFrom - 1, b.zeroFrom, b.zeroFrom + 9, INT_MAX, -1, -3,
                 b.patternTo + 1, b.patternTo, b.patternTo - 20, INT_MIN};
     }
-}
-
-template <class T> T edgy(kit::Rng& rng)
-{
-    if constexpr (kFloat<T>) {
-        static const float edges[] = {0.0f, -0.0f, INFINITY, -INFINITY, NAN, 1e30f, -1e-40f, 0.5f};
-        return rng.below(5) == 0 ? edges[rng.below(8)] : rng.any<T>();
-    } else {
-        const T lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
-        const T edges[] = {lo, T(lo + 1), T(0), T(1), T(2), T(3), T(hi / 2), T(hi / 2 + 1), T(hi - 1), hi};
-        return rng.below(3) == 0 ? edges[rng.below(10)] : rng.any<T>();
-    }
-}
-
-template <class T> bool same(T a, T b) { return std::memcmp(&a, &b, sizeof a) == 0; }
-
-// Shapes for the i-th width of a sweep: offsets over every element position, padded rows and
-// bottom-up (negative-step) images.
-kit::Shape shape(int width, int salt, int positions, int elementBytes)
-{
-    kit::Shape s;
-    s.offsetElements = (width * 7 + salt * 5) % positions;
-    s.padBytes = ((width + salt) % 4) * 16 + elementBytes * ((width + salt) % 3);
-    s.flipped = (width + salt) % 5 == 0;
-    return s;
 }
 
 template <class T> void sweep_member(const Member<T>& m, kit::Rng& rng)
@@ -275,17 +230,6 @@ TEST(AddSub, RoundingAndSaturationWhereTheyBite)
     EXPECT_EQ(one<Kel16u>(keliAdd_16u_C1RSfs, 1, 0, -15), 32768);
     EXPECT_TRUE(std::isnan(one<Kel32f>(bin32f<keliAdd_32f_C1R>, INFINITY, -INFINITY, 0)));
 }
-
-// A page that faults on any access: proof that a short cut reads (or writes) nothing there.
-class Unreadable {
-public:
-    Unreadable() : p_(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {}
-    ~Unreadable() { munmap(p_, 4096); }
-    template <class T> T* as() const { return static_cast<T*>(p_); }
-
-private:
-    void* p_;
-};
 
 template <class T> void check_unread_sources(const Member<T>& m, int zeroFrom, int patternTo)
 {

@@ -11,6 +11,7 @@
 
 #include "arith/rows/add_sub.hpp"
 #include "keli.h"
+#include "kit/arith.hpp"
 #include "kit/random.hpp"
 #include "reference/add_sub.hpp"
 
@@ -28,31 +29,12 @@ namespace {
 using keli::rows::AddSub;
 using I64 = std::int64_t;
 
-template <class T> using Bin = KelStatus (*)(const T*, I64, const T*, I64, T*, I64, KeliSizeL, int);
-template <class T> using BinI = KelStatus (*)(const T*, I64, T*, I64, KeliSizeL, int);
-template <class T> using Con = KelStatus (*)(const T*, I64, const T*, T*, I64, KeliSizeL, int);
-template <class T> using ConI = KelStatus (*)(const T*, T*, I64, KeliSizeL, int);
+using namespace kit::arith;
 
-template <auto F> KelStatus bin32f(const float* a, I64 as, const float* b, I64 bs, float* d, I64 ds, KeliSizeL s, int)
-{
-    return F(a, as, b, bs, d, ds, s);
-}
-template <auto F> KelStatus binI32f(const float* a, I64 as, float* d, I64 ds, KeliSizeL s, int) { return F(a, as, d, ds, s); }
-template <class T, auto F> KelStatus conC1(const T* a, I64 as, const T* v, T* d, I64 ds, KeliSizeL s, int n)
-{
-    if constexpr (std::is_same_v<T, float>) return F(a, as, *v, d, ds, s);
-    else return F(a, as, *v, d, ds, s, n);
-}
-template <class T, auto F> KelStatus conIC1(const T* v, T* d, I64 ds, KeliSizeL s, int n)
-{
-    if constexpr (std::is_same_v<T, float>) return F(*v, d, ds, s);
-    else return F(*v, d, ds, s, n);
-}
-template <auto F> KelStatus con32f(const float* a, I64 as, const float* v, float* d, I64 ds, KeliSizeL s, int)
-{
-    return F(a, as, v, d, ds, s);
-}
-template <auto F> KelStatus conI32f(const float* v, float* d, I64 ds, KeliSizeL s, int) { return F(v, d, ds, s); }
+template <class T> using Bin = BinFn<T, I64, KeliSizeL>;
+template <class T> using BinI = BinIFn<T, I64, KeliSizeL>;
+template <class T> using Con = ConFn<T, I64, KeliSizeL>;
+template <class T> using ConI = ConIFn<T, I64, KeliSizeL>;
 
 template <class T> struct Member {
     const char* name;
@@ -70,14 +52,17 @@ template <class T> struct Member {
                    keli##K##C_##T##_##L##RSfs_L, keli##K##C_##T##_##L##IRSfs_L}
 #define KELI_L_C1(K, T)                                                                                                \
     Member<Kel##T>{#K "_" #T "_C1", AddSub::K, 1, false, keli##K##_##T##_C1RSfs_L, keli##K##_##T##_C1IRSfs_L,        \
-                   conC1<Kel##T, keli##K##C_##T##_C1RSfs_L>, conIC1<Kel##T, keli##K##C_##T##_C1IRSfs_L>}
+                   conC1<Kel##T, keli##K##C_##T##_C1RSfs_L, I64, KeliSizeL>,                                           \
+                   conIC1<Kel##T, keli##K##C_##T##_C1IRSfs_L, I64, KeliSizeL>}
 #define KELI_L_ALL(K, T) KELI_L_C1(K, T), KELI_L(K, T, C3, 3, false), KELI_L(K, T, C4, 4, false), KELI_L(K, T, AC4, 4, true)
 #define KELI_LF(K, L, C, A)                                                                                            \
-    Member<Kel32f>{#K "_32f_" #L, AddSub::K, C, A, bin32f<keli##K##_32f_##L##R_L>, binI32f<keli##K##_32f_##L##IR_L>, \
-                   con32f<keli##K##C_32f_##L##R_L>, conI32f<keli##K##C_32f_##L##IR_L>}
+    Member<Kel32f>{#K "_32f_" #L, AddSub::K, C, A, bin32f<keli##K##_32f_##L##R_L, I64, KeliSizeL>,                    \
+                   binI32f<keli##K##_32f_##L##IR_L, I64, KeliSizeL>, con32f<keli##K##C_32f_##L##R_L, I64, KeliSizeL>, \
+                   conI32f<keli##K##C_32f_##L##IR_L, I64, KeliSizeL>}
 #define KELI_LF_C1(K)                                                                                                  \
-    Member<Kel32f>{#K "_32f_C1", AddSub::K, 1, false, bin32f<keli##K##_32f_C1R_L>, binI32f<keli##K##_32f_C1IR_L>,    \
-                   conC1<Kel32f, keli##K##C_32f_C1R_L>, conIC1<Kel32f, keli##K##C_32f_C1IR_L>}
+    Member<Kel32f>{#K "_32f_C1", AddSub::K, 1, false, bin32f<keli##K##_32f_C1R_L, I64, KeliSizeL>,                    \
+                   binI32f<keli##K##_32f_C1IR_L, I64, KeliSizeL>, conC1<Kel32f, keli##K##C_32f_C1R_L, I64, KeliSizeL>, \
+                   conIC1<Kel32f, keli##K##C_32f_C1IR_L, I64, KeliSizeL>}
 
 template <class T> std::vector<Member<T>> members();
 template <> std::vector<Member<Kel8u>> members() { return {KELI_L_ALL(Add, 8u), KELI_L_ALL(Sub, 8u)}; }
@@ -88,34 +73,6 @@ template <> std::vector<Member<Kel32f>> members()
     return {KELI_LF_C1(Add), KELI_LF(Add, C3, 3, false), KELI_LF(Add, C4, 4, false), KELI_LF(Add, AC4, 4, true),
             KELI_LF_C1(Sub), KELI_LF(Sub, C3, 3, false), KELI_LF(Sub, C4, 4, false), KELI_LF(Sub, AC4, 4, true)};
 }
-
-// Rows 2^32 + 64 bytes apart: too far for the 32-bit members. Only the touched pages of the
-// mapping take memory.
-class FarRows {
-public:
-    static constexpr I64 kStep = (I64(1) << 32) + 64;
-    static constexpr int kRows = 2;
-    FarRows() : size_(kStep * (kRows - 1) + 8192)
-    {
-        void* p = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        base_ = p == MAP_FAILED ? nullptr : static_cast<unsigned char*>(p);
-    }
-    ~FarRows()
-    {
-        if (base_) munmap(base_, size_);
-    }
-    bool ok() const { return base_ != nullptr; }
-    // Image k (0 to 3) of row 0; row y lies y * kStep further on.
-    template <class T> T* image(int k) const { return reinterpret_cast<T*>(base_ + 1024 * k + 8 * k); }
-    template <class T> static T& at(T* img, int y, int e)
-    {
-        return reinterpret_cast<T*>(reinterpret_cast<unsigned char*>(img) + y * kStep)[e];
-    }
-
-private:
-    I64 size_;
-    unsigned char* base_;
-};
 
 template <class T> T draw(kit::Rng& rng)
 {
@@ -128,7 +85,6 @@ template <class T> T model(AddSub k, T a, T b, int n)
     return k == AddSub::Add ? reference::add(a, b, n) : reference::sub(a, b, n);
 }
 
-template <class T> bool same(T a, T b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 template <class T> void far_rows_member(const FarRows& mem, const Member<T>& m, kit::Rng& rng)
 {

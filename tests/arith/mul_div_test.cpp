@@ -13,6 +13,7 @@
 
 #include "arith/rows/mul.hpp"
 #include "keli.h"
+#include "kit/arith.hpp"
 #include "kit/image.hpp"
 #include "kit/random.hpp"
 #include "reference/mul_div.hpp"
@@ -21,40 +22,16 @@ namespace {
 
 using I64 = std::int64_t;
 
-template <class T> using Bin = KelStatus (*)(const T*, int, const T*, int, T*, int, KeliSize, int);
-template <class T> using BinI = KelStatus (*)(const T*, int, T*, int, KeliSize, int);
-template <class T> using Con = KelStatus (*)(const T*, int, const T*, T*, int, KeliSize, int);
-template <class T> using ConI = KelStatus (*)(const T*, T*, int, KeliSize, int);
-template <class T> using BinL = KelStatus (*)(const T*, I64, const T*, I64, T*, I64, KeliSizeL, int);
-template <class T> using BinIL = KelStatus (*)(const T*, I64, T*, I64, KeliSizeL, int);
-template <class T> using ConL = KelStatus (*)(const T*, I64, const T*, T*, I64, KeliSizeL, int);
-template <class T> using ConIL = KelStatus (*)(const T*, T*, I64, KeliSizeL, int);
+using namespace kit::arith;
 
-// Uniform signatures: 32f members have no scale factor, C1 constants come by value; S is the
-// step type (int or int64), Z the size type.
-template <auto F, class S, class Z> KelStatus bin32f(const float* a, S as, const float* b, S bs, float* d, S ds, Z s, int)
-{
-    return F(a, as, b, bs, d, ds, s);
-}
-template <auto F, class S, class Z> KelStatus binI32f(const float* a, S as, float* d, S ds, Z s, int)
-{
-    return F(a, as, d, ds, s);
-}
-template <class T, auto F, class S, class Z> KelStatus conC1(const T* a, S as, const T* v, T* d, S ds, Z s, int n)
-{
-    if constexpr (std::is_same_v<T, float>) return F(a, as, *v, d, ds, s);
-    else return F(a, as, *v, d, ds, s, n);
-}
-template <class T, auto F, class S, class Z> KelStatus conIC1(const T* v, T* d, S ds, Z s, int n)
-{
-    if constexpr (std::is_same_v<T, float>) return F(*v, d, ds, s);
-    else return F(*v, d, ds, s, n);
-}
-template <auto F, class S, class Z> KelStatus con32f(const float* a, S as, const float* v, float* d, S ds, Z s, int)
-{
-    return F(a, as, v, d, ds, s);
-}
-template <auto F, class S, class Z> KelStatus conI32f(const float* v, float* d, S ds, Z s, int) { return F(v, d, ds, s); }
+template <class T> using Bin = BinFn<T, int, KeliSize>;
+template <class T> using BinI = BinIFn<T, int, KeliSize>;
+template <class T> using Con = ConFn<T, int, KeliSize>;
+template <class T> using ConI = ConIFn<T, int, KeliSize>;
+template <class T> using BinL = BinFn<T, I64, KeliSizeL>;
+template <class T> using BinIL = BinIFn<T, I64, KeliSizeL>;
+template <class T> using ConL = ConFn<T, I64, KeliSizeL>;
+template <class T> using ConIL = ConIFn<T, I64, KeliSizeL>;
 
 template <class T> struct Member {
     const char* name;
@@ -106,7 +83,6 @@ template <> std::vector<Member<Kel32f>> members()
             KELI_F(C4, 4, false, con32f, conI32f), KELI_F(AC4, 4, true, con32f, conI32f)};
 }
 
-template <class T> constexpr bool kFloat = std::is_same_v<T, float>;
 
 // Scale factors of every kind: saturating, halving, general, the 16-bit high-half cases, at and
 // past the zero bound, left shifts, at and past the pattern bound, and the extremes.
@@ -119,29 +95,6 @@ template <class T> std::vector<int> scale_factors()
         return {0, 1, 2, 3, 7, 8, 15, 16, b.zeroFrom - 2, b.zeroFrom - 1, b.zeroFrom, INT_MAX, -1, -3,
                 b.patternTo + 1, b.patternTo, INT_MIN};
     }
-}
-
-template <class T> T edgy(kit::Rng& rng)
-{
-    if constexpr (kFloat<T>) {
-        static const float edges[] = {0.0f, -0.0f, INFINITY, -INFINITY, NAN, 1e30f, -1e-40f, 0.5f};
-        return rng.below(5) == 0 ? edges[rng.below(8)] : rng.any<T>();
-    } else {
-        const T lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
-        const T edges[] = {lo, T(lo + 1), T(0), T(1), T(2), T(3), T(16), T(hi / 2), T(hi / 2 + 1), T(hi - 1), hi};
-        return rng.below(3) == 0 ? edges[rng.below(11)] : rng.any<T>();
-    }
-}
-
-template <class T> bool same(T a, T b) { return std::memcmp(&a, &b, sizeof a) == 0; }
-
-kit::Shape shape(int width, int salt, int positions, int elementBytes)
-{
-    kit::Shape s;
-    s.offsetElements = (width * 7 + salt * 5) % positions;
-    s.padBytes = ((width + salt) % 4) * 16 + elementBytes * ((width + salt) % 3);
-    s.flipped = (width + salt) % 5 == 0;
-    return s;
 }
 
 template <class T> void sweep_member(const Member<T>& m, kit::Rng& rng)
@@ -276,17 +229,6 @@ TEST(Mul, RoundingAndSaturationWhereTheyBite)
     EXPECT_TRUE(std::isnan(out));
 }
 
-// A page that faults on any access: proof that a short cut reads (or writes) nothing there.
-class Unreadable {
-public:
-    Unreadable() : p_(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {}
-    ~Unreadable() { munmap(p_, 4096); }
-    template <class T> T* as() const { return static_cast<T*>(p_); }
-
-private:
-    void* p_;
-};
-
 template <class T> void check_unread_sources(const Member<T>& m, int zeroFrom)
 {
     SCOPED_TRACE(m.name);
@@ -387,32 +329,6 @@ TEST(Mul, ChecksRunInOrderAndWriteNothing)
         for (Kel16u v : dst) ASSERT_EQ(v, 0xA5A5);
     }
 }
-
-// Rows 2^32 + 64 bytes apart: too far for the 32-bit members, so the wide members walk them in
-// chunks. Only the touched pages of the sparse mapping take memory.
-class FarRows {
-public:
-    static constexpr I64 kStep = (I64(1) << 32) + 64;
-    FarRows() : size_(kStep + 8192)
-    {
-        void* p = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        base_ = p == MAP_FAILED ? nullptr : static_cast<unsigned char*>(p);
-    }
-    ~FarRows()
-    {
-        if (base_) munmap(base_, size_);
-    }
-    bool ok() const { return base_ != nullptr; }
-    template <class T> T* image(int k) const { return reinterpret_cast<T*>(base_ + 1032 * k); }
-    template <class T> static T& at(T* img, int y, int e)
-    {
-        return reinterpret_cast<T*>(reinterpret_cast<unsigned char*>(img) + y * kStep)[e];
-    }
-
-private:
-    I64 size_;
-    unsigned char* base_;
-};
 
 template <class T> void far_rows_member(const FarRows& mem, const Member<T>& m, kit::Rng& rng)
 {
