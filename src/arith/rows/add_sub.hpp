@@ -4,7 +4,7 @@
 //
 //   n == 0                   SatOp      saturating vector add or subtract, no widening
 //   n == 1                   HalfOp     halving with ties to even, in the element's own width
-//   1 < n < zeroFrom         ScaleOp    exact in wider lanes, divided by 2^n, saturated
+//   1 < n < zeroFrom         ScaleOp    divided by 2^n through rounding averages, in the element's width
 //   patternTo < n < 0        ShiftOp    saturate, multiply by 2^-n, saturate
 //   n <= patternTo           SignOp     the saturated sign of the exact result
 //
@@ -108,45 +108,78 @@ private:
     }
 };
 
-// 1 < n < zeroFrom: the exact result in wider lanes (16 bits for 8u, 32 bits otherwise).
+// 1 < n < zeroFrom, without widening. With h = floor(r / 2) and b the bit that halving drops,
+// r = 2h + b, and dividing by 2^n with ties to even,
+//
+//     (r + 2^(n-1) - 1 + q0) >> n  ==  (h + 2^(n-2) - s) >> (n-1),
+//
+// where q0 is the lowest bit of the quotient (bit n-1 of h) and s is 1 exactly when b and q0
+// are both 0. h fits the element's own width: the rounding average gives it directly, for 16s
+// on values biased by 2^15 (bit n-1 of h is then bit n-1 of the biased h, except at n = 16 where
+// the bias flips it). The last step is one more average, (h - s + 2^(n-2)) >> 1, and a shift by
+// n - 2; h - s saturates at 0 where that changes nothing (2^(n-2) < 2^(n-1)). Every result is
+// within the type's range here, so none needs saturating.
 template <AddSub K, class E> struct ScaleOp {
     using T = E;
-    static constexpr std::size_t kVectorFrom = rows::kVectorFrom<T, true>;
-    explicit ScaleOp(int n) : n_(n), shift_(n) {}
+    static constexpr std::size_t kVectorFrom = rows::kVectorFrom<T, false>;
+    static constexpr bool kBytes = sizeof(T) == 1;
+
+    explicit ScaleOp(int n) : n_(n), count_(_mm_cvtsi32_si128(n - 2))
+    {
+        if constexpr (kBytes) {
+            one_ = _mm_set1_epi8(1);
+            bias_ = _mm_set1_epi8(static_cast<char>((1 << (n - 2)) - 1));
+            q0_ = _mm_set1_epi8(static_cast<char>((1 << (n - 1)) & 0xFF));
+            keep_ = _mm_set1_epi8(static_cast<char>(0xFF >> (n - 2)));
+        } else {
+            one_ = _mm_set1_epi16(1);
+            bias_ = _mm_set1_epi16(static_cast<short>((1 << (n - 2)) - 1));
+            q0_ = _mm_set1_epi16(static_cast<short>((1 << (n - 1)) & 0xFFFF));
+            if constexpr (std::is_signed_v<T>) {
+                flip_ = _mm_set1_epi16(static_cast<short>(n == 16 ? 0x8000 : 0));
+                offset_ = _mm_set1_epi16(static_cast<short>(1 << (16 - n)));
+            }
+        }
+    }
 
     __m128i apply(__m128i x, __m128i y) const
     {
-        if constexpr (std::is_same_v<T, Kel8u>) {
-            if constexpr (K == AddSub::Add) {
-                const __m128i lo = _mm_add_epi16(scale::widen_lo_epu8(x), scale::widen_lo_epu8(y));
-                const __m128i hi = _mm_add_epi16(scale::widen_hi_epu8(x), scale::widen_hi_epu8(y));
-                return scale::narrow<T>(shift_.epu16(lo), shift_.epu16(hi));
-            } else {
-                const __m128i d = saturating<K, T>(x, y);
-                return scale::narrow<T>(shift_.epu16(scale::widen_lo_epu8(d)), shift_.epu16(scale::widen_hi_epu8(d)));
-            }
-        } else if constexpr (std::is_same_v<T, Kel16u>) {
-            if constexpr (K == AddSub::Add) {
-                const __m128i lo = _mm_add_epi32(scale::widen_lo_epu16(x), scale::widen_lo_epu16(y));
-                const __m128i hi = _mm_add_epi32(scale::widen_hi_epu16(x), scale::widen_hi_epu16(y));
-                return scale::narrow<T>(shift_.epi32(lo), shift_.epi32(hi));
-            } else {
-                const __m128i d = saturating<K, T>(x, y);
-                return scale::narrow<T>(shift_.epi32(scale::widen_lo_epu16(d)), shift_.epi32(scale::widen_hi_epu16(d)));
-            }
+        __m128i h, b;  // floor(r / 2) and the dropped bit; for 16s h carries the bias 2^15
+        if constexpr (std::is_unsigned_v<T> && K == AddSub::Sub) {
+            const __m128i d = saturating<K, T>(x, y);  // max(x - y, 0)
+            b = _mm_and_si128(d, one_);
+            h = kBytes ? _mm_sub_epi8(_mm_avg_epu8(d, _mm_setzero_si128()), b) : _mm_srli_epi16(d, 1);
+        } else if constexpr (std::is_unsigned_v<T>) {
+            b = _mm_and_si128(_mm_xor_si128(x, y), one_);
+            h = kBytes ? _mm_sub_epi8(_mm_avg_epu8(x, y), b) : _mm_sub_epi16(_mm_avg_epu16(x, y), b);
         } else {
-            const __m128i xl = scale::widen_lo_epi16(x), xh = scale::widen_hi_epi16(x);
-            const __m128i yl = scale::widen_lo_epi16(y), yh = scale::widen_hi_epi16(y);
-            const __m128i lo = K == AddSub::Add ? _mm_add_epi32(xl, yl) : _mm_sub_epi32(xl, yl);
-            const __m128i hi = K == AddSub::Add ? _mm_add_epi32(xh, yh) : _mm_sub_epi32(xh, yh);
-            return scale::narrow<T>(shift_.epi32(lo), shift_.epi32(hi));
+            // x + 2^15 and y + 2^15 average to ceil(r / 2) + 2^15; x + 2^15 and 2^15 - 1 - y
+            // to floor(r / 2) + 2^15 for the difference.
+            const __m128i sign = _mm_set1_epi16(-32768);
+            b = _mm_and_si128(_mm_xor_si128(x, y), one_);
+            if constexpr (K == AddSub::Add)
+                h = _mm_sub_epi16(_mm_avg_epu16(_mm_xor_si128(x, sign), _mm_xor_si128(y, sign)), b);
+            else
+                h = _mm_avg_epu16(_mm_xor_si128(x, sign), _mm_xor_si128(y, _mm_set1_epi16(0x7FFF)));
+        }
+        __m128i q0 = std::is_signed_v<T> ? _mm_xor_si128(h, flip_) : h;
+        q0 = _mm_and_si128(q0, q0_);
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i both0 = kBytes ? _mm_cmpeq_epi8(_mm_or_si128(b, q0), zero) : _mm_cmpeq_epi16(_mm_or_si128(b, q0), zero);
+        const __m128i s = _mm_and_si128(both0, one_);
+        if constexpr (kBytes) {
+            const __m128i a = _mm_avg_epu8(_mm_subs_epu8(h, s), bias_);
+            return _mm_and_si128(_mm_srl_epi16(a, count_), keep_);
+        } else {
+            const __m128i a = _mm_srl_epi16(_mm_avg_epu16(_mm_subs_epu16(h, s), bias_), count_);
+            return std::is_signed_v<T> ? _mm_sub_epi16(a, offset_) : a;
         }
     }
     T apply(T x, T y) const { return scale::saturate<T>(scale::shift_even(exact<K, T>(x, y), n_)); }
 
 private:
     int n_;
-    scale::ShiftEven shift_;
+    __m128i count_, one_, bias_, q0_, keep_{}, flip_{}, offset_{};
 };
 
 // patternTo < n < 0: multiply the saturated result by 2^-n and saturate again.
