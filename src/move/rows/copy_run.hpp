@@ -65,14 +65,21 @@ template <std::size_t Turn, bool Stream> inline void copy_body(const Byte*& s, B
     constexpr std::size_t V = Turn / 16;
     auto store = [](Byte* p, __m128i v) { Stream ? stn(p, v) : sta(p, v); };
     const std::size_t body = n / Turn * Turn;
+    // Every line of both sides is asked for ahead: an ordinary store to a line not in cache
+    // first reads it, and these reads otherwise wait in line behind the loads.
+    auto ahead = [](const Byte* from, Byte* to) {
+        for (std::size_t k = 0; k < Turn; k += 64) simd::prefetch_ahead(from + k), simd::prefetch_ahead(to + k);
+    };
     if (simd::aligned16(s)) {
         for (std::size_t i = 0; i < body; i += Turn) {
+            ahead(s + i, d + i);
             __m128i v[V];
             for (std::size_t k = 0; k < V; ++k) v[k] = lda(s + i + 16 * k);
             for (std::size_t k = 0; k < V; ++k) store(d + i + 16 * k, v[k]);
         }
     } else {
         for (std::size_t i = 0; i < body; i += Turn) {
+            ahead(s + i, d + i);
             __m128i v[V];
             for (std::size_t k = 0; k < V; ++k) v[k] = ld(s + i + 16 * k);
             for (std::size_t k = 0; k < V; ++k) store(d + i + 16 * k, v[k]);
