@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "simd/sse.hpp"
 
@@ -175,28 +176,47 @@ inline void shuffle_row(const ShufflePlan& p, const Byte* const* in, Byte* const
         }
         unsigned used[Cout];
         bool keeps[Cout];
-        for (int o = 0; o < Cout; ++o) used[o] = p.used[o], keeps[o] = p.keeps[o];
-        auto groups = [&](auto store) {
-            for (; i + G + early <= n; i += G) {
+        // A plain map (no kept bytes, no constant other than 0) needs no branch in the loop: a
+        // pattern for an input that feeds nothing selects zeros, and ORing them costs less than
+        // testing for them.
+        bool plain = true;
+        for (int o = 0; o < Cout; ++o) {
+            used[o] = p.used[o], keeps[o] = p.keeps[o];
+            plain = plain && !keeps[o] && _mm_testz_si128(constant[o], constant[o]);
+        }
+        const Byte* from[InPlanar ? Cin : 1];
+        Byte* to[OutPlanar ? Cout : 1];
+        for (int k = 0; k < (InPlanar ? Cin : 1); ++k) from[k] = in[k];
+        for (int k = 0; k < (OutPlanar ? Cout : 1); ++k) to[k] = out[k];
+        auto groups = [&](auto store, auto plainMap) {
+            constexpr bool Plain = decltype(plainMap)::value;
+            for (unsigned turn = 0; i + G + early <= n; i += G, ++turn) {
+                // The lines ahead of every stream are asked for: those of a plane once every
+                // four groups (a line is 64 bytes, a group reads or writes 16 of a plane), those
+                // of an interleaved side once a group.
+                for (int k = 0; k < (InPlanar ? Cin : 1); ++k)
+                    if (!InPlanar || turn % 4 == 0) simd::prefetch_ahead(from[k] + i * inPix);
+                for (int k = 0; k < (OutPlanar ? Cout : 1); ++k)
+                    if (!OutPlanar || turn % 4 == 0) simd::prefetch_ahead(to[k] + i * outPix);
                 __m128i v[Cin];
                 for (int k = 0; k < Cin; ++k)
-                    v[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(InPlanar ? in[k] + i * inPix
-                                                                                    : in[0] + i * inPix + 16 * k));
+                    v[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(InPlanar ? from[k] + i * inPix
+                                                                                    : from[0] + i * inPix + 16 * k));
                 for (int o = 0; o < Cout; ++o) {
-                    Byte* d = OutPlanar ? out[o] + i * outPix : out[0] + i * outPix + 16 * o;
-                    __m128i r = constant[o];
-                    for (int k = 0; k < Cin; ++k)
-                        if (used[o] >> k & 1) r = _mm_or_si128(r, _mm_shuffle_epi8(v[k], pick[o][k]));
-                    if (keeps[o])
+                    Byte* d = OutPlanar ? to[o] + i * outPix : to[0] + i * outPix + 16 * o;
+                    __m128i r = Plain ? _mm_shuffle_epi8(v[0], pick[o][0]) : constant[o];
+                    for (int k = Plain ? 1 : 0; k < Cin; ++k)
+                        if (Plain || (used[o] >> k & 1)) r = _mm_or_si128(r, _mm_shuffle_epi8(v[k], pick[o][k]));
+                    if (!Plain && keeps[o])
                         r = _mm_blendv_epi8(r, _mm_loadu_si128(reinterpret_cast<const __m128i*>(d)), keep[o]);
                     store(d, r);
                 }
             }
         };
-        if (Stream && aligned)
-            groups([](Byte* d, __m128i r) { _mm_stream_si128(reinterpret_cast<__m128i*>(d), r); });
-        else
-            groups([](Byte* d, __m128i r) { _mm_storeu_si128(reinterpret_cast<__m128i*>(d), r); });
+        auto stream = [](Byte* d, __m128i r) { _mm_stream_si128(reinterpret_cast<__m128i*>(d), r); };
+        auto ordinary = [](Byte* d, __m128i r) { _mm_storeu_si128(reinterpret_cast<__m128i*>(d), r); };
+        if (Stream && aligned) plain ? groups(stream, std::true_type{}) : groups(stream, std::false_type{});
+        else plain ? groups(ordinary, std::true_type{}) : groups(ordinary, std::false_type{});
     }
     for (; i < n; ++i) shuffle_pixel(m, p.inUsed, in, out, i);
 }
