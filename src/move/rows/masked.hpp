@@ -58,20 +58,23 @@ inline void masked_row(const Source& src, unsigned char* dst, const unsigned cha
                        const MaskSpread<P>& spread)
 {
     constexpr bool kAlpha = ColourBytes < P;
-    // For AC4 pixels of 1, 2 or 4-byte elements the colour bytes repeat every 16 bytes.
-    __m128i colour = _mm_set1_epi8(-1);
+    // For AC4 pixels of 1, 2 or 4-byte elements the alpha bytes repeat every 16 bytes; they
+    // always keep their old value.
+    __m128i alpha = _mm_setzero_si128();
     if constexpr (kAlpha) {
         alignas(16) unsigned char lanes[16];
-        for (std::size_t j = 0; j < 16; ++j) lanes[j] = j % P < ColourBytes ? 0xFF : 0;
-        colour = _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
+        for (std::size_t j = 0; j < 16; ++j) lanes[j] = j % P < ColourBytes ? 0 : 0xFF;
+        alpha = _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
     }
     std::size_t i = 0;
     for (; i + 16 <= n; i += 16) {
-        // The group branches stall the loads behind a mispredicted one, so the lines ahead are
-        // asked for early: the mask's once a line, the pixels' once a group.
+        // Lines ahead are asked for once per line of each stream, so that loads in flight
+        // survive a mispredicted group branch out of cache.
         if (i % 64 == 0) simd::prefetch_ahead(mask + i);
-        src.prefetch(i);
-        simd::prefetch_ahead(dst + i * P);
+        if (P >= 4 || i % 64 == 0) {
+            src.prefetch(i);
+            simd::prefetch_ahead(dst + i * P);
+        }
         const __m128i off = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(mask + i)),
                                            _mm_setzero_si128());
         const int offBits = _mm_movemask_epi8(off);
@@ -81,12 +84,13 @@ inline void masked_row(const Source& src, unsigned char* dst, const unsigned cha
             for (std::size_t k = 0; k < P; ++k) _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16 * k), src.vec(i, k));
             continue;
         }
-        const __m128i on = _mm_cmpeq_epi8(off, _mm_setzero_si128());
         for (std::size_t k = 0; k < P; ++k) {
             auto* q = reinterpret_cast<__m128i*>(d + 16 * k);
-            // One-byte pixels own one mask byte each: the mask is its own spread.
-            __m128i sel = offBits == 0 ? colour : P == 1 ? on : _mm_and_si128(_mm_shuffle_epi8(on, spread.v[k]), colour);
-            _mm_storeu_si128(q, _mm_blendv_epi8(_mm_loadu_si128(q), src.vec(i, k), sel));
+            // The bytes that keep their old value: those of pixels whose mask byte is 0, and
+            // alpha. One-byte pixels own one mask byte each: the mask is its own spread.
+            __m128i old = P == 1 ? off : _mm_shuffle_epi8(off, spread.v[k]);
+            if constexpr (kAlpha) old = _mm_or_si128(old, alpha);
+            _mm_storeu_si128(q, _mm_blendv_epi8(src.vec(i, k), _mm_loadu_si128(q), old));
         }
     }
     for (; i < n; ++i)
