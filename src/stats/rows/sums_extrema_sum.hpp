@@ -165,55 +165,70 @@ struct AddF32Op {
     static Kel32f apply(Kel32f a, Kel32f x) { return a + x; }
 };
 
+// The 32f row sums read their terms through a source: the elements of the row as they stand
+// here, their absolute values, squares or differences in the norms. A source gives a term
+// vector at element i (aligned on its first row or not), two terms in the low lanes with zeros
+// above, one term, and the same terms formed in 64-bit floats for the accurate path. Every
+// source holds the address of its first row, which decides the alignment head.
+struct PlainF32 {
+    const Kel32f* p;
+    const void* addr() const { return p; }
+    PlainF32 at(std::size_t i) const { return {p + i}; }
+    template <bool Aligned> __m128 v(std::size_t i) const { return Aligned ? _mm_load_ps(p + i) : _mm_loadu_ps(p + i); }
+    __m128 v2(std::size_t i) const { return load2f(p + i); }
+    Kel32f s(std::size_t i) const { return load1(p + i); }
+    __m128d d2(std::size_t i) const { return _mm_cvtps_pd(load2f(p + i)); }
+    double d1(std::size_t i) const { return static_cast<double>(load1(p + i)); }
+};
+
 // One channel. Four vectors A, B, C, D. A row whose address is a multiple of 4 but not of 16
 // first puts two elements into the low lanes of A and one into lane 0 of B (as many of these
 // as the row has, up to its boundary). From there groups of 16 add to A, B, C, D in turn; a
 // remaining 8 to A and B, 4 to C, 2 to the low lanes of D and 1 to lane 0 of C. The row total
 // is (A + B) + (C + D), its high two lanes added onto its low two, which are widened and added
 // to acc. A row at an address that is not a multiple of 4 takes no head and loads unaligned.
-template <bool Aligned> inline void sum32f_c1_body(const Kel32f* p, std::size_t m, __m128& A, __m128& B, __m128& C,
-                                                   __m128& D)
+template <bool Aligned, class Src>
+inline void sum32f_c1_body(const Src& p, std::size_t m, __m128& A, __m128& B, __m128& C, __m128& D)
 {
     using Op = AddF32Op;
-    auto ld = [](const Kel32f* q) { return Aligned ? _mm_load_ps(q) : _mm_loadu_ps(q); };
     std::size_t i = 0;
     for (; m - i >= 16; i += 16) {
-        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 2048, _MM_HINT_T0);
-        A = Op::apply(A, ld(p + i));
-        B = Op::apply(B, ld(p + i + 4));
-        C = Op::apply(C, ld(p + i + 8));
-        D = Op::apply(D, ld(p + i + 12));
+        _mm_prefetch(static_cast<const char*>(p.addr()) + 4 * i + 2048, _MM_HINT_T0);
+        A = Op::apply(A, p.template v<Aligned>(i));
+        B = Op::apply(B, p.template v<Aligned>(i + 4));
+        C = Op::apply(C, p.template v<Aligned>(i + 8));
+        D = Op::apply(D, p.template v<Aligned>(i + 12));
     }
     const std::size_t r = m - i;
     if (r & 8) {
-        A = Op::apply(A, ld(p + i));
-        B = Op::apply(B, ld(p + i + 4));
+        A = Op::apply(A, p.template v<Aligned>(i));
+        B = Op::apply(B, p.template v<Aligned>(i + 4));
         i += 8;
     }
     if (r & 4) {
-        C = Op::apply(C, ld(p + i));
+        C = Op::apply(C, p.template v<Aligned>(i));
         i += 4;
     }
     if (r & 2) {
-        D = add_low2(D, load2f(p + i));
+        D = add_low2(D, p.v2(i));
         i += 2;
     }
-    if (r & 1) C = add_lane0(C, load1(p + i));
+    if (r & 1) C = add_lane0(C, p.s(i));
 }
 
-inline void sum32f_c1_fast_row(const Kel32f* p, std::size_t n, __m128d& acc)
+template <class Src> inline void sum32f_c1_fast_row(const Src& p, std::size_t n, __m128d& acc)
 {
     __m128 A = _mm_setzero_ps(), B = A, C = A, D = A;
-    const std::uintptr_t addr = reinterpret_cast<std::uintptr_t>(p);
+    const std::uintptr_t addr = reinterpret_cast<std::uintptr_t>(p.addr());
     if (addr % 4 == 0) {
         std::size_t h = ((0 - addr) & 15) / 4, i = 0;
         if (h > n) h = n;
         if (h & 2) {
-            A = add_low2(A, load2f(p));
+            A = add_low2(A, p.v2(0));
             i = 2;
         }
-        if (h & 1) B = add_lane0(B, load1(p + i));
-        sum32f_c1_body<true>(p + h, n - h, A, B, C, D);
+        if (h & 1) B = add_lane0(B, p.s(i));
+        sum32f_c1_body<true>(p.at(h), n - h, A, B, C, D);
     } else {
         sum32f_c1_body<false>(p, n, A, B, C, D);
     }
@@ -221,36 +236,43 @@ inline void sum32f_c1_fast_row(const Kel32f* p, std::size_t n, __m128d& acc)
     acc = _mm_add_pd(acc, _mm_cvtps_pd(_mm_add_ps(s, _mm_movehl_ps(s, s))));
 }
 
+inline void sum32f_c1_fast_row(const Kel32f* p, std::size_t n, __m128d& acc) { sum32f_c1_fast_row(PlainF32{p}, n, acc); }
+
 // Four channels: one vector for the even pixels and one for the odd, added at the row's end;
 // channels 0, 1 and 2, 3 widen into two 64-bit accumulators.
-inline void sum32f_c4_fast_row(const Kel32f* p, std::size_t width, __m128d& acc01, __m128d& acc23)
+template <class Src> inline void sum32f_c4_fast_row(const Src& p, std::size_t width, __m128d& acc01, __m128d& acc23)
 {
     using Op = AddF32Op;
     __m128 even = _mm_setzero_ps(), odd = even;
     std::size_t x = 0;
     for (; x + 2 <= width; x += 2) {
-        even = Op::apply(even, _mm_loadu_ps(p + 4 * x));
-        odd = Op::apply(odd, _mm_loadu_ps(p + 4 * x + 4));
+        even = Op::apply(even, p.template v<false>(4 * x));
+        odd = Op::apply(odd, p.template v<false>(4 * x + 4));
     }
-    if (x < width) even = Op::apply(even, _mm_loadu_ps(p + 4 * x));
+    if (x < width) even = Op::apply(even, p.template v<false>(4 * x));
     const __m128 s = _mm_add_ps(even, odd);
     acc01 = _mm_add_pd(acc01, _mm_cvtps_pd(s));
     acc23 = _mm_add_pd(acc23, _mm_cvtps_pd(_mm_movehl_ps(s, s)));
+}
+
+inline void sum32f_c4_fast_row(const Kel32f* p, std::size_t width, __m128d& acc01, __m128d& acc23)
+{
+    sum32f_c4_fast_row(PlainF32{p}, width, acc01, acc23);
 }
 
 // Three channels: groups of four pixels (three vectors P0, P1, P2) accumulate lane by lane.
 // At the row's end each channel adds its four lanes in lane order (channel c holds the lanes
 // j of the twelve with j % 3 == c), then the remaining pixels one by one, and the channel
 // totals go to the 64-bit accumulators.
-inline void sum32f_c3_fast_row(const Kel32f* p, std::size_t width, double* acc)
+template <class Src> inline void sum32f_c3_fast_row(const Src& p, std::size_t width, double* acc)
 {
     using Op = AddF32Op;
     __m128 v0 = _mm_setzero_ps(), v1 = v0, v2 = v0;
     std::size_t x = 0;
     for (; x + 4 <= width; x += 4) {
-        v0 = Op::apply(v0, _mm_loadu_ps(p + 3 * x));
-        v1 = Op::apply(v1, _mm_loadu_ps(p + 3 * x + 4));
-        v2 = Op::apply(v2, _mm_loadu_ps(p + 3 * x + 8));
+        v0 = Op::apply(v0, p.template v<false>(3 * x));
+        v1 = Op::apply(v1, p.template v<false>(3 * x + 4));
+        v2 = Op::apply(v2, p.template v<false>(3 * x + 8));
     }
     alignas(16) Kel32f lanes[12];
     _mm_store_ps(lanes, v0);
@@ -259,30 +281,39 @@ inline void sum32f_c3_fast_row(const Kel32f* p, std::size_t width, double* acc)
     for (int c = 0; c < 3; ++c) {
         Kel32f s = lanes[c];
         for (int j = c + 3; j < 12; j += 3) s = Op::apply(s, lanes[j]);
-        for (std::size_t k = x; k < width; ++k) s = Op::apply(s, load1(p + 3 * k + c));
+        for (std::size_t k = x; k < width; ++k) s = Op::apply(s, p.s(3 * k + c));
         acc[c] += static_cast<double>(s);
     }
 }
+
+inline void sum32f_c3_fast_row(const Kel32f* p, std::size_t width, double* acc) { sum32f_c3_fast_row(PlainF32{p}, width, acc); }
 
 // ---- 32f, accurate: every element widened to 64-bit float before it is added -------------------
 
 // One channel: two 64-bit lanes over the whole image, the even elements of each row in lane 0
 // and the odd in lane 1; the caller adds the lanes at the end.
-inline void sum32f_c1_accurate_row(const Kel32f* p, std::size_t n, __m128d& acc)
+template <class Src> inline void sum32f_c1_accurate_row(const Src& p, std::size_t n, __m128d& acc)
 {
     std::size_t i = 0;
-    for (; i + 2 <= n; i += 2) acc = _mm_add_pd(acc, _mm_cvtps_pd(load2f(p + i)));
-    if (i < n) acc = _mm_add_sd(acc, _mm_set_sd(static_cast<double>(load1(p + i))));
+    for (; i + 2 <= n; i += 2) acc = _mm_add_pd(acc, p.d2(i));
+    if (i < n) acc = _mm_add_sd(acc, _mm_set_sd(p.d1(i)));
 }
 
+inline void sum32f_c1_accurate_row(const Kel32f* p, std::size_t n, __m128d& acc) { sum32f_c1_accurate_row(PlainF32{p}, n, acc); }
+
 // Several channels: one 64-bit lane per channel, pixel after pixel.
+template <int C, class Src> inline void sum32f_accurate_row(const Src& p, std::size_t width, __m128d& acc01, __m128d& acc23)
+{
+    for (std::size_t x = 0, i = 0; x < width; ++x, i += C) {
+        acc01 = _mm_add_pd(acc01, p.d2(i));
+        if constexpr (C == 4) acc23 = _mm_add_pd(acc23, p.d2(i + 2));
+        else acc23 = _mm_add_sd(acc23, _mm_set_sd(p.d1(i + 2)));
+    }
+}
+
 template <int C> inline void sum32f_accurate_row(const Kel32f* p, std::size_t width, __m128d& acc01, __m128d& acc23)
 {
-    for (std::size_t x = 0; x < width; ++x, p += C) {
-        acc01 = _mm_add_pd(acc01, _mm_cvtps_pd(load2f(p)));
-        if constexpr (C == 4) acc23 = _mm_add_pd(acc23, _mm_cvtps_pd(load2f(p + 2)));
-        else acc23 = _mm_add_sd(acc23, _mm_set_sd(static_cast<double>(load1(p + 2))));
-    }
+    sum32f_accurate_row<C>(PlainF32{p}, width, acc01, acc23);
 }
 
 }  // namespace keli::rows
