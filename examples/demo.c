@@ -21,6 +21,7 @@ int main(int argc, char** argv)
     demo_threshold(&d);
     demo_stats_sums(&d);
     demo_stats_hist(&d);
+    demo_stats_norms(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
     return d.failures ? 1 : 0;
 }

@@ -39,5 +39,6 @@ void demo_move_convert(Demo* d);
 void demo_threshold(Demo* d);
 void demo_stats_sums(Demo* d);
 void demo_stats_hist(Demo* d);
+void demo_stats_norms(Demo* d);
 
 #endif

@@ -1,0 +1,97 @@
+/* Norms. The rings scene is compared with the ramp and with itself: the norms of the rings, the
+ * norms of the difference and the relative norms, in 8u and as 32f with the fast and accurate
+ * hints; a relative norm against a black image shows the warning of a zero divisor. The picture
+ * is the absolute difference of the two scenes, whose sum and maximum the L1 and Inf norms of
+ * the difference report. */
+#include <stdio.h>
+
+#include "demo.h"
+
+typedef struct {
+    const Kel8u* a;
+    const Kel8u* b;
+    int stepA, stepB;
+    KeliSize size;
+} NormsArgs;
+
+static void run_norm_l2(void* p)
+{
+    NormsArgs* n = (NormsArgs*)p;
+    Kel64f v;
+    keliNorm_L2_8u_C1R(n->a, n->stepA, n->size, &v);
+}
+
+static void run_diff_l1(void* p)
+{
+    NormsArgs* n = (NormsArgs*)p;
+    Kel64f v;
+    keliNormDiff_L1_8u_C1R(n->a, n->stepA, n->b, n->stepB, n->size, &v);
+}
+
+void demo_stats_norms(Demo* d)
+{
+    int stepRings, stepRamp, stepBlack, stepDiff, stepF, stepG, x, y;
+    KeliSize size = {d->width, d->height};
+    Kel8u* rings = demo_scene(d, SCENE_RINGS, &stepRings);
+    Kel8u* ramp = demo_scene(d, SCENE_RAMP, &stepRamp);
+    Kel8u* black = keliMalloc_8u_C1(d->width, d->height, &stepBlack);
+    Kel8u* diff = keliMalloc_8u_C1(d->width, d->height, &stepDiff);
+    Kel32f* ringsF = keliMalloc_32f_C1(d->width, d->height, &stepF);
+    Kel32f* rampF = keliMalloc_32f_C1(d->width, d->height, &stepG);
+    Kel64f inf, l1, l2, dInf, dL1, dL2, rel, self, fast, accurate;
+    NormsArgs args;
+    KelStatus s;
+    if (!rings || !ramp || !black || !diff || !ringsF || !rampF) {
+        demo_report(d, "keliMalloc (norms step)", kelStatusNoMemory, -1);
+        return;
+    }
+    for (y = 0; y < d->height; ++y)
+        for (x = 0; x < d->width; ++x) {
+            const int a = rings[(long)y * stepRings + x], b = ramp[(long)y * stepRamp + x];
+            black[(long)y * stepBlack + x] = 0;
+            diff[(long)y * stepDiff + x] = (Kel8u)(a > b ? a - b : b - a);
+            ringsF[(long)y * (stepF / 4) + x] = a / 255.0f;
+            rampF[(long)y * (stepG / 4) + x] = b / 255.0f;
+        }
+    args.a = rings;
+    args.b = ramp;
+    args.stepA = stepRings;
+    args.stepB = stepRamp;
+    args.size = size;
+
+    s = keliNorm_Inf_8u_C1R(rings, stepRings, size, &inf);
+    demo_report(d, "keliNorm_Inf_8u_C1R", s, -1);
+    s = keliNorm_L1_8u_C1R(rings, stepRings, size, &l1);
+    demo_report(d, "keliNorm_L1_8u_C1R", s, -1);
+    s = keliNorm_L2_8u_C1R(rings, stepRings, size, &l2);
+    demo_report(d, "keliNorm_L2_8u_C1R", s, demo_speed(run_norm_l2, &args, (double)d->width * d->height));
+    printf("      rings: largest %.0f, sum %.0f, root of the sum of squares %.3f\n", inf, l1, l2);
+
+    s = keliNormDiff_Inf_8u_C1R(rings, stepRings, ramp, stepRamp, size, &dInf);
+    demo_report(d, "keliNormDiff_Inf_8u_C1R", s, -1);
+    s = keliNormDiff_L1_8u_C1R(rings, stepRings, ramp, stepRamp, size, &dL1);
+    demo_report(d, "keliNormDiff_L1_8u_C1R", s, demo_speed(run_diff_l1, &args, (double)d->width * d->height));
+    s = keliNormDiff_L2_8u_C1R(rings, stepRings, ramp, stepRamp, size, &dL2);
+    demo_report(d, "keliNormDiff_L2_8u_C1R", s, -1);
+    s = keliNormRel_L2_8u_C1R(rings, stepRings, ramp, stepRamp, size, &rel);
+    demo_report(d, "keliNormRel_L2_8u_C1R", s, -1);
+    printf("      rings - ramp: largest %.0f, mean absolute difference %.3f, L2 %.3f, relative L2 %.6f\n", dInf,
+           dL1 / ((double)d->width * d->height), dL2, rel);
+    s = keliNormRel_L1_8u_C1R(rings, stepRings, black, stepBlack, size, &self);
+    demo_report(d, "keliNormRel_L1_8u_C1R (black divisor)", s, -1);
+    printf("      relative to a black image: %g with status %d (a warning)\n", self, (int)s);
+
+    s = keliNormDiff_L2_32f_C1R(ringsF, stepF, rampF, stepG, size, &fast, kelAlgHintFast);
+    demo_report(d, "keliNormDiff_L2_32f_C1R (fast)", s, -1);
+    s = keliNormDiff_L2_32f_C1R(ringsF, stepF, rampF, stepG, size, &accurate, kelAlgHintAccurate);
+    demo_report(d, "keliNormDiff_L2_32f_C1R (accurate)", s, -1);
+    printf("      as 32f: fast %.9g, accurate %.9g, 8u result scaled %.9g\n", fast, accurate, dL2 / 255.0);
+
+    demo_write_png(d, "stats_norms_difference", diff, stepDiff, d->width, d->height, 1);
+    keliFree(rings);
+    keliFree(ramp);
+    keliFree(black);
+    keliFree(diff);
+    keliFree(ringsF);
+    keliFree(rampF);
+}
