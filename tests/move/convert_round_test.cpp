@@ -89,7 +89,7 @@ template <class D> using RoundFn = KelStatus (*)(const Kel32f*, int, D*, int, Ke
 
 template <class D> void float_layouts(RoundFn<D> c1, RoundFn<D> c3, RoundFn<D> c4, RoundFn<D> ac4)
 {
-    for (int mode : {0, 1, 2, 7}) {
+    for (int mode : {0, 1, 2, 3}) {
         SCOPED_TRACE("mode " + std::to_string(mode));
         const struct {
             RoundFn<D> fn;
@@ -205,7 +205,7 @@ TEST(ConvertRound, ValuesWhereTheRulesBite)
     EXPECT_EQ(one_32f<Kel8u>(keliConvert_32f8u_C1R, 2.5f, 1), 2);
     EXPECT_EQ(one_32f<Kel8u>(keliConvert_32f8u_C1R, 2.5f, 2), 3);
     EXPECT_EQ(one_32f<Kel8u>(keliConvert_32f8u_C1R, 2.5f, 0), 2);
-    EXPECT_EQ(one_32f<Kel8u>(keliConvert_32f8u_C1R, 2.5f, 7), 3);
+    EXPECT_EQ(one_32f<Kel8u>(keliConvert_32f8u_C1R, 2.5f, 3), 3);  // any mode above 2 rounds ties away
     EXPECT_EQ(one_32f<Kel8s>(keliConvert_32f8s_C1R, -2.5f, 2), -3);
     EXPECT_EQ(one_32f<Kel8s>(keliConvert_32f8s_C1R, -2.5f, 1), -2);
     for (int mode : {0, 1, 2}) {
@@ -268,7 +268,7 @@ TEST(ConvertRound, FloatTo32uIsScalarWithItsInPlaceTwin)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const std::vector<float> in = {0.5f, 1.5f, 2.5f, -0.7f, -1e30f, nan, 4294967296.0f, 4294967040.0f, 1e20f, 7.75f};
-    for (int mode : {0, 1, 2, 5})
+    for (int mode : {0, 1, 2, 3})
         for (int n : {0, -1, 2}) {
             std::vector<Kel32u> out(in.size(), 9);
             ASSERT_EQ(keliConvert_32f32u_C1RSfs(in.data(), 8, out.data(), 8, {2, int(in.size() / 2)}, KelRoundMode(mode), n),
@@ -343,7 +343,7 @@ TEST(ConvertRound, CallersControlWordIsKeptAndDenormalsCountOnTheNearestPath)
     const float tiny = std::ldexp(1.0f, -140);
     std::vector<float> row(100, tiny);
     std::vector<Kel16u> out(row.size());
-    for (int mode : {0, 1, 2, 9}) {
+    for (int mode : {0, 1, 2, 3}) {
         _mm_setcsr(caller);
         const KelStatus s = keliConvert_32f16u_C1RSfs(row.data(), 400, out.data(), 200, {100, 1}, KelRoundMode(mode), -150);
         const unsigned after = _mm_getcsr();
@@ -387,7 +387,7 @@ TEST(ConvertRound, ChecksRunInOrderAndWriteNothing)
     };
     for (const Case& c : cases) {
         EXPECT_EQ(keliConvert_32f8u_C1R(c.s, c.srcStep, c.d, c.dstStep, c.size, kelRndNear), c.want);
-        EXPECT_EQ(keliConvert_32f8u_AC4R(c.s, c.srcStep, c.d, c.dstStep, c.size, KelRoundMode(9)), c.want);
+        EXPECT_EQ(keliConvert_32f8u_AC4R(c.s, c.srcStep, c.d, c.dstStep, c.size, KelRoundMode(3)), c.want);
         EXPECT_EQ(keliConvert_32f8u_C1RSfs(c.s, c.srcStep, c.d, c.dstStep, c.size, kelRndZero, 3), c.want);
         EXPECT_EQ(keliConvert_32u8u_C1RSfs(reinterpret_cast<const Kel32u*>(c.s), c.srcStep, c.d, c.dstStep, c.size,
                                            kelRndZero, 40),
