@@ -1,6 +1,9 @@
-/* Multiplication. The ramp modulates the rings (their product brought back to 8 bits by a scale
- * factor of 8, ties to even), and the checkerboard is brightened by a constant of 3 with a scale
- * factor of 1, so that its light squares saturate. */
+/* Multiplication and division. The ramp modulates the rings (their product brought back to 8
+ * bits by a scale factor of 8, ties to even), and the checkerboard is brightened by a constant of
+ * 3 with a scale factor of 1, so that its light squares saturate. Then the rings are divided by
+ * the ramp shifted up by a scale factor of -5 (a quotient that saturates where the ramp is dark,
+ * and a zero divisor in the ramp's dark corner, reported as a warning), and the ramp is halved
+ * by a constant divisor of 2. */
 #include "demo.h"
 
 typedef struct {
@@ -20,6 +23,18 @@ static void run_brighten(void* p)
 {
     MulArgs* a = (MulArgs*)p;
     keliMulC_8u_C1RSfs(a->a, a->aStep, 3, a->dst, a->dstStep, a->size, 1);
+}
+
+static void run_divide(void* p)
+{
+    MulArgs* a = (MulArgs*)p;
+    keliDiv_8u_C1RSfs(a->a, a->aStep, a->b, a->bStep, a->dst, a->dstStep, a->size, -5);
+}
+
+static void run_halve(void* p)
+{
+    MulArgs* a = (MulArgs*)p;
+    keliDivC_8u_C1RSfs(a->a, a->aStep, 2, a->dst, a->dstStep, a->size, 0);
 }
 
 void demo_arith_mul_div(Demo* d)
@@ -51,6 +66,17 @@ void demo_arith_mul_div(Demo* d)
     s = keliMulC_8u_C1RSfs(checker, stepChecker, 3, out, stepOut, size, 1);
     demo_report(d, "keliMulC_8u_C1RSfs (3, n = 1)", s, demo_speed(run_brighten, &args, pixels));
     demo_write_png(d, "arith_mul_brighten", out, stepOut, d->width, d->height, 1);
+
+    /* rings * 32 / ramp: the ramp divides; its zero in the corner gives a warning. */
+    args.a = ramp, args.aStep = stepRamp, args.b = rings, args.bStep = stepRings;
+    s = keliDiv_8u_C1RSfs(ramp, stepRamp, rings, stepRings, out, stepOut, size, -5);
+    demo_report(d, "keliDiv_8u_C1RSfs (n = -5)", s, demo_speed(run_divide, &args, pixels));
+    demo_write_png(d, "arith_div_rings_by_ramp", out, stepOut, d->width, d->height, 1);
+
+    /* ramp / 2, ties to even. */
+    s = keliDivC_8u_C1RSfs(ramp, stepRamp, 2, out, stepOut, size, 0);
+    demo_report(d, "keliDivC_8u_C1RSfs (2)", s, demo_speed(run_halve, &args, pixels));
+    demo_write_png(d, "arith_div_halve", out, stepOut, d->width, d->height, 1);
 
 done:
     keliFree(ramp);

@@ -1,8 +1,10 @@
 // keliMul and keliMulC against OpenCV's multiply (saturating; scale 1/2^n where keli has a scale
-// factor), with the destination preallocated, and memcpy of one source's bytes: a multiply
-// moves three streams (two for the constant form) where memcpy moves two.
+// factor), keliDiv against OpenCV's divide (the first keli image is the divisor), with the
+// destination preallocated, and memcpy of one source's bytes: a multiply or divide moves three
+// streams (two for the constant form) where memcpy moves two.
 #include <opencv2/core.hpp>
 
+#include <functional>
 #include <string>
 
 #include "common/bench.hpp"
@@ -12,6 +14,9 @@ namespace {
 template <class T> using SfsFn = KelStatus (*)(const T*, int, const T*, int, T*, int, KeliSize, int);
 template <class T> using SfsCFn = KelStatus (*)(const T*, int, T, T*, int, KeliSize, int);
 using FloatFn = KelStatus (*)(const Kel32f*, int, const Kel32f*, int, Kel32f*, int, KeliSize);
+// The call of a row: a 32f member as it is, an Sfs member with scale factor 0.
+template <class T>
+using FloatOrSfs = std::function<KelStatus(const T*, int, const T*, int, T*, int, KeliSize)>;
 
 template <class T, int C, class F> void keli_row(const std::string& name, F call)
 {
@@ -63,6 +68,19 @@ template <class T> void constant_rows(const std::string& name, SfsCFn<T> fn, T v
     bench::memcpy_peer<T>(name, 1);
 }
 
+template <class T> void div_rows(const std::string& name, FloatOrSfs<T> fn)
+{
+    keli_row<T, 1>(name, fn);
+    bench::peer("opencv:divide", name, 3 * int(sizeof(T)), [](bench::Size s) {
+        const auto& im = bench::images<T>(s, 1, 3);
+        return bench::Call([a = im[0].mat(), b = im[1].mat(), d = im[2].mat()]() mutable {
+            cv::divide(b, a, d);
+            return 0;
+        });
+    });
+    bench::memcpy_peer<T>(name, 1);
+}
+
 const bench::Rows rows([] {
     sfs_rows<Kel8u, 1>("keliMul_8u_C1RSfs", keliMul_8u_C1RSfs);
     sfs_rows<Kel8u, 3>("keliMul_8u_C3RSfs", keliMul_8u_C3RSfs);
@@ -72,6 +90,9 @@ const bench::Rows rows([] {
     constant_rows<Kel8u>("keliMulC_8u_C1RSfs", keliMulC_8u_C1RSfs, Kel8u(3), 1);
     keli_row<Kel32f, 1>("keliMul_32f_C1R", FloatFn(keliMul_32f_C1R));
     peers<Kel32f, 1>("keliMul_32f_C1R", 0);
+    div_rows<Kel8u>("keliDiv_8u_C1RSfs", [](auto... a) { return keliDiv_8u_C1RSfs(a..., 0); });
+    div_rows<Kel16s>("keliDiv_16s_C1RSfs", [](auto... a) { return keliDiv_16s_C1RSfs(a..., 0); });
+    div_rows<Kel32f>("keliDiv_32f_C1R", keliDiv_32f_C1R);
 });
 
 }  // namespace
