@@ -20,6 +20,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <type_traits>
 #include <utility>
@@ -148,12 +149,25 @@ template <class T, Layout L> struct Constant {
     }
 };
 
+// Rows that follow each other without a gap on every side run as one: the ops work element by
+// element and every pattern restarts on a pixel boundary, so only the loop's overhead changes.
+template <class T, Layout L>
+inline void join_rows(std::size_t& pixels, std::int64_t& height, std::initializer_list<std::ptrdiff_t> steps)
+{
+    const std::ptrdiff_t rowBytes = static_cast<std::ptrdiff_t>(pixels * channels<L> * sizeof(T));
+    for (std::ptrdiff_t s : steps)
+        if (s != rowBytes) return;
+    pixels *= static_cast<std::size_t>(height);
+    height = 1;
+}
+
 // The rows of a call through its op: one instance per member serves the 32-bit body and the
 // chunks of the wide path alike.
 template <class F, class T, Layout L>
 KelStatus binary_rows(const T* x, std::ptrdiff_t xs, const T* y, std::ptrdiff_t ys, T* d, std::ptrdiff_t ds,
                       std::size_t pixels, std::int64_t height, int n)
 {
+    join_rows<T, L>(pixels, height, {xs, ys, ds});
     KelStatus status = kelStatusOk;
     F::template with_op<T>(n, [&](const auto& op) {
         status = walk_rows(
@@ -167,6 +181,7 @@ template <class F, class T, Layout L>
 void constant_rows(const T* x, std::ptrdiff_t xs, const T* value, T* d, std::ptrdiff_t ds, std::size_t pixels,
                    std::int64_t height, int n)
 {
+    join_rows<T, L>(pixels, height, {xs, ds});
     F::template with_const_op<T>(n, [&](const auto& op) {
         walk_rows(
             height, [&](const T* a, T* c) { constant_pixels<L>(op, a, value, c, pixels); }, row_ptr(x, xs),

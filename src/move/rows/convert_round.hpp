@@ -339,13 +339,17 @@ template <class Op>
 inline void round_run(const Op& op, const typename Op::S* src, typename Op::D* dst, std::size_t n, bool nontemporal = false)
 {
     constexpr std::size_t B = Op::kBlock;
+    // A private copy of the op: stores of bytes or floats could alias the caller's op and force
+    // its factors to be reloaded and broadcast again in every block; this copy's address never
+    // escapes, so they stay in registers.
+    const Op local = op;
     std::size_t i = 0;
     const std::size_t head = simd::head_to_align(dst);
     auto body = [&](auto load, auto store) {
         const std::size_t end = i + (n - i) / B * B;
         for (; i < end; i += B) {
             simd::prefetch_ahead(src + i);
-            op.block(src + i, dst + i, load, store);
+            local.block(src + i, dst + i, load, store);
         }
     };
     auto loadu = [](const auto* p) { return simd::loadu(p); };
