@@ -19,29 +19,6 @@ namespace {
 
 using namespace kit::arith;
 
-template <class T> using Bin = BinFn<T, int, KeliSize>;
-template <class T> using BinI = BinIFn<T, int, KeliSize>;
-template <class T> using Con = ConFn<T, int, KeliSize>;
-template <class T> using ConI = ConIFn<T, int, KeliSize>;
-template <class T> using BinL = BinFn<T, I64, KeliSizeL>;
-template <class T> using BinIL = BinIFn<T, I64, KeliSizeL>;
-template <class T> using ConL = ConFn<T, I64, KeliSizeL>;
-template <class T> using ConIL = ConIFn<T, I64, KeliSizeL>;
-
-template <class T> struct Member {
-    const char* name;
-    int channels;
-    bool alpha;
-    Bin<T> r;
-    BinI<T> ir;
-    Con<T> cr;
-    ConI<T> cir;
-    BinL<T> rL;
-    BinIL<T> irL;
-    ConL<T> crL;
-    ConIL<T> cirL;
-};
-
 #define KELI_SFS(T, L, C, A)                                                                                           \
     Member<Kel##T>{"Div_" #T "_" #L, C, A, keliDiv_##T##_##L##RSfs, keliDiv_##T##_##L##IRSfs,                          \
                    keliDivC_##T##_##L##RSfs, keliDivC_##T##_##L##IRSfs, keliDiv_##T##_##L##RSfs_L,                     \

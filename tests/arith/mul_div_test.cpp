@@ -20,32 +20,7 @@
 
 namespace {
 
-using I64 = std::int64_t;
-
 using namespace kit::arith;
-
-template <class T> using Bin = BinFn<T, int, KeliSize>;
-template <class T> using BinI = BinIFn<T, int, KeliSize>;
-template <class T> using Con = ConFn<T, int, KeliSize>;
-template <class T> using ConI = ConIFn<T, int, KeliSize>;
-template <class T> using BinL = BinFn<T, I64, KeliSizeL>;
-template <class T> using BinIL = BinIFn<T, I64, KeliSizeL>;
-template <class T> using ConL = ConFn<T, I64, KeliSizeL>;
-template <class T> using ConIL = ConIFn<T, I64, KeliSizeL>;
-
-template <class T> struct Member {
-    const char* name;
-    int channels;
-    bool alpha;
-    Bin<T> r;
-    BinI<T> ir;
-    Con<T> cr;
-    ConI<T> cir;
-    BinL<T> rL;
-    BinIL<T> irL;
-    ConL<T> crL;
-    ConIL<T> cirL;
-};
 
 #define KELI_SFS(T, L, C, A)                                                                                           \
     Member<Kel##T>{"Mul_" #T "_" #L, C, A, keliMul_##T##_##L##RSfs, keliMul_##T##_##L##IRSfs,                          \
@@ -82,7 +57,6 @@ template <> std::vector<Member<Kel32f>> members()
     return {KELI_F(C1, 1, false, conF1, conIF1), KELI_F(C3, 3, false, con32f, conI32f),
             KELI_F(C4, 4, false, con32f, conI32f), KELI_F(AC4, 4, true, con32f, conI32f)};
 }
-
 
 // Scale factors of every kind: saturating, halving, general, the 16-bit high-half cases, at and
 // past the zero bound, left shifts, at and past the pattern bound, and the extremes.

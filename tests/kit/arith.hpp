@@ -127,4 +127,20 @@ private:
     void* p_;
 };
 
+// The eight entry points of a multiplicative member (images and constant, out of place and in
+// place, 32-bit and wide), as the test tables list them.
+template <class T> struct Member {
+    const char* name;
+    int channels;
+    bool alpha;
+    BinFn<T, int, KeliSize> r;
+    BinIFn<T, int, KeliSize> ir;
+    ConFn<T, int, KeliSize> cr;
+    ConIFn<T, int, KeliSize> cir;
+    BinFn<T, I64, KeliSizeL> rL;
+    BinIFn<T, I64, KeliSizeL> irL;
+    ConFn<T, I64, KeliSizeL> crL;
+    ConIFn<T, I64, KeliSizeL> cirL;
+};
+
 }  // namespace kit::arith
