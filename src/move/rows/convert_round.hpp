@@ -47,16 +47,12 @@ template <class D> inline __m128i pack2(__m128i a, __m128i b)
     else return _mm_packus_epi32(a, b);
 }
 
-// The q-th group of four bytes of a register moved to the low end (q from 0 to 3); the shift
-// count must be a constant, so the choice is spelled out.
-inline __m128i quarter(__m128i v, int q)
+// The q-th group of four bytes zero-extended to 32-bit lanes in one shuffle (rather than a
+// shift and an extension, both on the shuffle port).
+inline __m128i widen_quarter_epu8(__m128i v, int q)
 {
-    switch (q) {
-    case 0: return v;
-    case 1: return _mm_srli_si128(v, 4);
-    case 2: return _mm_srli_si128(v, 8);
-    default: return _mm_srli_si128(v, 12);
-    }
+    const char b = static_cast<char>(4 * q), z = -1;
+    return _mm_shuffle_epi8(v, _mm_setr_epi8(b, z, z, z, char(b + 1), z, z, z, char(b + 2), z, z, z, char(b + 3), z, z, z));
 }
 
 // Stores `k` registers of 32-bit lanes (16 / sizeof(D) elements in all) as D.
@@ -227,7 +223,7 @@ template <class S_, class D_, IntScale K> struct IntScaleOp {
     {
         if constexpr (sizeof(S) == 1) {
             const __m128i v = load(s);
-            for (int q = 0; q < int(kBlock / 4); ++q) w[q] = _mm_cvtepu8_epi32(rnd::quarter(v, q));
+            for (int q = 0; q < int(kBlock / 4); ++q) w[q] = rnd::widen_quarter_epu8(v, q);
         } else if constexpr (sizeof(S) == 2) {
             for (std::size_t h = 0; h < kBlock / 8; ++h) {
                 const __m128i v = load(s + 8 * h);
@@ -321,7 +317,7 @@ template <class S_, class D_> struct ClampSignOp {
             store(d, _mm_cvtepu8_epi16(v));
             store(d + 8, _mm_cvtepu8_epi16(_mm_srli_si128(v, 8)));
         } else if constexpr (sizeof(S) == 1) {
-            for (int q = 0; q < 4; ++q) store(d + 4 * q, _mm_cvtepu8_epi32(rnd::quarter(v, q)));
+            for (int q = 0; q < 4; ++q) store(d + 4 * q, rnd::widen_quarter_epu8(v, q));
         } else {
             store(d, _mm_cvtepu16_epi32(v));
             store(d + 4, _mm_cvtepu16_epi32(_mm_srli_si128(v, 8)));

@@ -119,7 +119,7 @@ struct Scale8u32fOp {
     {
         const __m128i v = load(s);
         for (int k = 0; k < 4; ++k) {
-            const __m128 x = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(rnd::quarter(v, k)));
+            const __m128 x = _mm_cvtepi32_ps(rnd::widen_quarter_epu8(v, k));
             store(d + 4 * k, _mm_add_ps(_mm_mul_ps(x, _mm_set1_ps(factor)), _mm_set1_ps(offset)));
         }
     }
