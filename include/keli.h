@@ -628,6 +628,38 @@ KELI_API KelStatus keliDivC_32f_AC4R_L(const Kel32f* pSrc, int64_t srcStep, cons
 KELI_API KelStatus keliDivC_32f_C3IR_L(const Kel32f* pValue, Kel32f* pSrcDst, int64_t srcDstStep, KeliSizeL roiSize);
 KELI_API KelStatus keliDivC_32f_C4IR_L(const Kel32f* pValue, Kel32f* pSrcDst, int64_t srcDstStep, KeliSizeL roiSize);
 KELI_API KelStatus keliDivC_32f_AC4IR_L(const Kel32f* pValue, Kel32f* pSrcDst, int64_t srcDstStep, KeliSizeL roiSize);
+KELI_API KelStatus keliMulScale_8u_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_8u_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_8u_C4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_8u_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_16u_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_16u_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_16u_C4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_16u_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_8u_C1IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_8u_C3IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_8u_C4IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_8u_AC4IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_16u_C1IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_16u_C3IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_16u_C4IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulScale_16u_AC4IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u value, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u value, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_8u_C1IR(Kel8u value, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_16u_C1IR(Kel16u value, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_8u_C3R(const Kel8u* pSrc, int srcStep, const Kel8u* pValue, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_8u_C4R(const Kel8u* pSrc, int srcStep, const Kel8u* pValue, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_8u_AC4R(const Kel8u* pSrc, int srcStep, const Kel8u* pValue, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_16u_C3R(const Kel16u* pSrc, int srcStep, const Kel16u* pValue, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_16u_C4R(const Kel16u* pSrc, int srcStep, const Kel16u* pValue, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_16u_AC4R(const Kel16u* pSrc, int srcStep, const Kel16u* pValue, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_8u_C3IR(const Kel8u* pValue, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_8u_C4IR(const Kel8u* pValue, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_8u_AC4IR(const Kel8u* pValue, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_16u_C3IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_16u_C4IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulCScale_16u_AC4IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
 
 /* ==== Data movement and conversion ========================================================== */
 
@@ -1634,6 +1666,39 @@ KELI_API KelStatus keliNormRel_L1_32f_C3R(const Kel32f* pSrc1, int src1Step, con
 KELI_API KelStatus keliNormRel_L1_32f_C4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f pValue[4], KelHintAlgorithm hint);
 KELI_API KelStatus keliNormRel_L2_32f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f pValue[3], KelHintAlgorithm hint);
 KELI_API KelStatus keliNormRel_L2_32f_C4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f pValue[4], KelHintAlgorithm hint);
+KELI_API KelStatus keliDotProd_8u64f_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel64f* pDp);
+KELI_API KelStatus keliDotProd_16u64f_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel64f* pDp);
+KELI_API KelStatus keliDotProd_16s64f_C1R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, KeliSize roiSize, Kel64f* pDp);
+KELI_API KelStatus keliDotProd_32u64f_C1R(const Kel32u* pSrc1, int src1Step, const Kel32u* pSrc2, int src2Step, KeliSize roiSize, Kel64f* pDp);
+KELI_API KelStatus keliDotProd_32s64f_C1R(const Kel32s* pSrc1, int src1Step, const Kel32s* pSrc2, int src2Step, KeliSize roiSize, Kel64f* pDp);
+KELI_API KelStatus keliDotProd_32f64f_C1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f* pDp);
+KELI_API KelStatus keliDotProd_8u64f_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_8u64f_C4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[4]);
+KELI_API KelStatus keliDotProd_8u64f_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_16u64f_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_16u64f_C4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[4]);
+KELI_API KelStatus keliDotProd_16u64f_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_16s64f_C3R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_16s64f_C4R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[4]);
+KELI_API KelStatus keliDotProd_16s64f_AC4R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_32u64f_C3R(const Kel32u* pSrc1, int src1Step, const Kel32u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_32u64f_C4R(const Kel32u* pSrc1, int src1Step, const Kel32u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[4]);
+KELI_API KelStatus keliDotProd_32u64f_AC4R(const Kel32u* pSrc1, int src1Step, const Kel32u* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_32s64f_C3R(const Kel32s* pSrc1, int src1Step, const Kel32s* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_32s64f_C4R(const Kel32s* pSrc1, int src1Step, const Kel32s* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[4]);
+KELI_API KelStatus keliDotProd_32s64f_AC4R(const Kel32s* pSrc1, int src1Step, const Kel32s* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_32f64f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProd_32f64f_C4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[4]);
+KELI_API KelStatus keliDotProd_32f64f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
+KELI_API KelStatus keliDotProdCol_32f_L2(const Kel32f* const ppVectors[], const Kel32f* pCoeffs, int count, Kel32f* pDst, int length);
+KELI_API KelStatus keliDotProdCol_64f_L2(const Kel64f* const ppVectors[], const Kel64f* pCoeffs, int count, Kel64f* pDst, int length);
+
+/* ---- Sum of absolute differences */
+KELI_API KelStatus keliSAD_8u32s_C1RSfs(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel8u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32s* pDst, int dstStep, int shape, int scaleFactor, Kel8u* pBuffer);
+KELI_API KelStatus keliSAD_16u32s_C1RSfs(const Kel16u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel16u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32s* pDst, int dstStep, int shape, int scaleFactor, Kel8u* pBuffer);
+KELI_API KelStatus keliSAD_16s32s_C1RSfs(const Kel16s* pSrc, int srcStep, KeliSize srcRoiSize, const Kel16s* pTpl, int tplStep, KeliSize tplRoiSize, Kel32s* pDst, int dstStep, int shape, int scaleFactor, Kel8u* pBuffer);
+KELI_API KelStatus keliSAD_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize srcRoiSize, const Kel32f* pTpl, int tplStep, KeliSize tplRoiSize, Kel32f* pDst, int dstStep, int shape, Kel8u* pBuffer);
+KELI_API KelStatus keliSADGetBufferSize(KeliSize srcRoiSize, KeliSize tplRoiSize, KelDataType dataType, int numChannels, int shape, int* pBufferSize);
 
 /* ---- Sums, means and extrema */
 KELI_API KelStatus keliSum_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel64f* pSum);
