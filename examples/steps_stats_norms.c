@@ -95,3 +95,75 @@ void demo_stats_norms(Demo* d)
     keliFree(ringsF);
     keliFree(rampF);
 }
+
+/* SAD. A 16x16 patch cut from the rings scene is slid over the whole scene: the sums of absolute
+ * differences form a map whose zero marks where the patch came from. The picture is that map,
+ * brightest where the match is best: the patch's own ring and the rings of like brightness light
+ * up, the place it came from most of all. */
+typedef struct {
+    const Kel8u* src;
+    const Kel8u* tpl;
+    Kel32s* dst;
+    int srcStep, tplStep, dstStep;
+    KeliSize srcSize, tplSize;
+} SadArgs;
+
+static void run_sad(void* p)
+{
+    SadArgs* a = (SadArgs*)p;
+    keliSAD_8u32s_C1RSfs(a->src, a->srcStep, a->srcSize, a->tpl, a->tplStep, a->tplSize, a->dst, a->dstStep, 0x10000, 0,
+                         NULL);
+}
+
+void demo_stats_sad(Demo* d)
+{
+    int stepRings, stepMap, stepPic, bufferSize = -1, x, y, bestX = 0, bestY = 0;
+    const int px = d->width / 3, py = d->height / 4;
+    Kel8u* rings = demo_scene(d, SCENE_RINGS, &stepRings);
+    KeliSize size = {d->width, d->height}, tplSize = {16, 16};
+    KeliSize mapSize = {d->width - 15, d->height - 15};
+    Kel32s* map = keliMalloc_32s_C1(mapSize.width, mapSize.height, &stepMap);
+    Kel8u* pic = keliMalloc_8u_C1(mapSize.width, mapSize.height, &stepPic);
+    Kel32s best, worst;
+    SadArgs args;
+    KelStatus s;
+    if (!rings || !map || !pic) {
+        demo_report(d, "keliMalloc (SAD step)", kelStatusNoMemory, -1);
+        return;
+    }
+    s = keliSADGetBufferSize(size, tplSize, kel8u, 1, 0x10000, &bufferSize);
+    demo_report(d, "keliSADGetBufferSize", s, -1);
+    args.src = rings;
+    args.srcStep = stepRings;
+    args.srcSize = size;
+    args.tpl = rings + (long)py * stepRings + px;
+    args.tplStep = stepRings;
+    args.tplSize = tplSize;
+    args.dst = map;
+    args.dstStep = stepMap;
+    s = keliSAD_8u32s_C1RSfs(args.src, args.srcStep, size, args.tpl, args.tplStep, tplSize, map, stepMap, 0x10000, 0,
+                             NULL);
+    demo_report(d, "keliSAD_8u32s_C1RSfs", s, demo_speed(run_sad, &args, (double)mapSize.width * mapSize.height));
+    best = worst = map[0];
+    for (y = 0; y < mapSize.height; ++y)
+        for (x = 0; x < mapSize.width; ++x) {
+            const Kel32s v = map[(long)y * (stepMap / 4) + x];
+            if (v < best) {
+                best = v;
+                bestX = x;
+                bestY = y;
+            }
+            if (v > worst) worst = v;
+        }
+    printf("      patch from (%d, %d): best match %d at (%d, %d), worst %d, scratch %d bytes\n", px, py, (int)best,
+           bestX, bestY, (int)worst, bufferSize);
+    for (y = 0; y < mapSize.height; ++y)
+        for (x = 0; x < mapSize.width; ++x) {
+            const double v = map[(long)y * (stepMap / 4) + x];
+            pic[(long)y * stepPic + x] = (Kel8u)(255.0 - 255.0 * (v - best) / (worst > best ? worst - best : 1));
+        }
+    demo_write_png(d, "stats_sad_map", pic, stepPic, mapSize.width, mapSize.height, 1);
+    keliFree(rings);
+    keliFree(map);
+    keliFree(pic);
+}
