@@ -84,18 +84,22 @@ template <bool Alpha, class T> inline bool has_zero(const T* y, std::size_t n)
 template <Layout L, class Op, class T>
 inline KelStatus binary_pixels(const Op& op, const T* x, const T* y, T* d, std::size_t pixels)
 {
-    KelStatus s = kelStatusOk;
-    if constexpr (ZeroWarns<Op>::value) {
+    constexpr bool Watch = rows::WatchesZeros<Op>::value;
+    bool zeroMet = false;
+    if constexpr (ZeroWarns<Op>::value && !Watch) {
         // Looked at before the run, so that nothing the run writes can change the answer.
-        if (has_zero<has_alpha<L>>(y, pixels * channels<L>)) s = kelStatusDivByZeroWarn;
+        zeroMet = has_zero<has_alpha<L>>(y, pixels * channels<L>);
     }
     if constexpr (has_alpha<L> && !kScaled<T>) {
         for (std::size_t p = 0; p < 4 * pixels; p += 4)
-            for (std::size_t c = 0; c < 3; ++c) d[p + c] = op.apply(x[p + c], y[p + c]);
+            for (std::size_t c = 0; c < 3; ++c) {
+                if constexpr (Watch) zeroMet |= Op::is_zero(y[p + c]);
+                d[p + c] = op.apply(x[p + c], y[p + c]);
+            }
     } else {
-        rows::binary_run<has_alpha<L>>(op, x, y, d, pixels * channels<L>);
+        zeroMet |= rows::binary_run<has_alpha<L>>(op, x, y, d, pixels * channels<L>);
     }
-    return s;
+    return zeroMet ? kelStatusDivByZeroWarn : kelStatusOk;
 }
 
 // The same with a constant of one value a channel (AC4: three values and a zero).

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <string>
 #include <vector>
+#include <xmmintrin.h>
 
 #include "keli.h"
 #include "kit/arith.hpp"
@@ -190,6 +191,30 @@ TEST(Div, ExhaustiveBytesAgreeWithTheTrueQuotientAwayFromTies)
         for (int v = 1; v < 256; v += 7) {
             ASSERT_EQ(keliDivC_8u_C1RSfs(dividend.data(), 256, Kel8u(v), c.data(), 256, {256, 1}, n), kelStatusOk);
             for (int a = 0; a < 256; ++a) ASSERT_EQ(c[a], reference::div_const<Kel8u>(Kel8u(a), Kel8u(v), n));
+        }
+    }
+}
+
+// The quotients run with the rounding set for the call: a caller rounding toward zero (or down)
+// gets the same bits, and gets its own mode back.
+TEST(Div, TheCallersRoundingModeChangesNoBit)
+{
+    std::vector<Kel16s> dividend(65536), divisor(65536), want(65536), got(65536);
+    for (int i = 0; i < 65536; ++i) dividend[i] = Kel16s(i * 37 - 30000), divisor[i] = Kel16s((i % 509) - 254);
+    const unsigned saved = _mm_getcsr();
+    for (int n : {0, 2, -3}) {
+        ASSERT_EQ(keliDiv_16s_C1RSfs(divisor.data(), 131072, dividend.data(), 131072, want.data(), 131072,
+                                     {65536, 1}, n),
+                  kelStatusDivByZeroWarn);
+        for (unsigned mode : {0x6000u, 0x2000u}) {
+            _mm_setcsr((saved & ~0x6000u) | mode);
+            const KelStatus s = keliDiv_16s_C1RSfs(divisor.data(), 131072, dividend.data(), 131072, got.data(),
+                                                   131072, {65536, 1}, n);
+            const unsigned after = _mm_getcsr();
+            _mm_setcsr(saved);
+            ASSERT_EQ(s, kelStatusDivByZeroWarn);
+            ASSERT_EQ(after & 0xE000u, mode);
+            ASSERT_EQ(got, want) << "n " << n << " mode " << mode;
         }
     }
 }

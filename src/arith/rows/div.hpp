@@ -9,12 +9,16 @@
 //     r = rcp(d);  r = r * (2 - d * r);  q = a * r
 //
 // which is within a few units of the last place of the true quotient, and the quotient is then
-// clamped to the type's range and rounded to the nearest integer, ties to even. Near a tie the
-// estimate may fall on the other side of it (7 / 2 gives 3.4999998, so 3): that is the rule of
-// these members, and the scalar applies reach the same bits by running the same steps on one
-// lane (rcpss is rcpps on one element). A zero divisor is found by comparing the divisor element
-// itself with 0, never through the float result, and gives the largest value for a positive
-// dividend, the smallest for a negative one and 0 for 0.
+// rounded to the nearest integer, ties to even, and saturated. Near a tie the estimate may fall
+// on the other side of it (7 / 2 gives 3.4999998, so 3): that is the rule of these members, and
+// the scalar applies reach the same bits by running the same steps on one lane (rcpss is rcpps
+// on one element). The steps run with the rounding field set to nearest for the call, so the
+// conversion to integers rounds by itself and the caller's mode changes no bit. A zero divisor
+// is found by comparing the divisor element itself with 0, never through the float result, and
+// gives the largest value for a positive dividend, the smallest for a negative one and 0 for 0.
+//
+// The row loop notes the zero divisors as it reads them (WatchesDivisor), so the warning costs
+// no second pass over the divisor.
 //
 // Two bounds per type take the float path out of the way: from `zeroFrom` on no quotient
 // reaches a half, so every element with a non-zero divisor is 0; from `patternTo` down every
@@ -33,6 +37,7 @@
 
 #include "arith/rows/add_sub.hpp"
 #include "arith/rows/scale.hpp"
+#include "frame/fp_guard.hpp"
 #include "simd/sse.hpp"
 
 namespace keli::rows {
@@ -60,20 +65,22 @@ template <class T> inline __m128i by_zero_epi32(__m128i a)
     else return high;
 }
 
-// The elements of a register as 32-bit lanes, quarter (8u) or half (16-bit types) k.
-template <class T> inline __m128i widen(__m128i v, int k)
+// The elements of a register as 32-bit lanes: four quarters (8u) or two halves (16-bit types).
+template <class T> inline void widen(__m128i v, __m128i* q)
 {
+    const __m128i zero = _mm_setzero_si128();
     if constexpr (std::is_same_v<T, Kel8u>) {
-        switch (k) {
-        case 0: return _mm_cvtepu8_epi32(v);
-        case 1: return _mm_cvtepu8_epi32(_mm_srli_si128(v, 4));
-        case 2: return _mm_cvtepu8_epi32(_mm_srli_si128(v, 8));
-        default: return _mm_cvtepu8_epi32(_mm_srli_si128(v, 12));
-        }
+        const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
+        q[0] = _mm_unpacklo_epi16(lo, zero);
+        q[1] = _mm_unpackhi_epi16(lo, zero);
+        q[2] = _mm_unpacklo_epi16(hi, zero);
+        q[3] = _mm_unpackhi_epi16(hi, zero);
     } else if constexpr (std::is_same_v<T, Kel16u>) {
-        return k == 0 ? _mm_cvtepu16_epi32(v) : _mm_cvtepu16_epi32(_mm_srli_si128(v, 8));
+        q[0] = _mm_unpacklo_epi16(v, zero);
+        q[1] = _mm_unpackhi_epi16(v, zero);
     } else {
-        return k == 0 ? _mm_cvtepi16_epi32(v) : _mm_cvtepi16_epi32(_mm_srli_si128(v, 8));
+        q[0] = _mm_cvtepi16_epi32(v);
+        q[1] = _mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16);
     }
 }
 
@@ -89,8 +96,10 @@ template <class T> inline __m128i narrow(const __m128i* q)
 template <class T, class F> inline __m128i by_quads(__m128i x, __m128i y, F&& f)
 {
     constexpr int K = 4 / int(sizeof(T));
-    __m128i q[4];
-    for (int k = 0; k < K; ++k) q[k] = f(widen<T>(x, k), widen<T>(y, k));
+    __m128i a[4], b[4], q[4];
+    widen<T>(x, a);
+    widen<T>(y, b);
+    for (int k = 0; k < K; ++k) q[k] = f(a[k], b[k]);
     return narrow<T>(q);
 }
 
@@ -98,71 +107,88 @@ constexpr int kNearest = _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC;
 
 }  // namespace div_detail
 
-// patternTo < n < zeroFrom: the quotient by the refined reciprocal.
-template <class E> struct DivQuotientOp {
+// What a zero divisor element is, for the ops that warn of one: the row loop ORs the masks of
+// the divisor elements it reads, so the warning costs no second pass over the divisor.
+template <class T> struct WatchesDivisor {
+    static constexpr bool kZeroWarns = true;
+    static constexpr bool kWatchesZeros = true;
+    static __m128i zero_mask(simd::reg_t<T> y)
+    {
+        if constexpr (std::is_same_v<T, Kel32f>) return _mm_castps_si128(_mm_cmpeq_ps(y, _mm_setzero_ps()));
+        else if constexpr (sizeof(T) == 1) return _mm_cmpeq_epi8(y, _mm_setzero_si128());
+        else return _mm_cmpeq_epi16(y, _mm_setzero_si128());
+    }
+    static bool is_zero(T y) { return y == T(0); }
+};
+
+
+// The results for zero divisors of a register of dividends: the largest value where the
+// dividend is positive, the smallest where it is negative, 0 where it is 0.
+template <class T> inline __m128i by_zero_elements(__m128i x)
+{
+    if constexpr (sizeof(T) == 1) return scale::nonzero_epu8(x);
+    else if constexpr (std::is_signed_v<T>) return scale::saturated_sign_epi16(x);
+    else return scale::nonzero_epu16(x);
+}
+
+// patternTo < n < zeroFrom: the quotient by the refined reciprocal. It runs with the rounding
+// field set to nearest (with_div_op sees to it), so the conversion rounds ties to even. Packing
+// saturates what the conversion leaves in range; only quotients that could leave the 32-bit
+// range are clamped in float first, and from above only: a quotient below -2^31 converts to the
+// smallest integer, which saturates the same way.
+//
+// A scale factor is a power of two on one side: Side 0 for none, +1 on the dividend (n < 0),
+// -1 on the divisor (n > 0), fixed at compile time so the loop carries no test for it.
+template <class E, int Side> struct DivQuotientOp : WatchesDivisor<E> {
     using T = E;
     static constexpr std::size_t kVectorFrom = rows::kVectorFrom<T, true>;
-    static constexpr bool kZeroWarns = true;
 
-    explicit DivQuotientOp(int n)
-        : up_(n < 0 ? float(std::uint64_t(1) << -n) : 1.0f), down_(n > 0 ? float(std::uint64_t(1) << n) : 1.0f)
-    {
-    }
+    explicit DivQuotientOp(int n) : scale_(float(std::uint64_t(1) << (n < 0 ? -n : n))) {}
 
     __m128i apply(__m128i x, __m128i y) const
     {
-        const __m128 up = _mm_set1_ps(up_), down = _mm_set1_ps(down_), two = _mm_set1_ps(2.0f);
-        const __m128 lo = _mm_set1_ps(float(scale::lowest<T>)), hi = _mm_set1_ps(float(scale::highest<T>));
+        const __m128 scale = _mm_set1_ps(scale_), two = _mm_set1_ps(2.0f);
         const __m128i q = div_detail::by_quads<T>(x, y, [&](__m128i a, __m128i b) {
-            // Scaling by 1 changes no bit, so a call without a scale factor skips it.
             __m128 num = _mm_cvtepi32_ps(a), den = _mm_cvtepi32_ps(b);
-            if (up_ != 1.0f) num = _mm_mul_ps(num, up);
-            if (down_ != 1.0f) den = _mm_mul_ps(den, down);
+            if constexpr (Side > 0) num = _mm_mul_ps(num, scale);
+            if constexpr (Side < 0) den = _mm_mul_ps(den, scale);
             __m128 r = _mm_rcp_ps(den);
             r = _mm_mul_ps(r, _mm_sub_ps(two, _mm_mul_ps(den, r)));
             __m128 v = _mm_mul_ps(num, r);
-            // An unsigned quotient is never below 0 (a zero divisor's lane is replaced below).
-            if constexpr (std::is_signed_v<T>) v = _mm_max_ps(v, lo);
-            return _mm_cvttps_epi32(_mm_round_ps(_mm_min_ps(v, hi), div_detail::kNearest));
+            if constexpr (kClamps) v = _mm_min_ps(v, _mm_set1_ps(float(scale::highest<T>)));
+            return _mm_cvtps_epi32(v);
         });
         // Zero divisors, decided on the elements themselves after the packing.
-        __m128i zero, byZero;
-        if constexpr (sizeof(T) == 1) {
-            zero = _mm_cmpeq_epi8(y, _mm_setzero_si128());
-            byZero = scale::nonzero_epu8(x);
-        } else {
-            zero = _mm_cmpeq_epi16(y, _mm_setzero_si128());
-            byZero = std::is_signed_v<T> ? scale::saturated_sign_epi16(x) : scale::nonzero_epu16(x);
-        }
-        return _mm_blendv_epi8(q, byZero, zero);
+        return _mm_blendv_epi8(q, by_zero_elements<T>(x), this->zero_mask(y));
     }
 
     T apply(T x, T y) const
     {
         if (y == 0) return div_detail::by_zero(x);
-        const float num = float(x) * up_, den = float(y) * down_;
+        float num = float(x), den = float(y);
+        if constexpr (Side > 0) num *= scale_;
+        if constexpr (Side < 0) den *= scale_;
         float r = _mm_cvtss_f32(_mm_rcp_ss(_mm_set_ss(den)));
         r = r * (2.0f - den * r);
-        const __m128 q = _mm_min_ss(_mm_max_ss(_mm_set_ss(num * r), _mm_set_ss(float(scale::lowest<T>))),
-                                    _mm_set_ss(float(scale::highest<T>)));
-        const __m128 rounded = _mm_round_ss(q, q, div_detail::kNearest);
-        return static_cast<T>(_mm_cvttss_si32(rounded));
+        __m128 v = _mm_set_ss(num * r);
+        if constexpr (kClamps) v = _mm_min_ss(v, _mm_set_ss(float(scale::highest<T>)));
+        const std::int32_t q = _mm_cvtss_si32(v);
+        return static_cast<T>(q < scale::lowest<T> ? scale::lowest<T> : q > scale::highest<T> ? scale::highest<T> : q);
     }
 
 private:
-    float up_, down_;
+    // Only 16-bit quotients with n < 0 can leave the 32-bit range.
+    static constexpr bool kClamps = sizeof(T) == 2 && Side > 0;
+    float scale_;
 };
 
 // n >= zeroFrom: 0 where the divisor is not zero.
-template <class E> struct DivZeroOp {
+template <class E> struct DivZeroOp : WatchesDivisor<E> {
     using T = E;
     static constexpr std::size_t kVectorFrom = rows::kVectorFrom<T, false>;
-    static constexpr bool kZeroWarns = true;
     __m128i apply(__m128i x, __m128i y) const
     {
-        return div_detail::by_quads<T>(x, y, [](__m128i a, __m128i b) {
-            return _mm_and_si128(div_detail::by_zero_epi32<T>(a), _mm_cmpeq_epi32(b, _mm_setzero_si128()));
-        });
+        return _mm_and_si128(by_zero_elements<T>(x), this->zero_mask(y));
     }
     T apply(T x, T y) const { return y == 0 ? div_detail::by_zero(x) : T(0); }
 };
@@ -170,10 +196,9 @@ template <class E> struct DivZeroOp {
 // n <= patternTo: the saturated sign of the quotient. Unsigned that is the largest value for
 // any non-zero dividend, whatever the divisor; 16s takes the sign of the divisor where it is
 // not zero.
-template <class E> struct DivSignOp {
+template <class E> struct DivSignOp : WatchesDivisor<E> {
     using T = E;
     static constexpr std::size_t kVectorFrom = rows::kVectorFrom<T, false>;
-    static constexpr bool kZeroWarns = true;
     __m128i apply(__m128i x, __m128i y) const
     {
         if constexpr (std::is_same_v<T, Kel8u>) return scale::nonzero_epu8(x);
@@ -230,10 +255,9 @@ private:
 
 // 32f: one IEEE division an element, in the caller's rounding mode; a zero divisor gives an
 // infinity or not-a-number as the standard has it, and a warning.
-struct DivFloatOp {
+struct DivFloatOp : WatchesDivisor<Kel32f> {
     using T = Kel32f;
     static constexpr std::size_t kVectorFrom = 12;
-    static constexpr bool kZeroWarns = true;
     __m128 apply(__m128 x, __m128 y) const { return _mm_div_ps(x, y); }
     T apply(T x, T y) const { return x / y; }
 };
@@ -244,7 +268,13 @@ template <class T, class Visit> inline void with_div_op(int n, Visit&& visit)
     constexpr scale::ShortCuts b = kDivShortCuts<T>;
     if (n >= b.zeroFrom) visit(DivZeroOp<T>{});
     else if (n <= b.patternTo) visit(DivSignOp<T>{});
-    else visit(DivQuotientOp<T>{n});
+    else {
+        FpControlGuard nearest;
+        nearest.set_rounding(0);
+        if (n < 0) visit(DivQuotientOp<T, 1>{n});
+        else if (n > 0) visit(DivQuotientOp<T, -1>{n});
+        else visit(DivQuotientOp<T, 0>{n});
+    }
 }
 
 // Calls visit(op) with keliDivC's op for scale factor n below the zero bound (the constant is

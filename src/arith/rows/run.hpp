@@ -54,18 +54,36 @@ template <bool Alpha, bool Aligned, class T, class R> inline void put(T* d, R v,
     else simd::storeu(d, v);
 }
 
-// dst[i] = op(x[i], y[i]) for i < n.
+// Ops that divide and warn of a zero divisor may set kWatchesZeros and describe a zero with
+// zero_mask(y) and is_zero(y); the run then watches its right operand as it reads it.
+template <class Op, class = void> struct WatchesZeros : std::false_type {};
+template <class Op>
+struct WatchesZeros<Op, std::void_t<decltype(Op::kWatchesZeros)>> : std::bool_constant<Op::kWatchesZeros> {};
+
+// dst[i] = op(x[i], y[i]) for i < n. Returns whether a colour element of y was a zero divisor
+// (always false for ops that do not watch for one). Each y element is looked at before any
+// store, so an in-place run cannot change the answer.
 template <bool Alpha = false, class Op, class T = typename Op::T>
-inline void binary_run(const Op& op, const T* x, const T* y, T* d, std::size_t n)
+inline bool binary_run(const Op& given, const T* x, const T* y, T* d, std::size_t n)
 {
+    // A local copy: the stores (through a byte pointer that may alias anything) cannot reach it,
+    // so the op's parameters stay in registers instead of being reloaded every turn.
+    const Op op = given;
     constexpr std::size_t L = simd::lanes<T>;
+    constexpr bool Watch = WatchesZeros<Op>::value;
+    bool zeroMet = false;
+    __m128i zeros = _mm_setzero_si128();
+    auto scalar = [&](std::size_t at) {
+        if (!colour_element<Alpha>(at)) return;
+        if constexpr (Watch) zeroMet |= Op::is_zero(y[at]);
+        d[at] = op.apply(x[at], y[at]);
+    };
     std::size_t i = 0;
     if (n >= Op::kVectorFrom) {
         std::size_t head = simd::head_to_align(d);
         const bool alignedDst = head != simd::npos;
         if (!alignedDst) head = 0;
-        for (; i < head; ++i)
-            if (colour_element<Alpha>(i)) d[i] = op.apply(x[i], y[i]);
+        for (; i < head; ++i) scalar(i);
         const std::size_t body = head + (n - head) / L * L;
         const __m128i keep = Alpha ? alpha_mask<T>(head & 3) : _mm_setzero_si128();
         auto loop = [&](auto alignX, auto alignY, auto alignD) {
@@ -74,6 +92,10 @@ inline void binary_run(const Op& op, const T* x, const T* y, T* d, std::size_t n
             auto one = [&](std::size_t at) {
                 const auto vx = AX ? simd::loada(x + at) : simd::loadu(x + at);
                 const auto vy = AY ? simd::loada(y + at) : simd::loadu(y + at);
+                if constexpr (Watch) {
+                    const __m128i z = Op::zero_mask(vy);
+                    zeros = _mm_or_si128(zeros, Alpha ? _mm_andnot_si128(keep, z) : z);
+                }
                 put<Alpha, AD>(d + at, op.apply(vx, vy), keep);
             };
             // A cache line a turn, with the lines ahead asked for: the loop's own count and
@@ -96,16 +118,17 @@ inline void binary_run(const Op& op, const T* x, const T* y, T* d, std::size_t n
         else if (ay) loop(No{}, Yes{}, Yes{});
         else loop(No{}, No{}, Yes{});
     }
-    for (; i < n; ++i)
-        if (colour_element<Alpha>(i)) d[i] = op.apply(x[i], y[i]);
+    for (; i < n; ++i) scalar(i);
+    return zeroMet || !_mm_testz_si128(zeros, zeros);
 }
 
 // dst[i] = op(x[i], value[i % C]) for i < n, C = 1, 3 or 4 channels (AC4: C = 4 with Alpha).
 // The constant is laid out on the stack as P vectors that repeat on a vector boundary (three
 // for three channels, one otherwise), starting at the channel of the first vector element.
 template <std::size_t C, bool Alpha = false, class Op, class T = typename Op::T>
-inline void constant_run(const Op& op, const T* x, const T* value, T* d, std::size_t n)
+inline void constant_run(const Op& given, const T* x, const T* value, T* d, std::size_t n)
 {
+    const Op op = given;  // kept in registers, as in binary_run
     constexpr std::size_t L = simd::lanes<T>;
     constexpr std::size_t P = C == 3 ? 3 : 1;
     std::size_t i = 0, c = 0;  // c == i % C
