@@ -2,8 +2,11 @@
 // length of the kernels, rows on any byte and steps beyond the row; the scale's ties and its
 // 32-bit wrap, the 16s fold, not-a-number; the check order with nothing written; the size query.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -163,6 +166,64 @@ TEST(Sad, LargeTemplatesAndTheSingleOutput)
     }
     both(keliSAD_32f_C1R, Kel32f{}, 45, 13, 23, 7, 0);
     both(keliSAD_32f_C1R, Kel32f{}, 9, 6, 9, 6, 0);
+}
+
+// Bytes that end right before a page the process may not touch: a load past the last row of an
+// image placed here faults, so the kernels' vector loads are seen to stay inside the rows.
+class AtPageEnd {
+public:
+    explicit AtPageEnd(std::size_t bytes)
+        : page_(std::size_t(sysconf(_SC_PAGESIZE))), length_((bytes + page_ - 1) / page_ * page_ + page_)
+    {
+        map_ = mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (map_ == MAP_FAILED || mprotect(static_cast<char*>(map_) + length_ - page_, page_, PROT_NONE) != 0) std::abort();
+        base_ = static_cast<std::uint8_t*>(map_) + length_ - page_ - bytes;
+    }
+    ~AtPageEnd() { munmap(map_, length_); }
+    AtPageEnd(const AtPageEnd&) = delete;
+    AtPageEnd& operator=(const AtPageEnd&) = delete;
+    std::uint8_t* data() const { return base_; }
+
+private:
+    std::size_t page_, length_;
+    void* map_;
+    std::uint8_t* base_;
+};
+
+template <class T, class Fn> void reads_stay_inside(Fn fn)
+{
+    constexpr int es = sizeof(T);
+    kit::Rng rng;
+    for (int tw = 1; tw <= 34; tw += (tw < 18 ? 1 : 5))
+        for (int dw = 1; dw <= 9; ++dw) {
+            const int sw = tw + dw - 1, th = 2, sh = 3, srcStep = sw * es + 4, tplStep = tw * es;
+            AtPageEnd src(std::size_t(sh - 1) * srcStep + std::size_t(sw) * es), tpl(std::size_t(th) * tplStep);
+            for (std::size_t i = 0; i < std::size_t(sh - 1) * srcStep + std::size_t(sw) * es; i += es) {
+                const T v = draw<T>(rng);
+                std::memcpy(src.data() + i, &v, sizeof v);
+            }
+            for (std::size_t i = 0; i < std::size_t(th) * tplStep; i += es) {
+                const T v = draw<T>(rng);
+                std::memcpy(tpl.data() + i, &v, sizeof v);
+            }
+            const SadView<T> sv{src.data(), srcStep, sw, sh}, tv{tpl.data(), tplStep, tw, th};
+            std::vector<Out<T>> out(std::size_t(dw) * 2);
+            ASSERT_EQ(call(fn, reinterpret_cast<const T*>(src.data()), srcStep, {sw, sh}, reinterpret_cast<const T*>(tpl.data()),
+                           tplStep, {tw, th}, out.data(), dw * 4, kShape, 1),
+                      kelStatusOk);
+            for (int y = 0; y < 2; ++y)
+                for (int x = 0; x < dw; ++x)
+                    ASSERT_TRUE(same(out[std::size_t(y) * dw + x], expected(sv, tv, x, y, 1)))
+                        << "template width " << tw << ", outputs " << dw << ", element bytes " << es;
+        }
+}
+
+TEST(Sad, ReadsStayInsideTheLastRow)
+{
+    reads_stay_inside<Kel8u>(keliSAD_8u32s_C1RSfs);
+    reads_stay_inside<Kel16u>(keliSAD_16u32s_C1RSfs);
+    reads_stay_inside<Kel16s>(keliSAD_16s32s_C1RSfs);
+    reads_stay_inside<Kel32f>(keliSAD_32f_C1R);
 }
 
 // A one-row template of zeros over a row of chosen values: every output is |value|, so the
