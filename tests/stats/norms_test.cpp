@@ -146,6 +146,11 @@ TEST(Norm, IntegerSumsStayExactOverLongRowsAndLargeTotals)
     EXPECT_EQ(v, double(w) * 65535);
     ASSERT_EQ(keliNorm_L1_16s_C1R(reinterpret_cast<const Kel16s*>(hi16.data()), 2 * w, {w, 1}, &v), kelStatusOk);
     EXPECT_EQ(v, double(w));
+    std::vector<Kel16s> top16(w, 32767), bottom16(w, -32768);
+    ASSERT_EQ(keliNormDiff_L1_16s_C1R(top16.data(), 2 * w, bottom16.data(), 2 * w, {w, 1}, &v), kelStatusOk);
+    EXPECT_EQ(v, double(w) * 65535);
+    ASSERT_EQ(keliNorm_L1_16s_C1R(bottom16.data(), 2 * w, {w, 1}, &v), kelStatusOk);
+    EXPECT_EQ(v, double(w) * 32768);
     double three[3];
     ASSERT_EQ(keliNorm_L1_8u_C3R(hi8.data(), w, {w / 3, 1}, three), kelStatusOk);
     for (double t : three) EXPECT_EQ(t, double(w / 3) * 255);

@@ -147,6 +147,14 @@ struct AccMax {
     static Total scalar(Total tot, std::int64_t t) { return combine(tot, static_cast<Lane>(t)); }
 };
 
+// |a - b| of 16-bit values as unsigned 16-bit values: the larger less the smaller, which wraps
+// into the right bits even when the difference passes 32767.
+template <class T> inline __m128i abs_diff16(__m128i a, __m128i b)
+{
+    if constexpr (std::is_signed_v<T>) return _mm_sub_epi16(_mm_max_epi16(a, b), _mm_min_epi16(a, b));
+    else return _mm_sub_epi16(_mm_max_epu16(a, b), _mm_min_epu16(a, b));
+}
+
 // ---- The run ----------------------------------------------------------------------------------
 
 // Adds the terms of n elements of a (and b for terms of pairs), C interleaved channels from a
@@ -164,13 +172,54 @@ inline void term_run(const T* a, const T* b, std::size_t n, typename Acc::Total*
     if constexpr (C == 1 && sizeof(T) == 1 && !std::is_same_v<Acc, AccMax> && !std::is_same_v<Term, TermAbs> &&
                   !std::is_same_v<Term, TermAbsDiff>) {
         // One channel of bytes: pairs of 16-bit values multiplied and added in one step, the
-        // order of the lanes being of no account when every lane holds the same channel.
-        for (; n - i >= 16; i += 16) {
-            const __m128i x = simd::loadu(a + i), z = _mm_setzero_si128();
-            const __m128i y = Term::pair ? simd::loadu(b + i) : x;
-            acc[0][0] = _mm_add_epi32(acc[0][0], Term::pairs16(_mm_unpacklo_epi8(x, z), _mm_unpacklo_epi8(y, z)));
-            acc[0][1] = _mm_add_epi32(acc[0][1], Term::pairs16(_mm_unpackhi_epi8(x, z), _mm_unpackhi_epi8(y, z)));
+        // order of the lanes being of no account when every lane holds the same channel. Four
+        // vectors a turn into the four accumulators keep the loop's own cost out of the way.
+        auto take = [&](std::size_t at, __m128i& lo, __m128i& hi) {
+            const __m128i x = simd::loadu(a + at), z = _mm_setzero_si128();
+            const __m128i y = Term::pair ? simd::loadu(b + at) : x;
+            lo = _mm_add_epi32(lo, Term::pairs16(_mm_unpacklo_epi8(x, z), _mm_unpacklo_epi8(y, z)));
+            hi = _mm_add_epi32(hi, Term::pairs16(_mm_unpackhi_epi8(x, z), _mm_unpackhi_epi8(y, z)));
+        };
+        for (; n - i >= 64; i += 64) {
+            take(i, acc[0][0], acc[0][1]);
+            take(i + 16, acc[0][2], acc[0][3]);
+            take(i + 32, acc[0][0], acc[0][1]);
+            take(i + 48, acc[0][2], acc[0][3]);
         }
+        for (; n - i >= 16; i += 16) take(i, acc[0][0], acc[0][1]);
+    } else if constexpr (C == 1 && sizeof(T) == 2 && std::is_same_v<Acc, AccAdd32> &&
+                         (std::is_same_v<Term, TermAbs> || std::is_same_v<Term, TermAbsDiff>)) {
+        // One channel of 16-bit values: the absolute value or difference as an unsigned 16-bit
+        // value, moved down by 32768 so that the signed multiply-add by ones sums pairs of them
+        // into 32-bit lanes; the 32768 of every element goes back when the lanes are added up.
+        // A lane moves by at most 65536 a vector, so runs of a tile's length stay far inside it.
+        const __m128i bias = _mm_set1_epi16(-32768), ones = _mm_set1_epi16(1);
+        auto take = [&](std::size_t at, __m128i& sum) {
+            const __m128i x = simd::loadu(a + at);
+            __m128i d;
+            if constexpr (Term::pair) d = abs_diff16<T>(x, simd::loadu(b + at));
+            else d = std::is_signed_v<T> ? _mm_abs_epi16(x) : x;
+            sum = _mm_add_epi32(sum, _mm_madd_epi16(_mm_xor_si128(d, bias), ones));
+        };
+        __m128i s0 = _mm_setzero_si128(), s1 = s0;
+        for (; n - i >= 16; i += 16) {
+            take(i, s0);
+            take(i + 8, s1);
+        }
+        for (; n - i >= 8; i += 8) take(i, s0);
+        if (i > 0) {
+            alignas(16) std::int32_t lanes[8];
+            _mm_store_si128(reinterpret_cast<__m128i*>(lanes), s0);
+            _mm_store_si128(reinterpret_cast<__m128i*>(lanes + 4), s1);
+            std::int64_t t = 32768 * static_cast<std::int64_t>(i);
+            for (std::int32_t l : lanes) t += l;
+            tot[0] = Acc::scalar(tot[0], t);
+        }
+        for (; i < n; ++i) {
+            const std::int64_t x = elem(a + i), y = Term::pair ? std::int64_t(elem(b + i)) : x;
+            tot[0] = Acc::scalar(tot[0], Term::apply(x, y));
+        }
+        return;
     } else {
         for (; n - i >= P * E;) {
             for (std::size_t k = 0; k < P; ++k, i += E) {
