@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <list>
 
 namespace bench {
@@ -109,9 +110,9 @@ void run(benchmark::State& state, const Setup& setup, Size s, int bytesPerPixel)
 // leaves out the time the process spent preempted on a busy machine).
 double fastest(const std::vector<double>& v) { return v.empty() ? 0.0 : *std::min_element(v.begin(), v.end()); }
 
-void add(const std::string& prefix, int bytesPerPixel, const Setup& setup)
+void add(const std::string& prefix, int bytesPerPixel, const Setup& setup, const std::vector<Size>& sizes)
 {
-    for (Size s : kSizes)
+    for (Size s : sizes)
         benchmark::RegisterBenchmark((prefix + "/" + size_name(s)).c_str(),
                                      [setup, s, bytesPerPixel](benchmark::State& st) { run(st, setup, s, bytesPerPixel); })
             ->ComputeStatistics("min", fastest);
@@ -155,14 +156,29 @@ const std::vector<Image>& images(Size s, int channels, int elementBytes, int cvD
     return set.images;
 }
 
+// Built on each call: the family files register their rows before main, when a vector at
+// namespace scope in this file might not be constructed yet.
+std::vector<Size> standard_sizes() { return std::vector<Size>(std::begin(kSizes), std::end(kSizes)); }
+
 void keli(const std::string& exportName, int bytesPerPixel, Setup setup)
 {
-    add(exportName, bytesPerPixel, setup);
+    add(exportName, bytesPerPixel, setup, standard_sizes());
 }
 
 void peer(const std::string& peerName, const std::string& exportName, int bytesPerPixel, Setup setup)
 {
-    add(peerName + "/" + exportName, bytesPerPixel, setup);
+    add(peerName + "/" + exportName, bytesPerPixel, setup, standard_sizes());
+}
+
+void keli(const std::string& exportName, int bytesPerPixel, Setup setup, const std::vector<Size>& sizes)
+{
+    add(exportName, bytesPerPixel, setup, sizes);
+}
+
+void peer(const std::string& peerName, const std::string& exportName, int bytesPerPixel, Setup setup,
+          const std::vector<Size>& sizes)
+{
+    add(peerName + "/" + exportName, bytesPerPixel, setup, sizes);
 }
 
 }  // namespace bench

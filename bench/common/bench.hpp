@@ -96,6 +96,12 @@ void keli(const std::string& exportName, int bytesPerPixel, Setup setup);
 // Registers a peer doing the same job as `exportName` at every standard size.
 void peer(const std::string& peerName, const std::string& exportName, int bytesPerPixel, Setup setup);
 
+// The same two at the sizes given instead of the standard ones, for an export whose work is
+// measured on another image size (a template slid over a 640x480 frame).
+void keli(const std::string& exportName, int bytesPerPixel, Setup setup, const std::vector<Size>& sizes);
+void peer(const std::string& peerName, const std::string& exportName, int bytesPerPixel, Setup setup,
+          const std::vector<Size>& sizes);
+
 // The streaming limits for an export that reads `reads` images and writes one, all of
 // element T with `channels` channels: memcpy of one row per row (same bytes read and
 // written as a one-source export), and memset of the destination rows.
