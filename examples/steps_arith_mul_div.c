@@ -3,7 +3,10 @@
  * 3 with a scale factor of 1, so that its light squares saturate. Then the rings are divided by
  * the ramp shifted up by a scale factor of -5 (a quotient that saturates where the ramp is dark,
  * and a zero divisor in the ramp's dark corner, reported as a warning), and the ramp is halved
- * by a constant divisor of 2. */
+ * by a constant divisor of 2. Last, the ramp masks the rings with 255 standing for 1.0, so that
+ * the rings keep their full brightness where the ramp is white; the rings are dimmed by a 64f
+ * factor of 0.75 with halves rounded away from zero, and divided by the ramp again, this time in
+ * 64f with the same rounding. */
 #include "demo.h"
 
 typedef struct {
@@ -35,6 +38,25 @@ static void run_halve(void* p)
 {
     MulArgs* a = (MulArgs*)p;
     keliDivC_8u_C1RSfs(a->a, a->aStep, 2, a->dst, a->dstStep, a->size, 0);
+}
+
+static void run_mask(void* p)
+{
+    MulArgs* a = (MulArgs*)p;
+    keliMulScale_8u_C1R(a->a, a->aStep, a->b, a->bStep, a->dst, a->dstStep, a->size);
+}
+
+static void run_dim(void* p)
+{
+    MulArgs* a = (MulArgs*)p;
+    const Kel64f factor = 0.75;
+    keliMulC64f_8u_C1R(a->a, a->aStep, &factor, a->dst, a->dstStep, a->size, kelAlgHintNone, kelRndFinancial);
+}
+
+static void run_divide_round(void* p)
+{
+    MulArgs* a = (MulArgs*)p;
+    keliDiv_Round_8u_C1RSfs(a->a, a->aStep, a->b, a->bStep, a->dst, a->dstStep, a->size, kelRndFinancial, -5);
 }
 
 void demo_arith_mul_div(Demo* d)
@@ -77,6 +99,27 @@ void demo_arith_mul_div(Demo* d)
     s = keliDivC_8u_C1RSfs(ramp, stepRamp, 2, out, stepOut, size, 0);
     demo_report(d, "keliDivC_8u_C1RSfs (2)", s, demo_speed(run_halve, &args, pixels));
     demo_write_png(d, "arith_div_halve", out, stepOut, d->width, d->height, 1);
+
+    /* ramp * rings / 255: white in the ramp lets the rings through unchanged. */
+    args.a = ramp, args.aStep = stepRamp, args.b = rings, args.bStep = stepRings;
+    s = keliMulScale_8u_C1R(ramp, stepRamp, rings, stepRings, out, stepOut, size);
+    demo_report(d, "keliMulScale_8u_C1R", s, demo_speed(run_mask, &args, pixels));
+    demo_write_png(d, "arith_mulscale_mask", out, stepOut, d->width, d->height, 1);
+
+    /* rings * 0.75, halves away from zero. */
+    {
+        const Kel64f factor = 0.75;
+        args.a = rings, args.aStep = stepRings;
+        s = keliMulC64f_8u_C1R(rings, stepRings, &factor, out, stepOut, size, kelAlgHintNone, kelRndFinancial);
+        demo_report(d, "keliMulC64f_8u_C1R (0.75, financial)", s, demo_speed(run_dim, &args, pixels));
+        demo_write_png(d, "arith_mulc64f_dim", out, stepOut, d->width, d->height, 1);
+    }
+
+    /* rings * 32 / ramp in 64f, halves away from zero; the ramp's zero gives the warning again. */
+    args.a = ramp, args.aStep = stepRamp, args.b = rings, args.bStep = stepRings;
+    s = keliDiv_Round_8u_C1RSfs(ramp, stepRamp, rings, stepRings, out, stepOut, size, kelRndFinancial, -5);
+    demo_report(d, "keliDiv_Round_8u_C1RSfs (financial, n = -5)", s, demo_speed(run_divide_round, &args, pixels));
+    demo_write_png(d, "arith_div_round_rings_by_ramp", out, stepOut, d->width, d->height, 1);
 
 done:
     keliFree(ramp);

@@ -660,6 +660,54 @@ KELI_API KelStatus keliMulCScale_8u_AC4IR(const Kel8u* pValue, Kel8u* pSrcDst, i
 KELI_API KelStatus keliMulCScale_16u_C3IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
 KELI_API KelStatus keliMulCScale_16u_C4IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
 KELI_API KelStatus keliMulCScale_16u_AC4IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliMulC64f_8u_C1R(const Kel8u* pSrc, int srcStep, const Kel64f* pConstants, Kel8u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_8u_C3R(const Kel8u* pSrc, int srcStep, const Kel64f* pConstants, Kel8u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_8u_C4R(const Kel8u* pSrc, int srcStep, const Kel64f* pConstants, Kel8u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16u_C1R(const Kel16u* pSrc, int srcStep, const Kel64f* pConstants, Kel16u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16u_C3R(const Kel16u* pSrc, int srcStep, const Kel64f* pConstants, Kel16u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16u_C4R(const Kel16u* pSrc, int srcStep, const Kel64f* pConstants, Kel16u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16s_C1R(const Kel16s* pSrc, int srcStep, const Kel64f* pConstants, Kel16s* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16s_C3R(const Kel16s* pSrc, int srcStep, const Kel64f* pConstants, Kel16s* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16s_C4R(const Kel16s* pSrc, int srcStep, const Kel64f* pConstants, Kel16s* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_32f_C1R(const Kel32f* pSrc, int srcStep, const Kel64f* pConstants, Kel32f* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_32f_C3R(const Kel32f* pSrc, int srcStep, const Kel64f* pConstants, Kel32f* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_32f_C4R(const Kel32f* pSrc, int srcStep, const Kel64f* pConstants, Kel32f* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_8u_C1IR(const Kel64f* pConstants, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_8u_C3IR(const Kel64f* pConstants, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_8u_C4IR(const Kel64f* pConstants, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16u_C1IR(const Kel64f* pConstants, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16u_C3IR(const Kel64f* pConstants, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16u_C4IR(const Kel64f* pConstants, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16s_C1IR(const Kel64f* pConstants, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16s_C3IR(const Kel64f* pConstants, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_16s_C4IR(const Kel64f* pConstants, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_32f_C1IR(const Kel64f* pConstants, Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_32f_C3IR(const Kel64f* pConstants, Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliMulC64f_32f_C4IR(const Kel64f* pConstants, Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode);
+KELI_API KelStatus keliDiv_Round_8u_C1RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_8u_C3RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_8u_C4RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_8u_AC4RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16u_C1RSfs(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16u_C3RSfs(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16u_C4RSfs(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16u_AC4RSfs(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16s_C1RSfs(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16s_C3RSfs(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16s_C4RSfs(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16s_AC4RSfs(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_8u_C1IRSfs(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_8u_C3IRSfs(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_8u_C4IRSfs(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_8u_AC4IRSfs(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16u_C1IRSfs(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16u_C3IRSfs(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16u_C4IRSfs(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16u_AC4IRSfs(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16s_C1IRSfs(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16s_C3IRSfs(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16s_C4IRSfs(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
+KELI_API KelStatus keliDiv_Round_16s_AC4IRSfs(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor);
 
 /* ==== Data movement and conversion ========================================================== */
 
@@ -1692,6 +1740,16 @@ KELI_API KelStatus keliDotProd_32f64f_C4R(const Kel32f* pSrc1, int src1Step, con
 KELI_API KelStatus keliDotProd_32f64f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
 KELI_API KelStatus keliDotProdCol_32f_L2(const Kel32f* const ppVectors[], const Kel32f* pCoeffs, int count, Kel32f* pDst, int length);
 KELI_API KelStatus keliDotProdCol_64f_L2(const Kel64f* const ppVectors[], const Kel64f* pCoeffs, int count, Kel64f* pDst, int length);
+KELI_API KelStatus keliQualityIndexGetBufferSize(KelDataType srcType, int channels, KeliSize roiSize, int* pBufferSize);
+KELI_API KelStatus keliQualityIndex_8u32f_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_16u32f_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_32f_C1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_8u32f_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_8u32f_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_16u32f_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_16u32f_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_32f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
 
 /* ---- Sum of absolute differences */
 KELI_API KelStatus keliSAD_8u32s_C1RSfs(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel8u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32s* pDst, int dstStep, int shape, int scaleFactor, Kel8u* pBuffer);

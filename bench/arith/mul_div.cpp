@@ -81,6 +81,21 @@ template <class T> void div_rows(const std::string& name, FloatOrSfs<T> fn)
     bench::memcpy_peer<T>(name, 1);
 }
 
+// keliMulScale against multiply with a scale of 1/255: the same product read with 255 as 1.0
+// (OpenCV rounds the quotient to nearest where keli truncates it; the work is the same).
+void norm_rows(const std::string& name)
+{
+    keli_row<Kel8u, 1>(name, [](auto... a) { return keliMulScale_8u_C1R(a...); });
+    bench::peer("opencv:multiply", name, 3, [](bench::Size s) {
+        const auto& im = bench::images<Kel8u>(s, 1, 3);
+        return bench::Call([a = im[0].mat(), b = im[1].mat(), d = im[2].mat()]() mutable {
+            cv::multiply(a, b, d, 1.0 / 255.0);
+            return 0;
+        });
+    });
+    bench::memcpy_peer<Kel8u>(name, 1);
+}
+
 const bench::Rows rows([] {
     sfs_rows<Kel8u, 1>("keliMul_8u_C1RSfs", keliMul_8u_C1RSfs);
     sfs_rows<Kel8u, 3>("keliMul_8u_C3RSfs", keliMul_8u_C3RSfs);
@@ -93,6 +108,7 @@ const bench::Rows rows([] {
     div_rows<Kel8u>("keliDiv_8u_C1RSfs", [](auto... a) { return keliDiv_8u_C1RSfs(a..., 0); });
     div_rows<Kel16s>("keliDiv_16s_C1RSfs", [](auto... a) { return keliDiv_16s_C1RSfs(a..., 0); });
     div_rows<Kel32f>("keliDiv_32f_C1R", keliDiv_32f_C1R);
+    norm_rows("keliMulScale_8u_C1R");
 });
 
 }  // namespace

@@ -14,9 +14,11 @@
 #include <xmmintrin.h>
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 #include "reference/scale.hpp"
 
@@ -56,5 +58,75 @@ template <class T> T div_const(T a, T v, int n)
     return static_cast<T>(q < lo ? lo : q > hi ? hi : q);
 }
 inline float div_const(float a, float v, int) { return a * (1.0f / v); }
+
+}  // namespace reference
+
+namespace reference {
+
+// Multiplication that reads the largest value of the type as 1.0: the exact product divided by
+// that value, truncated.
+template <class T> T mul_norm(T a, T b)
+{
+    constexpr std::uint64_t top = std::numeric_limits<T>::max();
+    return static_cast<T>(std::uint64_t(a) * std::uint64_t(b) / top);
+}
+
+}  // namespace reference
+
+namespace reference {
+
+// Multiplication by a 64f constant, clamped and rounded by mode (0 toward zero, 1 nearest-even,
+// 2 ties away from zero; 32f converts to nearest in modes 1 and 2). The toward-zero mode rounds the product itself toward zero as well:
+// fma gives the exact error of the nearest product, and a product that overshot in magnitude
+// steps back by one unit. Integer destinations take their largest value for a not-a-number
+// product; 32f keeps it and clamps to the finite range.
+template <class T> T mul_c64f(T a, double c, int mode)
+{
+    double p = double(a) * c;
+    const bool toZero = mode == 0;
+    if (toZero && std::isfinite(p)) {
+        const double e = std::fma(double(a), c, -p);
+        if ((p > 0 && e < 0) || (p < 0 && e > 0)) p = std::nextafter(p, 0.0);
+    }
+    if constexpr (std::is_same_v<T, float>) {
+        if (std::isnan(p)) return float(p);
+        const double v = std::min(std::max(p, -double(FLT_MAX)), double(FLT_MAX));
+        float f = float(v);
+        if (toZero && std::fabs(double(f)) > std::fabs(v)) f = std::nextafter(f, 0.0f);
+        return f;
+    } else {
+        const double top = std::numeric_limits<T>::max(), bottom = std::numeric_limits<T>::min();
+        const double v = std::isnan(p) ? top : std::min(std::max(p, bottom), top);
+        if (mode == 0) return static_cast<T>(std::trunc(v));
+        if (mode == 1) return static_cast<T>(std::nearbyint(v));
+        // A half with the product's sign, added in 64f and truncated: halves go away from zero
+        // (the addition itself may round a product a hair below a half up to a whole).
+        return static_cast<T>(std::trunc(v + std::copysign(0.5, v)));
+    }
+}
+
+}  // namespace reference
+
+namespace reference {
+
+// Division with a rounding mode (0 toward zero, 1 nearest-even, 2 halves away from zero): exact,
+// by 128-bit integer division of a * 2^-n by b, saturated. A zero divisor gives the saturated sign
+// of the dividend.
+template <class T> T div_round(T a, T b, int mode, int n)
+{
+    if (b == 0) return by_zero(a);
+    n = std::clamp(n, -40, 40);
+    const __int128 one = 1;
+    __int128 num = __int128(a) * (one << (n < 0 ? -n : 0)), den = __int128(b) * (one << (n > 0 ? n : 0));
+    if (den < 0) num = -num, den = -den;
+    const bool negative = num < 0;
+    const __int128 mag = negative ? -num : num;
+    __int128 q = mag / den;
+    const __int128 twice = 2 * (mag % den);
+    if ((mode == 1 && (twice > den || (twice == den && (q & 1)))) || (mode == 2 && twice >= den)) q += 1;
+    if (negative) q = -q;
+    const __int128 lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
+    return static_cast<T>(q < lo ? lo : q > hi ? hi : q);
+}
 
 }  // namespace reference

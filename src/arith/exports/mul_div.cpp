@@ -2,6 +2,9 @@
 #include "keli.h"
 #include "arith/mul.hpp"
 #include "arith/div.hpp"
+#include "arith/mul_scale.hpp"
+#include "arith/mul_c64f.hpp"
+#include "arith/div_round.hpp"
 
 extern "C" {
 
@@ -1283,6 +1286,406 @@ KELI_API KelStatus keliDivC_32f_C4IR_L(const Kel32f* pValue, Kel32f* pSrcDst, in
 KELI_API KelStatus keliDivC_32f_AC4IR_L(const Kel32f* pValue, Kel32f* pSrcDst, int64_t srcDstStep, KeliSizeL roiSize)
 {
     return keli::div_const_image_L<Kel32f, keli::Layout::AC4, true>(pSrcDst, srcDstStep, pValue, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_8u_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel8u, keli::Layout::C1>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_8u_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel8u, keli::Layout::C3>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_8u_C4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel8u, keli::Layout::C4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_8u_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel8u, keli::Layout::AC4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_16u_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel16u, keli::Layout::C1>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_16u_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel16u, keli::Layout::C3>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_16u_C4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel16u, keli::Layout::C4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_16u_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel16u, keli::Layout::AC4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_8u_C1IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel8u, keli::Layout::C1>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_8u_C3IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel8u, keli::Layout::C3>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_8u_C4IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel8u, keli::Layout::C4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_8u_AC4IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel8u, keli::Layout::AC4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_16u_C1IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel16u, keli::Layout::C1>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_16u_C3IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel16u, keli::Layout::C3>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_16u_C4IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel16u, keli::Layout::C4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulScale_16u_AC4IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_image<Kel16u, keli::Layout::AC4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u value, Kel8u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel8u, keli::Layout::C1>(pSrc, srcStep, &value, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u value, Kel16u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel16u, keli::Layout::C1>(pSrc, srcStep, &value, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_8u_C1IR(Kel8u value, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel8u, keli::Layout::C1, true>(pSrcDst, srcDstStep, &value, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_16u_C1IR(Kel16u value, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel16u, keli::Layout::C1, true>(pSrcDst, srcDstStep, &value, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_8u_C3R(const Kel8u* pSrc, int srcStep, const Kel8u* pValue, Kel8u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel8u, keli::Layout::C3>(pSrc, srcStep, pValue, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_8u_C4R(const Kel8u* pSrc, int srcStep, const Kel8u* pValue, Kel8u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel8u, keli::Layout::C4>(pSrc, srcStep, pValue, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_8u_AC4R(const Kel8u* pSrc, int srcStep, const Kel8u* pValue, Kel8u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel8u, keli::Layout::AC4>(pSrc, srcStep, pValue, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_16u_C3R(const Kel16u* pSrc, int srcStep, const Kel16u* pValue, Kel16u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel16u, keli::Layout::C3>(pSrc, srcStep, pValue, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_16u_C4R(const Kel16u* pSrc, int srcStep, const Kel16u* pValue, Kel16u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel16u, keli::Layout::C4>(pSrc, srcStep, pValue, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_16u_AC4R(const Kel16u* pSrc, int srcStep, const Kel16u* pValue, Kel16u* pDst, int dstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel16u, keli::Layout::AC4>(pSrc, srcStep, pValue, pDst, dstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_8u_C3IR(const Kel8u* pValue, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel8u, keli::Layout::C3, true>(pSrcDst, srcDstStep, pValue, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_8u_C4IR(const Kel8u* pValue, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel8u, keli::Layout::C4, true>(pSrcDst, srcDstStep, pValue, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_8u_AC4IR(const Kel8u* pValue, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel8u, keli::Layout::AC4, true>(pSrcDst, srcDstStep, pValue, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_16u_C3IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel16u, keli::Layout::C3, true>(pSrcDst, srcDstStep, pValue, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_16u_C4IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel16u, keli::Layout::C4, true>(pSrcDst, srcDstStep, pValue, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulCScale_16u_AC4IR(const Kel16u* pValue, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize)
+{
+    return keli::mul_scale_const_image<Kel16u, keli::Layout::AC4, true>(pSrcDst, srcDstStep, pValue, pSrcDst, srcDstStep, roiSize);
+}
+
+KELI_API KelStatus keliMulC64f_8u_C1R(const Kel8u* pSrc, int srcStep, const Kel64f* pConstants, Kel8u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel8u, keli::Layout::C1>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_8u_C3R(const Kel8u* pSrc, int srcStep, const Kel64f* pConstants, Kel8u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel8u, keli::Layout::C3>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_8u_C4R(const Kel8u* pSrc, int srcStep, const Kel64f* pConstants, Kel8u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel8u, keli::Layout::C4>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16u_C1R(const Kel16u* pSrc, int srcStep, const Kel64f* pConstants, Kel16u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16u, keli::Layout::C1>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16u_C3R(const Kel16u* pSrc, int srcStep, const Kel64f* pConstants, Kel16u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16u, keli::Layout::C3>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16u_C4R(const Kel16u* pSrc, int srcStep, const Kel64f* pConstants, Kel16u* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16u, keli::Layout::C4>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16s_C1R(const Kel16s* pSrc, int srcStep, const Kel64f* pConstants, Kel16s* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16s, keli::Layout::C1>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16s_C3R(const Kel16s* pSrc, int srcStep, const Kel64f* pConstants, Kel16s* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16s, keli::Layout::C3>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16s_C4R(const Kel16s* pSrc, int srcStep, const Kel64f* pConstants, Kel16s* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16s, keli::Layout::C4>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_32f_C1R(const Kel32f* pSrc, int srcStep, const Kel64f* pConstants, Kel32f* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel32f, keli::Layout::C1>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_32f_C3R(const Kel32f* pSrc, int srcStep, const Kel64f* pConstants, Kel32f* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel32f, keli::Layout::C3>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_32f_C4R(const Kel32f* pSrc, int srcStep, const Kel64f* pConstants, Kel32f* pDst, int dstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel32f, keli::Layout::C4>(pSrc, srcStep, pConstants, pDst, dstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_8u_C1IR(const Kel64f* pConstants, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel8u, keli::Layout::C1>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_8u_C3IR(const Kel64f* pConstants, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel8u, keli::Layout::C3>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_8u_C4IR(const Kel64f* pConstants, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel8u, keli::Layout::C4>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16u_C1IR(const Kel64f* pConstants, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16u, keli::Layout::C1>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16u_C3IR(const Kel64f* pConstants, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16u, keli::Layout::C3>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16u_C4IR(const Kel64f* pConstants, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16u, keli::Layout::C4>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16s_C1IR(const Kel64f* pConstants, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16s, keli::Layout::C1>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16s_C3IR(const Kel64f* pConstants, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16s, keli::Layout::C3>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_16s_C4IR(const Kel64f* pConstants, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel16s, keli::Layout::C4>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_32f_C1IR(const Kel64f* pConstants, Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel32f, keli::Layout::C1>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_32f_C3IR(const Kel64f* pConstants, Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel32f, keli::Layout::C3>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliMulC64f_32f_C4IR(const Kel64f* pConstants, Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KelHintAlgorithm hint, KelRoundMode roundMode)
+{
+    return keli::mul_c64f_image<Kel32f, keli::Layout::C4>(pSrcDst, srcDstStep, pConstants, pSrcDst, srcDstStep, roiSize, hint, roundMode);
+}
+
+KELI_API KelStatus keliDiv_Round_8u_C1RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel8u, keli::Layout::C1>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_8u_C3RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel8u, keli::Layout::C3>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_8u_C4RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel8u, keli::Layout::C4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_8u_AC4RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel8u, keli::Layout::AC4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16u_C1RSfs(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16u, keli::Layout::C1>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16u_C3RSfs(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16u, keli::Layout::C3>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16u_C4RSfs(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16u, keli::Layout::C4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16u_AC4RSfs(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16u, keli::Layout::AC4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16s_C1RSfs(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16s, keli::Layout::C1>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16s_C3RSfs(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16s, keli::Layout::C3>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16s_C4RSfs(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16s, keli::Layout::C4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16s_AC4RSfs(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16s, keli::Layout::AC4>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_8u_C1IRSfs(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel8u, keli::Layout::C1>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_8u_C3IRSfs(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel8u, keli::Layout::C3>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_8u_C4IRSfs(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel8u, keli::Layout::C4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_8u_AC4IRSfs(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel8u, keli::Layout::AC4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16u_C1IRSfs(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16u, keli::Layout::C1>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16u_C3IRSfs(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16u, keli::Layout::C3>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16u_C4IRSfs(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16u, keli::Layout::C4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16u_AC4IRSfs(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16u, keli::Layout::AC4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16s_C1IRSfs(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16s, keli::Layout::C1>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16s_C3IRSfs(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16s, keli::Layout::C3>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16s_C4IRSfs(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16s, keli::Layout::C4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
+}
+
+KELI_API KelStatus keliDiv_Round_16s_AC4IRSfs(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KelRoundMode roundMode, int scaleFactor)
+{
+    return keli::div_round_image<Kel16s, keli::Layout::AC4>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, roundMode, scaleFactor);
 }
 
 }  // extern "C"
