@@ -1,7 +1,8 @@
 // Masked rows: pixel i of the destination takes its new value where mask[i] is non-zero and
 // keeps its old one elsewhere. The mask is read 16 bytes at a time; a group of 16 pixels whose
 // mask is all zero is skipped, one whose mask is all set is stored whole, and only mixed groups
-// are merged: the mask bytes are spread over each pixel's bytes with pshufb and blended.
+// are merged: the mask bytes are spread over each pixel's bytes with pshufb and blended. Pixels
+// of one and two bytes are merged group by group without those tests.
 //
 // The new values come from a source image (copy) or from a fill pattern (set). For AC4 only
 // the colour bytes of a pixel are ever changed.
@@ -67,6 +68,27 @@ inline void masked_row(const Source& src, unsigned char* dst, const unsigned cha
         alpha = _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
     }
     std::size_t i = 0;
+    if constexpr (P <= 2) {
+        // Groups of one- and two-byte pixels are merged whatever their mask, a destination line
+        // a turn: a blend of one or two vectors costs less than a branch that skips it and
+        // mispredicts on a mask of short runs. Bytes that keep their value are stored back as
+        // they were.
+        constexpr std::size_t G = 4 / P;
+        for (; i + 16 * G <= n; i += 16 * G) {
+            simd::prefetch_ahead(mask + i);
+            src.prefetch(i);
+            simd::prefetch_ahead(dst + i * P);
+            for (std::size_t g = i; g < i + 16 * G; g += 16) {
+                const __m128i off = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(mask + g)),
+                                                   _mm_setzero_si128());
+                for (std::size_t k = 0; k < P; ++k) {
+                    auto* q = reinterpret_cast<__m128i*>(dst + g * P + 16 * k);
+                    const __m128i old = P == 1 ? off : _mm_shuffle_epi8(off, spread.v[k]);
+                    _mm_storeu_si128(q, _mm_blendv_epi8(src.vec(g, k), _mm_loadu_si128(q), old));
+                }
+            }
+        }
+    }
     for (; i + 16 <= n; i += 16) {
         // Lines ahead are asked for once per line of each stream, so that loads in flight
         // survive a mispredicted group branch out of cache.
