@@ -111,14 +111,14 @@ void demo_arith_mul_div(Demo* d)
         const Kel64f factor = 0.75;
         args.a = rings, args.aStep = stepRings;
         s = keliMulC64f_8u_C1R(rings, stepRings, &factor, out, stepOut, size, kelAlgHintNone, kelRndFinancial);
-        demo_report(d, "keliMulC64f_8u_C1R (0.75, financial)", s, demo_speed(run_dim, &args, pixels));
+        demo_report(d, "keliMulC64f_8u_C1R (0.75)", s, demo_speed(run_dim, &args, pixels));
         demo_write_png(d, "arith_mulc64f_dim", out, stepOut, d->width, d->height, 1);
     }
 
     /* rings * 32 / ramp in 64f, halves away from zero; the ramp's zero gives the warning again. */
     args.a = ramp, args.aStep = stepRamp, args.b = rings, args.bStep = stepRings;
     s = keliDiv_Round_8u_C1RSfs(ramp, stepRamp, rings, stepRings, out, stepOut, size, kelRndFinancial, -5);
-    demo_report(d, "keliDiv_Round_8u_C1RSfs (financial, n = -5)", s, demo_speed(run_divide_round, &args, pixels));
+    demo_report(d, "keliDiv_Round_8u_C1RSfs (n = -5)", s, demo_speed(run_divide_round, &args, pixels));
     demo_write_png(d, "arith_div_round_rings_by_ramp", out, stepOut, d->width, d->height, 1);
 
 done:
