@@ -97,8 +97,9 @@ public:
         unsigned char* d = bytes(dst);
         // The rows inside the image first: the rows outside are copies of them.
         const std::int64_t j0 = clamp(-y0, 0, h), j1 = clamp(H_ - y0, j0, h);
-        for (std::int64_t j = j0; j < j1; ++j)
-            row(src_ + (y0 + j) * srcStep_, d + j * dstStep, x0, w, keepInterior);
+        if (!edge_rows(d, dstStep, x0, y0, w, j0, j1, keepInterior))
+            for (std::int64_t j = j0; j < j1; ++j)
+                row(src_ + (y0 + j) * srcStep_, d + j * dstStep, x0, w, keepInterior);
         for (std::int64_t j = 0; j < h; ++j) {
             if (j == j0) j = j1;
             if (j >= h) break;
@@ -127,6 +128,36 @@ public:
     }
 
 private:
+    // Rows j0 .. j1 - 1 of a replicated or constant frame around pixels that tile 16 bytes: the
+    // split of a row into frame, interior and frame is the same for every row, and the frame
+    // pieces are written from a register. Returns false for the kinds and pixels it leaves to
+    // row().
+    bool edge_rows(unsigned char* d, std::int64_t dstStep, std::int64_t x0, std::int64_t y0, std::int64_t w,
+                   std::int64_t j0, std::int64_t j1, bool keepInterior) const
+    {
+        if constexpr (16 % P != 0 || kAlpha) {
+            return false;
+        } else {
+            if (kind_ != Kind::Repl && kind_ != Kind::Const) return false;
+            const std::int64_t left = clamp(-x0, 0, w), inside = clamp(W_ - x0, left, w) - left;
+            const std::int64_t right = w - left - inside;
+            const std::size_t leftBytes = static_cast<std::size_t>(left) * P;
+            const std::size_t rightBytes = static_cast<std::size_t>(right) * P;
+            const bool repl = kind_ == Kind::Repl;
+            const __m128i fill = _mm_load_si128(reinterpret_cast<const __m128i*>(constant_.bytes));
+            for (std::int64_t j = j0; j < j1; ++j) {
+                const unsigned char* s = src_ + (y0 + j) * srcStep_;
+                unsigned char* to = d + j * dstStep;
+                if (leftBytes) rows::repeat_run<P>(to, leftBytes, repl ? rows::pixel_vector<P>(s) : fill);
+                if (!keepInterior) copy(s + (x0 + left) * std::int64_t(P), to + leftBytes, inside);
+                if (rightBytes)
+                    rows::repeat_run<P>(to + leftBytes + inside * std::int64_t(P), rightBytes,
+                                        repl ? rows::pixel_vector<P>(s + (W_ - 1) * std::int64_t(P)) : fill);
+            }
+            return true;
+        }
+    }
+
     static unsigned char* bytes(T* p) { return reinterpret_cast<unsigned char*>(p); }
     static const unsigned char* bytes(const T* p) { return reinterpret_cast<const unsigned char*>(p); }
     static std::int64_t clamp(std::int64_t v, std::int64_t lo, std::int64_t hi) { return v < lo ? lo : v > hi ? hi : v; }
@@ -156,7 +187,13 @@ private:
         if (n <= 0) return;
         switch (kind_) {
         case Kind::Const: return fill(d, n, constant_);
-        case Kind::Repl: return fill(d, n, rows::pixel_pattern<P>(s + (x < 0 ? 0 : (W_ - 1) * std::int64_t(P))));
+        case Kind::Repl: {
+            const unsigned char* edge = s + (x < 0 ? 0 : (W_ - 1) * std::int64_t(P));
+            // Pixels that tile 16 bytes are written from a register, with no pattern to build.
+            if constexpr (16 % P == 0 && !kAlpha)
+                return rows::repeat_run<P>(d, static_cast<std::size_t>(n) * P, rows::pixel_vector<P>(edge));
+            else return fill(d, n, rows::pixel_pattern<P>(edge));
+        }
         case Kind::Wrap: {
             // Tiles of the whole row, the first cut at x's phase.
             std::int64_t t = wrap_mod(x, W_);

@@ -63,10 +63,12 @@ template <class Copy> void check_run_kernel(Copy copy, const char* name)
     kit::Rng rng;
     std::vector<unsigned char> src(2048 + 256), dst(2048 + 256);
     for (auto& b : src) b = static_cast<unsigned char>(rng.below(256));
-    const std::size_t lengths[] = {0, 1, 2, 3, 7, 15, 16, 17, 31, 63, 64, 65, 100, 127, 128, 129, 191, 255,
-                                   256, 300, 383, 511, 777, 1024, 2047};
+    std::vector<std::size_t> lengths;
+    for (std::size_t n = 0; n <= 40; ++n) lengths.push_back(n);  // every short form and overlap
+    for (std::size_t n : {63, 64, 65, 80, 100, 127, 128, 129, 191, 255, 256, 300, 383, 511, 512, 527, 528, 777, 1024, 2047})
+        lengths.push_back(n);
     for (std::size_t n : lengths)
-        for (int so = 0; so < 64; so += (n > 300 ? 7 : 1))
+        for (int so = 0; so < 64; so += (n > 300 ? 7 : n <= 40 ? 5 : 1))
             for (int dof = 0; dof < 64; dof += (n > 300 ? 5 : 3)) {
                 std::fill(dst.begin(), dst.end(), kit::kCanary);
                 unsigned char* base = dst.data() + 64;

@@ -50,6 +50,44 @@ template <std::size_t P> inline FillPattern pixel_pattern(const void* pixel)
     }
 }
 
+// One pixel of P bytes (P dividing 16) broadcast to a register.
+template <std::size_t P> inline __m128i pixel_vector(const void* pixel)
+{
+    static_assert(16 % P == 0, "the pixel must tile 16 bytes");
+    if constexpr (P == 16) return _mm_loadu_si128(static_cast<const __m128i*>(pixel));
+    std::int64_t e = 0;
+    std::memcpy(&e, pixel, P);
+    if constexpr (P == 1) return _mm_set1_epi8(static_cast<char>(e));
+    else if constexpr (P == 2) return _mm_set1_epi16(static_cast<short>(e));
+    else if constexpr (P == 4) return _mm_set1_epi32(static_cast<int>(e));
+    else return _mm_set1_epi64x(e);
+}
+
+// `bytes` bytes (a whole number of P-byte pixels) of the pixel in v, P dividing 16. Every store
+// starts a whole number of pixels into the run, 16-byte stores from the front and one that ends
+// the run, so the register needs no realigning; short runs take two overlapping smaller stores.
+template <std::size_t P> inline void repeat_run(unsigned char* d, std::size_t bytes, __m128i v)
+{
+    if (bytes >= 16) {
+        std::size_t i = 0;
+        for (; i + 16 < bytes; i += 16) _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), v);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + bytes - 16), v);
+    } else if (bytes >= 8) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(d), v);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(d + bytes - 8), v);
+    } else if (bytes >= 4) {
+        const int w = _mm_cvtsi128_si32(v);
+        std::memcpy(d, &w, 4);
+        std::memcpy(d + bytes - 4, &w, 4);
+    } else if (bytes >= 2) {
+        const auto w = static_cast<std::uint16_t>(_mm_cvtsi128_si32(v));
+        std::memcpy(d, &w, 2);
+        std::memcpy(d + bytes - 2, &w, 2);
+    } else if (bytes == 1) {
+        d[0] = static_cast<unsigned char>(_mm_cvtsi128_si32(v));
+    }
+}
+
 // Colour-only fill of `pixels` AC4 pixels from a 16-byte pattern: each 16-byte block of the
 // destination is read and merged under the colour mask, so alpha elements keep their values.
 template <class T> inline void fill_ac4_run(T* dst, const FillPattern& p, std::size_t pixels)

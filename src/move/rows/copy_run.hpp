@@ -93,17 +93,48 @@ template <std::size_t Turn, bool Stream> inline void copy_body(const Byte*& s, B
 // Below this many bytes every copy kind is a plain sequence of short moves.
 constexpr std::size_t kShortRunBytes = 64;
 
-// Ordinary copy of n bytes: the destination is brought to 16 bytes with 1, 2, 4 and 8-byte
-// moves, 128 bytes move a turn, and the tail goes in descending powers of two.
+// Ordinary copy of n bytes. Runs of 16 bytes and more never move less than a vector at once:
+// the first and last 16 bytes go as unaligned vectors that overlap the aligned body (read
+// before anything is written, so a run onto itself stays whole), and the body between moves
+// 128 bytes a turn on the destination's 16-byte boundary. Shorter runs take two overlapping
+// moves of the largest size that fits. Source and destination must not overlap otherwise.
 inline void copy_bytes(const void* src, void* dst, std::size_t n)
 {
     auto* s = static_cast<const detail::Byte*>(src);
     auto* d = static_cast<detail::Byte*>(dst);
-    if (n >= kShortRunBytes) {
-        detail::copy_head(s, d, n, detail::to_boundary(d, 16));
-        detail::copy_body<128, false>(s, d, n);
+    using detail::ld;
+    using detail::st;
+    if (n < 16) {
+        if (n >= 8) {
+            std::uint64_t a, b;
+            std::memcpy(&a, s, 8), std::memcpy(&b, s + n - 8, 8);
+            std::memcpy(d, &a, 8), std::memcpy(d + n - 8, &b, 8);
+        } else if (n >= 4) {
+            std::uint32_t a, b;
+            std::memcpy(&a, s, 4), std::memcpy(&b, s + n - 4, 4);
+            std::memcpy(d, &a, 4), std::memcpy(d + n - 4, &b, 4);
+        } else {
+            for (std::size_t i = 0; i < n; ++i) d[i] = s[i];
+        }
+        return;
     }
-    detail::copy_short(s, d, n);
+    const __m128i first = ld(s), last = ld(s + n - 16);
+    if (n <= 32) {
+        st(d, first), st(d + n - 16, last);
+        return;
+    }
+    std::size_t head = detail::to_boundary(d, 16);
+    st(d, first);
+    s += head, d += head, n -= head;
+    // Long runs take the prefetching body; a short one (a row of a small image) goes straight
+    // to plain moves.
+    if (n >= 512) detail::copy_body<128, false>(s, d, n);
+    for (; n > 64; s += 64, d += 64, n -= 64) {
+        const __m128i a = ld(s), b = ld(s + 16), c = ld(s + 32), e = ld(s + 48);
+        detail::sta(d, a), detail::sta(d + 16, b), detail::sta(d + 32, c), detail::sta(d + 48, e);
+    }
+    for (; n > 16; s += 16, d += 16, n -= 16) detail::sta(d, ld(s));
+    st(d + n - 16, last);
 }
 
 // Non-temporal copy of n bytes: ordinary moves up to a 64-byte boundary of the destination,
