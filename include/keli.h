@@ -1740,6 +1740,16 @@ KELI_API KelStatus keliDotProd_32f64f_C4R(const Kel32f* pSrc1, int src1Step, con
 KELI_API KelStatus keliDotProd_32f64f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel64f pDp[3]);
 KELI_API KelStatus keliDotProdCol_32f_L2(const Kel32f* const ppVectors[], const Kel32f* pCoeffs, int count, Kel32f* pDst, int length);
 KELI_API KelStatus keliDotProdCol_64f_L2(const Kel64f* const ppVectors[], const Kel64f* pCoeffs, int count, Kel64f* pDst, int length);
+KELI_API KelStatus keliQualityIndexGetBufferSize(KelDataType srcType, int channels, KeliSize roiSize, int* pBufferSize);
+KELI_API KelStatus keliQualityIndex_8u32f_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_16u32f_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_32f_C1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_8u32f_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_8u32f_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_16u32f_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_16u32f_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_32f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
+KELI_API KelStatus keliQualityIndex_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
 
 /* ---- Sum of absolute differences */
 KELI_API KelStatus keliSAD_8u32s_C1RSfs(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel8u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32s* pDst, int dstStep, int shape, int scaleFactor, Kel8u* pBuffer);

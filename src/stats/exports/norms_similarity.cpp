@@ -2,6 +2,7 @@
 #include "keli.h"
 #include "stats/norms.hpp"
 #include "stats/dot_prod.hpp"
+#include "stats/quality.hpp"
 
 extern "C" {
 
@@ -673,6 +674,56 @@ KELI_API KelStatus keliDotProdCol_32f_L2(const Kel32f* const ppVectors[], const 
 KELI_API KelStatus keliDotProdCol_64f_L2(const Kel64f* const ppVectors[], const Kel64f* pCoeffs, int count, Kel64f* pDst, int length)
 {
     return keli::dot_prod_col<Kel64f>(ppVectors, pCoeffs, count, pDst, length);
+}
+
+KELI_API KelStatus keliQualityIndexGetBufferSize(KelDataType srcType, int channels, KeliSize roiSize, int* pBufferSize)
+{
+    return keli::quality_index_buffer_size(srcType, channels, roiSize, pBufferSize);
+}
+
+KELI_API KelStatus keliQualityIndex_8u32f_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel8u, keli::Layout::C1>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
+}
+
+KELI_API KelStatus keliQualityIndex_16u32f_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel16u, keli::Layout::C1>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
+}
+
+KELI_API KelStatus keliQualityIndex_32f_C1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f* pQualityIndex, Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel32f, keli::Layout::C1>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
+}
+
+KELI_API KelStatus keliQualityIndex_8u32f_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel8u, keli::Layout::C3>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
+}
+
+KELI_API KelStatus keliQualityIndex_8u32f_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel8u, keli::Layout::AC4>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
+}
+
+KELI_API KelStatus keliQualityIndex_16u32f_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel16u, keli::Layout::C3>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
+}
+
+KELI_API KelStatus keliQualityIndex_16u32f_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel16u, keli::Layout::AC4>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
+}
+
+KELI_API KelStatus keliQualityIndex_32f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel32f, keli::Layout::C3>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
+}
+
+KELI_API KelStatus keliQualityIndex_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer)
+{
+    return keli::quality_index<Kel32f, keli::Layout::AC4>(pSrc1, src1Step, pSrc2, src2Step, roiSize, pQualityIndex, pBuffer);
 }
 
 }  // extern "C"
