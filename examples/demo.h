@@ -40,6 +40,7 @@ void demo_threshold(Demo* d);
 void demo_stats_sums(Demo* d);
 void demo_stats_hist(Demo* d);
 void demo_stats_norms(Demo* d);
+void demo_stats_products(Demo* d);
 void demo_stats_sad(Demo* d);
 
 #endif

@@ -167,3 +167,97 @@ void demo_stats_sad(Demo* d)
     keliFree(map);
     keliFree(pic);
 }
+
+/* Products and quality. The rings scene is multiplied with the ramp as bytes and as floats, and
+ * compared with a copy of itself washed out by the ramp (three parts rings, one part ramp) by the
+ * quality index, over the whole image and block by block. The picture is the map of the blocks'
+ * indices: bright where the washed copy keeps the rings' structure, dark where the ramp takes
+ * over or a block is flat. */
+typedef struct {
+    const Kel32f* a;
+    const Kel32f* b;
+    int stepA, stepB;
+    KeliSize size;
+} DotArgs;
+
+static void run_dot_32f(void* p)
+{
+    DotArgs* a = (DotArgs*)p;
+    Kel64f v;
+    keliDotProd_32f64f_C1R(a->a, a->stepA, a->b, a->stepB, a->size, &v);
+}
+
+void demo_stats_products(Demo* d)
+{
+    int stepRings, stepRamp, stepWash, stepF, stepG, stepMap, bufferSize = -1, x, y;
+    const int bw = 16, bh = 16, mw = d->width / 16, mh = d->height / 16;
+    KeliSize size = {d->width, d->height}, block = {16, 16};
+    Kel8u* rings = demo_scene(d, SCENE_RINGS, &stepRings);
+    Kel8u* ramp = demo_scene(d, SCENE_RAMP, &stepRamp);
+    Kel8u* wash = keliMalloc_8u_C1(d->width, d->height, &stepWash);
+    Kel32f* ringsF = keliMalloc_32f_C1(d->width, d->height, &stepF);
+    Kel32f* rampF = keliMalloc_32f_C1(d->width, d->height, &stepG);
+    Kel8u* map = keliMalloc_8u_C1(mw > 0 ? mw : 1, mh > 0 ? mh : 1, &stepMap);
+    Kel8u* buffer;
+    Kel64f dot8, dot32;
+    Kel32f self, washed, vsRamp;
+    DotArgs args;
+    KelStatus s;
+    if (!rings || !ramp || !wash || !ringsF || !rampF || !map) {
+        demo_report(d, "keliMalloc (products step)", kelStatusNoMemory, -1);
+        return;
+    }
+    for (y = 0; y < d->height; ++y)
+        for (x = 0; x < d->width; ++x) {
+            const int a = rings[(long)y * stepRings + x], b = ramp[(long)y * stepRamp + x];
+            wash[(long)y * stepWash + x] = (Kel8u)((3 * a + b + 2) / 4);
+            ringsF[(long)y * (stepF / 4) + x] = a / 255.0f;
+            rampF[(long)y * (stepG / 4) + x] = b / 255.0f;
+        }
+
+    s = keliDotProd_8u64f_C1R(rings, stepRings, ramp, stepRamp, size, &dot8);
+    demo_report(d, "keliDotProd_8u64f_C1R", s, -1);
+    args.a = ringsF;
+    args.b = rampF;
+    args.stepA = stepF;
+    args.stepB = stepG;
+    args.size = size;
+    s = keliDotProd_32f64f_C1R(ringsF, stepF, rampF, stepG, size, &dot32);
+    demo_report(d, "keliDotProd_32f64f_C1R", s, demo_speed(run_dot_32f, &args, (double)d->width * d->height));
+    printf("      rings . ramp: %.0f as bytes, %.6f as floats in [0, 1] (bytes / 255^2: %.6f)\n", dot8, dot32,
+           dot8 / (255.0 * 255.0));
+
+    s = keliQualityIndexGetBufferSize(kel8u, 1, size, &bufferSize);
+    demo_report(d, "keliQualityIndexGetBufferSize", s, -1);
+    buffer = (Kel8u*)keliMalloc_8u_C1(bufferSize > 0 ? bufferSize : 1, 1, &x);
+    if (!buffer) {
+        demo_report(d, "keliMalloc (quality scratch)", kelStatusNoMemory, -1);
+        return;
+    }
+    s = keliQualityIndex_8u32f_C1R(rings, stepRings, rings, stepRings, size, &self, buffer);
+    demo_report(d, "keliQualityIndex_8u32f_C1R (itself)", s, -1);
+    s = keliQualityIndex_8u32f_C1R(rings, stepRings, wash, stepWash, size, &washed, buffer);
+    demo_report(d, "keliQualityIndex_8u32f_C1R (washed)", s, -1);
+    s = keliQualityIndex_8u32f_C1R(rings, stepRings, ramp, stepRamp, size, &vsRamp, buffer);
+    demo_report(d, "keliQualityIndex_8u32f_C1R (ramp)", s, -1);
+    printf("      quality of the rings against themselves %.6f, the washed copy %.6f, the ramp %.6f\n", self, washed,
+           vsRamp);
+
+    /* Block by block; a flat block has no index and shows black. */
+    for (y = 0; y < mh; ++y)
+        for (x = 0; x < mw; ++x) {
+            Kel32f q;
+            const Kel8u* a = rings + (long)y * bh * stepRings + x * bw;
+            const Kel8u* b = wash + (long)y * bh * stepWash + x * bw;
+            s = keliQualityIndex_8u32f_C1R(a, stepRings, b, stepWash, block, &q, buffer);
+            map[(long)y * stepMap + x] = (Kel8u)(s == kelStatusOk && q > 0 ? (q < 1 ? q * 255.0f + 0.5f : 255) : 0);
+        }
+    if (mw > 0 && mh > 0) demo_write_png(d, "stats_quality_blocks", map, stepMap, mw, mh, 1);
+    keliFree(rings);
+    keliFree(ramp);
+    keliFree(wash);
+    keliFree(ringsF);
+    keliFree(rampF);
+    keliFree(map);
+    keliFree(buffer);
+}

@@ -69,3 +69,31 @@ const bench::Rows rows([] {
 });
 
 }  // namespace
+
+// The dot product of two 32f images against Mat::dot, and against the read bandwidth of the
+// eight bytes a pixel it reads.
+namespace {
+
+const bench::Rows dot_rows([] {
+    const char* name = "keliDotProd_32f64f_C1R";
+    bench::keli(name, 8, [](bench::Size s) {
+        const auto& im = bench::images<Kel32f>(s, 1, 2);
+        return bench::Call([&im, s] {
+            Kel64f out;
+            const KelStatus st = keliDotProd_32f64f_C1R(bench::data<Kel32f>(im[0]), im[0].step, bench::data<Kel32f>(im[1]),
+                                                        im[1].step, bench::roi(s), &out);
+            bench::keep(out);
+            return st;
+        });
+    });
+    bench::peer("opencv:dot", name, 8, [](bench::Size s) {
+        const auto& im = bench::images<Kel32f>(s, 1, 2);
+        return bench::Call([a = im[0].mat(), b = im[1].mat()] {
+            bench::keep(a.dot(b));
+            return 0;
+        });
+    });
+    read_peer(name, 8);
+});
+
+}  // namespace
