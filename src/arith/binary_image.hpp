@@ -13,9 +13,10 @@
 //
 // and the drivers here do the rest the same way for all: the plan picks a fill, a copy or the
 // kernel once per call; the rows are walked one by one; the wide members hand what fits to the
-// 32-bit body and cut the rest into chunks. An op that declares `kZeroWarns` reports a zero
-// element of its right operand (the divisor) as kelStatusDivByZeroWarn; the first row with one
-// sets the call's status (the wide chunks keep the last chunk's, as the wide layer does).
+// 32-bit body and cut the rest into chunks. An op that watches for zero divisors (see
+// rows::WatchesZeros) reports a zero element of its right operand as kelStatusDivByZeroWarn;
+// the first row with one sets the call's status (the wide chunks keep the last chunk's, as the
+// wide layer does).
 #pragma once
 
 #include <cstddef>
@@ -53,51 +54,21 @@ struct FamilyBase {
     template <class T> static void prepare_constant(T*) {}
 };
 
-template <class Op, class = void> struct ZeroWarns : std::false_type {};
-template <class Op>
-struct ZeroWarns<Op, std::void_t<decltype(Op::kZeroWarns)>> : std::bool_constant<Op::kZeroWarns> {};
-
-// Whether a run of n elements holds a zero (AC4: a zero colour element; alphas do not count).
-// Minus zero is a zero.
-template <bool Alpha, class T> inline bool has_zero(const T* y, std::size_t n)
-{
-    std::size_t i = 0;
-    if constexpr (!Alpha) {
-        constexpr std::size_t L = simd::lanes<T>;
-        for (; i + L <= n; i += L) {
-            const auto v = simd::loadu(y + i);
-            int found;
-            if constexpr (std::is_same_v<T, Kel32f>) found = _mm_movemask_ps(_mm_cmpeq_ps(v, _mm_setzero_ps()));
-            else if constexpr (sizeof(T) == 1) found = _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128()));
-            else found = _mm_movemask_epi8(_mm_cmpeq_epi16(v, _mm_setzero_si128()));
-            if (found != 0) return true;
-        }
-    }
-    for (; i < n; ++i)
-        if (rows::colour_element<Alpha>(i) && y[i] == T(0)) return true;
-    return false;
-}
-
 // One row (or one chunk of a wide row) of `pixels` pixels with two image operands. The 32f AC4
 // form computes the three colour elements of each pixel in a plain loop and never touches the
 // alpha; the integer AC4 kernels merge the old alpha back under a mask.
 template <Layout L, class Op, class T>
 inline KelStatus binary_pixels(const Op& op, const T* x, const T* y, T* d, std::size_t pixels)
 {
-    constexpr bool Watch = rows::WatchesZeros<Op>::value;
     bool zeroMet = false;
-    if constexpr (ZeroWarns<Op>::value && !Watch) {
-        // Looked at before the run, so that nothing the run writes can change the answer.
-        zeroMet = has_zero<has_alpha<L>>(y, pixels * channels<L>);
-    }
     if constexpr (has_alpha<L> && !kScaled<T>) {
         for (std::size_t p = 0; p < 4 * pixels; p += 4)
             for (std::size_t c = 0; c < 3; ++c) {
-                if constexpr (Watch) zeroMet |= Op::is_zero(y[p + c]);
+                if constexpr (rows::WatchesZeros<Op>::value) zeroMet |= Op::is_zero(y[p + c]);
                 d[p + c] = op.apply(x[p + c], y[p + c]);
             }
     } else {
-        zeroMet |= rows::binary_run<has_alpha<L>>(op, x, y, d, pixels * channels<L>);
+        zeroMet = rows::binary_run<has_alpha<L>>(op, x, y, d, pixels * channels<L>);
     }
     return zeroMet ? kelStatusDivByZeroWarn : kelStatusOk;
 }

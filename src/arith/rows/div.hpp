@@ -110,7 +110,6 @@ constexpr int kNearest = _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC;
 // What a zero divisor element is, for the ops that warn of one: the row loop ORs the masks of
 // the divisor elements it reads, so the warning costs no second pass over the divisor.
 template <class T> struct WatchesDivisor {
-    static constexpr bool kZeroWarns = true;
     static constexpr bool kWatchesZeros = true;
     static __m128i zero_mask(simd::reg_t<T> y)
     {

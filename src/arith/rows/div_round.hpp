@@ -50,10 +50,9 @@ inline double power_of_two(int n)
 }  // namespace div_round_detail
 
 // patternTo < n < zeroFrom.
-template <class E, class Round> struct DivRoundOp {
+template <class E, class Round> struct DivRoundOp : WatchesDivisor<E> {
     using T = E;
     static constexpr std::size_t kVectorFrom = rows::kVectorFrom<T, true>;
-    static constexpr bool kZeroWarns = true;
 
     explicit DivRoundOp(int n) : f_(div_round_detail::power_of_two(n)) {}
 
@@ -71,16 +70,7 @@ template <class E, class Round> struct DivRoundOp {
                                           _mm_cvtepi32_pd(_mm_srli_si128(b, 8)));
             q[k] = _mm_unpacklo_epi64(Round::pd(clamp<T>(lo)), Round::pd(clamp<T>(hi)));
         }
-        const __m128i quotient = pack<T>(q);
-        __m128i zero, byZero;
-        if constexpr (sizeof(T) == 1) {
-            zero = _mm_cmpeq_epi8(y, _mm_setzero_si128());
-            byZero = scale::nonzero_epu8(x);
-        } else {
-            zero = _mm_cmpeq_epi16(y, _mm_setzero_si128());
-            byZero = std::is_signed_v<T> ? scale::saturated_sign_epi16(x) : scale::nonzero_epu16(x);
-        }
-        return _mm_blendv_epi8(quotient, byZero, zero);
+        return _mm_blendv_epi8(pack<T>(q), by_zero_elements<T>(x), this->zero_mask(y));
     }
 
     T apply(T x, T y) const

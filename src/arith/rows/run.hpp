@@ -54,7 +54,7 @@ template <bool Alpha, bool Aligned, class T, class R> inline void put(T* d, R v,
     else simd::storeu(d, v);
 }
 
-// Ops that divide and warn of a zero divisor may set kWatchesZeros and describe a zero with
+// Ops that divide and warn of a zero divisor set kWatchesZeros and describe a zero with
 // zero_mask(y) and is_zero(y); the run then watches its right operand as it reads it.
 template <class Op, class = void> struct WatchesZeros : std::false_type {};
 template <class Op>
