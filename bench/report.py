@@ -100,7 +100,8 @@ def collect(results):
     runs = {}
     for path in sorted(glob.glob(os.path.join(results, "keli_bench_*.json"))):
         m = re.match(r"keli_bench_(\w+)\.(sse42|native)\.json$", os.path.basename(path))
-        if m:
+        # A filtered run leaves the output of a binary with no matching row empty.
+        if m and os.path.getsize(path) > 0:
             runs.setdefault(m.group(1), {})[m.group(2)] = load_run(path)
     return runs
 
