@@ -128,31 +128,43 @@ public:
     }
 
 private:
-    // Rows j0 .. j1 - 1 of a replicated or constant frame around pixels that tile 16 bytes: the
-    // split of a row into frame, interior and frame is the same for every row, and the frame
-    // pieces are written from a register. Returns false for the kinds and pixels it leaves to
-    // row().
+    // Rows j0 .. j1 - 1 of a replicated, constant or mirrored frame around pixels that tile 16
+    // bytes: the split of a row into frame, interior and frame is the same for every row, the
+    // replicated and constant pieces are written from a register, and mirrored pieces narrower
+    // than the image are one backward run each. Returns false for what it leaves to row().
     bool edge_rows(unsigned char* d, std::int64_t dstStep, std::int64_t x0, std::int64_t y0, std::int64_t w,
                    std::int64_t j0, std::int64_t j1, bool keepInterior) const
     {
         if constexpr (16 % P != 0 || kAlpha) {
             return false;
         } else {
-            if (kind_ != Kind::Repl && kind_ != Kind::Const) return false;
             const std::int64_t left = clamp(-x0, 0, w), inside = clamp(W_ - x0, left, w) - left;
             const std::int64_t right = w - left - inside;
+            const bool mirror = kind_ == Kind::Mirror;
+            // A mirrored piece is one backward run while it does not fold: x in [-(W-1), -1]
+            // reads column -x, x in [W, 2W - 2] reads column 2W - 2 - x.
+            if (mirror ? (x0 < -(W_ - 1) || x0 + w > 2 * W_ - 1) : kind_ != Kind::Repl && kind_ != Kind::Const)
+                return false;
+            const std::int64_t P64 = static_cast<std::int64_t>(P);
             const std::size_t leftBytes = static_cast<std::size_t>(left) * P;
             const std::size_t rightBytes = static_cast<std::size_t>(right) * P;
+            const std::int64_t rightAt = left + inside;
             const bool repl = kind_ == Kind::Repl;
             const __m128i fill = _mm_load_si128(reinterpret_cast<const __m128i*>(constant_.bytes));
             for (std::int64_t j = j0; j < j1; ++j) {
                 const unsigned char* s = src_ + (y0 + j) * srcStep_;
                 unsigned char* to = d + j * dstStep;
-                if (leftBytes) rows::repeat_run<P>(to, leftBytes, repl ? rows::pixel_vector<P>(s) : fill);
-                if (!keepInterior) copy(s + (x0 + left) * std::int64_t(P), to + leftBytes, inside);
-                if (rightBytes)
-                    rows::repeat_run<P>(to + leftBytes + inside * std::int64_t(P), rightBytes,
-                                        repl ? rows::pixel_vector<P>(s + (W_ - 1) * std::int64_t(P)) : fill);
+                if (leftBytes) {
+                    if (mirror) rows::reverse_run<P>(s + -x0 * P64, to, static_cast<std::size_t>(left));
+                    else rows::repeat_run<P>(to, leftBytes, repl ? rows::pixel_vector<P>(s) : fill);
+                }
+                if (!keepInterior) copy(s + (x0 + left) * P64, to + leftBytes, inside);
+                if (rightBytes) {
+                    unsigned char* at = to + rightAt * P64;
+                    if (mirror)
+                        rows::reverse_run<P>(s + (2 * W_ - 2 - (x0 + rightAt)) * P64, at, static_cast<std::size_t>(right));
+                    else rows::repeat_run<P>(at, rightBytes, repl ? rows::pixel_vector<P>(s + (W_ - 1) * P64) : fill);
+                }
             }
             return true;
         }

@@ -127,24 +127,25 @@ template <std::size_t P> struct ReversePixels {
 };
 
 // Destination pixel i takes the source pixel `i` places before `last`: n pixels of a row walked
-// backwards. Scalar head to the destination's 16-byte boundary when pixels can reach it, vector
-// groups, scalar tail.
+// backwards, by vector groups with a last group that overlaps the one before it (its pixels
+// are written twice with the same values; source and destination never overlap). Pixels that
+// do not tile 16 bytes, and runs shorter than a group, go one by one.
 template <std::size_t P> inline void reverse_run(const void* lastPixel, void* dst, std::size_t n)
 {
     using Op = ReversePixels<P>;
     auto* s = static_cast<const unsigned char*>(lastPixel);
     auto* d = static_cast<unsigned char*>(dst);
-    std::size_t i = 0;
     if constexpr (Op::kVector) {
-        if (n >= 2 * Op::kGroup) {
-            const std::size_t head = (0 - reinterpret_cast<std::uintptr_t>(d)) & 15;
-            if (head % P == 0)
-                for (; i < head / P; ++i) Op::apply(s - i * P, d + i * P);
+        if (n >= Op::kGroup) {
             const __m128i order = Op::pattern();
-            for (; i + Op::kGroup <= n; i += Op::kGroup) Op::apply(s - i * P, d + i * P, order);
+            std::size_t i = 0;
+            for (; i + Op::kGroup < n; i += Op::kGroup) Op::apply(s - i * P, d + i * P, order);
+            i = n - Op::kGroup;
+            Op::apply(s - i * P, d + i * P, order);
+            return;
         }
     }
-    for (; i < n; ++i) Op::apply(s - i * P, d + i * P);
+    for (std::size_t i = 0; i < n; ++i) Op::apply(s - i * P, d + i * P);
 }
 
 }  // namespace keli::rows
