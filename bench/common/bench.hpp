@@ -27,8 +27,14 @@ struct Size {
     int height;
 };
 
-// One size that stays in the caches and one video frame that does not fit the inner ones.
+// One size that stays in the caches and one video frame that is timed out of cache.
 inline constexpr Size kSizes[] = {{256, 256}, {3840, 2160}};
+
+// Rows of a megapixel and more are timed from memory: each timed call works on its own copy of
+// the row's images, from a pool of copies that holds twice the largest cache, so the images it
+// reads and writes have left the caches since their last use. A frame that fits a large
+// last-level cache would otherwise be timed at that cache's speed.
+inline bool out_of_cache(Size s) { return std::int64_t(s.width) * s.height >= (1 << 20); }
 
 inline KeliSize roi(Size s) { return {s.width, s.height}; }
 inline std::string size_name(Size s) { return std::to_string(s.width) + "x" + std::to_string(s.height); }
@@ -55,7 +61,8 @@ template <class T> T* data(const Image& im) { return static_cast<T*>(im.data); }
 
 // Kind of content written into a new image, so that every element is an ordinary value of
 // its type (finite floats away from denormals, the full range for integers).
-enum class Fill { Int8u, Int8s, Int16u, Int16s, Int32s, Float32, Float64 };
+// Zero: every byte 0 (the buffer that memchr_peer scans).
+enum class Fill { Int8u, Int8s, Int16u, Int16s, Int32s, Float32, Float64, Zero };
 
 template <class T> constexpr Fill fill_of();
 template <> constexpr Fill fill_of<std::uint8_t>() { return Fill::Int8u; }
@@ -71,7 +78,8 @@ template <> constexpr Fill fill_of<double>() { return Fill::Float64; }
 // setup: the rows of one export and its peers run one after another and share the set, a
 // setup may ask for several sets (a source of one type, a destination of another), and sets
 // that the current row does not use are freed when a new one is made. References stay valid
-// for the whole row.
+// for the whole row. An out-of-cache row runs its setup once a copy, and each run gets sets of
+// its own.
 const std::vector<Image>& images(Size s, int channels, int elementBytes, int cvDepth, Fill fill, int count);
 
 template <class T> const std::vector<Image>& images(Size s, int channels, int count)
@@ -124,6 +132,20 @@ template <class T> void memset_peer(const std::string& exportName, int channels)
         const auto& im = images<T>(s, channels, 1);
         return Call([&im] {
             for (int y = 0; y < im[0].size.height; ++y) std::memset(im[0].row(y), 0x5A, im[0].row_bytes());
+            return 0;
+        });
+    });
+}
+
+// The read limit of a reduction that reads `bytesPerPixel` bytes a pixel and writes nothing:
+// glibc's memchr scanning as many bytes for a byte that is not there reads each once and does
+// nothing else.
+inline void memchr_peer(const std::string& exportName, int bytesPerPixel)
+{
+    peer("libc:memchr", exportName, bytesPerPixel, [bytesPerPixel](Size s) {
+        const Image& zeros = images(Size{s.width * bytesPerPixel, s.height}, 1, 1, CV_8U, Fill::Zero, 1)[0];
+        return Call([&zeros] {
+            keep(std::memchr(zeros.data, 1, std::size_t(zeros.step) * zeros.size.height));
             return 0;
         });
     });

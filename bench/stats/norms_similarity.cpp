@@ -1,24 +1,11 @@
 // Norms against OpenCV's cv::norm, and against the memory's read bandwidth: glibc's memchr
 // scanning as many bytes as the export reads, for a byte that is not there.
-#include <memory>
-#include <vector>
 
 #include <opencv2/core.hpp>
 
 #include "common/bench.hpp"
 
 namespace {
-
-void read_peer(const std::string& name, int bytesPerPixel)
-{
-    bench::peer("libc:memchr", name, bytesPerPixel, [bytesPerPixel](bench::Size s) {
-        auto bytes = std::make_shared<std::vector<unsigned char>>(std::size_t(s.width) * s.height * bytesPerPixel, 0);
-        return bench::Call([bytes] {
-            bench::keep(std::memchr(bytes->data(), 1, bytes->size()));
-            return 0;
-        });
-    });
-}
 
 template <class T> void norm_rows(const char* name, KelStatus (*fn)(const T*, int, KeliSize, Kel64f*), int cvType)
 {
@@ -38,7 +25,7 @@ template <class T> void norm_rows(const char* name, KelStatus (*fn)(const T*, in
             return 0;
         });
     });
-    read_peer(name, int(sizeof(T)));
+    bench::memchr_peer(name, int(sizeof(T)));
 }
 
 template <class T>
@@ -60,7 +47,7 @@ void norm_diff_rows(const char* name, KelStatus (*fn)(const T*, int, const T*, i
             return 0;
         });
     });
-    read_peer(name, 2 * int(sizeof(T)));
+    bench::memchr_peer(name, 2 * int(sizeof(T)));
 }
 
 const bench::Rows rows([] {
@@ -93,7 +80,7 @@ const bench::Rows dot_rows([] {
             return 0;
         });
     });
-    read_peer(name, 8);
+    bench::memchr_peer(name, 8);
 });
 
 }  // namespace

@@ -11,18 +11,6 @@
 
 namespace {
 
-// A read-only pass over as many bytes as the export reads.
-void read_peer(const std::string& name, int bytesPerPixel)
-{
-    bench::peer("libc:memchr", name, bytesPerPixel, [bytesPerPixel](bench::Size s) {
-        auto bytes = std::make_shared<std::vector<unsigned char>>(std::size_t(s.width) * s.height * bytesPerPixel, 0);
-        return bench::Call([bytes] {
-            bench::keep(std::memchr(bytes->data(), 1, bytes->size()));
-            return 0;
-        });
-    });
-}
-
 template <class T, int C> void sum_rows(const char* name, KelStatus (*fn)(const T*, int, KeliSize, Kel64f*))
 {
     bench::keli(name, int(sizeof(T)) * C, [fn](bench::Size s) {
@@ -41,7 +29,7 @@ template <class T, int C> void sum_rows(const char* name, KelStatus (*fn)(const 
             return 0;
         });
     });
-    read_peer(name, int(sizeof(T)) * C);
+    bench::memchr_peer(name, int(sizeof(T)) * C);
 }
 
 void sum_32f_rows(const char* name, KelHintAlgorithm hint)
@@ -62,7 +50,7 @@ void sum_32f_rows(const char* name, KelHintAlgorithm hint)
             return 0;
         });
     });
-    read_peer(name, 4);
+    bench::memchr_peer(name, 4);
 }
 
 void mean_rows()
@@ -108,7 +96,7 @@ template <class T> void minmax_rows(const char* name, KelStatus (*fn)(const T*, 
             return 0;
         });
     });
-    read_peer(name, int(sizeof(T)));
+    bench::memchr_peer(name, int(sizeof(T)));
 }
 
 // keliMaxIndx / keliMinIndx against minMaxLoc asked for the one value and position.
@@ -135,7 +123,7 @@ template <class T, bool Max> void index_rows(const char* name, KelStatus (*fn)(c
             return 0;
         });
     });
-    read_peer(name, int(sizeof(T)));
+    bench::memchr_peer(name, int(sizeof(T)));
 }
 
 void block_rows()
@@ -150,7 +138,7 @@ void block_rows()
                                           {16, 16}, nullptr, nullptr);
         });
     });
-    read_peer("keliBlockMinMax_8u_C1R", 1);
+    bench::memchr_peer("keliBlockMinMax_8u_C1R", 1);
 }
 
 const bench::Rows rows([] {

@@ -70,6 +70,14 @@ inline void prefetch_ahead(const void* p)
     _mm_prefetch(static_cast<const char*>(p) + kPrefetchBytes, _MM_HINT_T0);
 }
 
+// Reductions, which only read, ask from twice as far: with no stores in their loops more reads
+// can be in flight, and their loops run through a line faster than a streaming copy does.
+constexpr std::size_t kReadAheadBytes = 2048;
+inline void read_ahead(const void* p)
+{
+    _mm_prefetch(static_cast<const char*>(p) + kReadAheadBytes, _MM_HINT_T0);
+}
+
 inline bool aligned16(const void* p) { return (reinterpret_cast<std::uintptr_t>(p) & 15) == 0; }
 
 // Elements to handle one by one before `p` reaches a 16-byte boundary, or `npos` when it never

@@ -92,8 +92,12 @@ template <class T, int R> inline void dot64_c1_rows(const T* const* a, const T* 
     __m128d s0[R], s1[R];
     for (int r = 0; r < R; ++r) s0[r] = s1[r] = _mm_setzero_pd();
     std::size_t i = 0;
+    // Out of cache the processor's own prefetcher cannot keep 2R streams in flight: every row
+    // asks for its lines ahead, once a cache line of elements.
+    constexpr std::size_t kLine = 64 / sizeof(T);
     for (; n - i >= 4; i += 4)
         for (int r = 0; r < R; ++r) {
+            if (i % kLine == 0) simd::read_ahead(a[r] + i), simd::read_ahead(b[r] + i);
             __m128d la, ha, lb, hb;
             W::four(a[r] + i, la, ha);
             W::four(b[r] + i, lb, hb);

@@ -181,6 +181,10 @@ inline void term_run(const T* a, const T* b, std::size_t n, typename Acc::Total*
             hi = _mm_add_epi32(hi, Term::pairs16(_mm_unpackhi_epi8(x, z), _mm_unpackhi_epi8(y, z)));
         };
         for (; n - i >= 64; i += 64) {
+            // Out of cache the lines are asked for ahead: the loop alone does not keep enough
+            // reads in flight to run at the memory's speed.
+            simd::read_ahead(a + i);
+            if constexpr (Term::pair) simd::read_ahead(b + i);
             take(i, acc[0][0], acc[0][1]);
             take(i + 16, acc[0][2], acc[0][3]);
             take(i + 32, acc[0][0], acc[0][1]);
@@ -203,6 +207,10 @@ inline void term_run(const T* a, const T* b, std::size_t n, typename Acc::Total*
         };
         __m128i s0 = _mm_setzero_si128(), s1 = s0;
         for (; n - i >= 16; i += 16) {
+            if (i % 32 == 0) {
+                simd::read_ahead(a + i);
+                if constexpr (Term::pair) simd::read_ahead(b + i);
+            }
             take(i, s0);
             take(i + 8, s1);
         }
@@ -222,6 +230,8 @@ inline void term_run(const T* a, const T* b, std::size_t n, typename Acc::Total*
         return;
     } else {
         for (; n - i >= P * E;) {
+            simd::read_ahead(a + i);
+            if constexpr (Term::pair) simd::read_ahead(b + i);
             for (std::size_t k = 0; k < P; ++k, i += E) {
                 __m128i wa[R], wb[R];
                 W::apply(simd::loadu(a + i), wa);
@@ -255,6 +265,10 @@ template <bool Pair> inline std::uint64_t sad8u_run(const Kel8u* a, const Kel8u*
     __m128i acc0 = _mm_setzero_si128(), acc1 = acc0;
     std::size_t i = 0;
     for (; n - i >= 32; i += 32) {
+        if (i % 64 == 0) {
+            simd::read_ahead(a + i);
+            if (Pair) simd::read_ahead(b + i);
+        }
         const __m128i y0 = Pair ? simd::loadu(b + i) : _mm_setzero_si128();
         const __m128i y1 = Pair ? simd::loadu(b + i + 16) : _mm_setzero_si128();
         acc0 = _mm_add_epi64(acc0, _mm_sad_epu8(simd::loadu(a + i), y0));

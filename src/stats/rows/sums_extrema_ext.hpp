@@ -111,7 +111,7 @@ inline std::size_t extrema_body(const T* p, std::size_t i, std::size_t n, std::s
         if constexpr (DoMax) b = MaxOp<T>::apply(b, x);
     };
     for (; nv >= 2 * K; nv -= 2 * K, i += 2 * K * L) {
-        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 2048, _MM_HINT_T0);
+        simd::read_ahead(p + i);
         for (int j = 0; j < 2 * K; ++j) step(amn[j % K], amx[j % K], p + i + j * L);
     }
 #pragma GCC unroll 8
@@ -179,7 +179,7 @@ inline Kel32f max32f_block(const Kel32f* p, std::size_t n, bool aligned)
     auto ld = [aligned](const Kel32f* q) { return aligned ? _mm_load_ps(q) : _mm_loadu_ps(q); };
     __m128 a0 = ld(p), a1 = ld(p + 4);
     for (std::size_t i = 8; i < n; i += 8) {
-        if (i % 16 == 8) _mm_prefetch(reinterpret_cast<const char*>(p + i) + 2048, _MM_HINT_T0);
+        if (i % 16 == 8) simd::read_ahead(p + i);
         a0 = Op::apply(a0, ld(p + i));
         a1 = Op::apply(a1, ld(p + i + 4));
     }

@@ -65,7 +65,7 @@ inline void sum8u_c1_run(const Kel8u* p, std::size_t n, Sum8uC1State& s)
     for (; i < head; ++i) sc = Op::apply(sc, p[i]);
     __m128i a0 = s.lanes, a1 = _mm_setzero_si128(), a2 = _mm_setzero_si128(), a3 = _mm_setzero_si128();
     for (; i + 64 <= n; i += 64) {
-        _mm_prefetch(reinterpret_cast<const char*>(p + i) + 2048, _MM_HINT_T0);
+        simd::read_ahead(p + i);
         a0 = Op::apply(a0, simd::loada(p + i));
         a1 = Op::apply(a1, simd::loada(p + i + 16));
         a2 = Op::apply(a2, simd::loada(p + i + 32));
@@ -193,7 +193,7 @@ inline void sum32f_c1_body(const Src& p, std::size_t m, __m128& A, __m128& B, __
     using Op = AddF32Op;
     std::size_t i = 0;
     for (; m - i >= 16; i += 16) {
-        _mm_prefetch(static_cast<const char*>(p.addr()) + 4 * i + 2048, _MM_HINT_T0);
+        simd::read_ahead(static_cast<const char*>(p.addr()) + 4 * i);
         A = Op::apply(A, p.template v<Aligned>(i));
         B = Op::apply(B, p.template v<Aligned>(i + 4));
         C = Op::apply(C, p.template v<Aligned>(i + 8));
