@@ -128,14 +128,15 @@ public:
     }
 
 private:
-    // Rows j0 .. j1 - 1 of a replicated, constant or mirrored frame around pixels that tile 16
-    // bytes: the split of a row into frame, interior and frame is the same for every row, the
-    // replicated and constant pieces are written from a register, and mirrored pieces narrower
-    // than the image are one backward run each. Returns false for what it leaves to row().
+    // Rows j0 .. j1 - 1 of a replicated, constant or mirrored frame: the split of a row into
+    // frame, interior and frame is the same for every row. Thin frames go to narrow_rows();
+    // otherwise, for pixels that tile 16 bytes, replicated and constant pieces are written from
+    // a register and mirrored pieces narrower than the image are one backward run each. Returns
+    // false for what it leaves to row().
     bool edge_rows(unsigned char* d, std::int64_t dstStep, std::int64_t x0, std::int64_t y0, std::int64_t w,
                    std::int64_t j0, std::int64_t j1, bool keepInterior) const
     {
-        if constexpr (16 % P != 0 || kAlpha) {
+        if constexpr (kAlpha) {
             return false;
         } else {
             const std::int64_t left = clamp(-x0, 0, w), inside = clamp(W_ - x0, left, w) - left;
@@ -148,26 +149,99 @@ private:
             const std::int64_t P64 = static_cast<std::int64_t>(P);
             const std::size_t leftBytes = static_cast<std::size_t>(left) * P;
             const std::size_t rightBytes = static_cast<std::size_t>(right) * P;
-            const std::int64_t rightAt = left + inside;
-            const bool repl = kind_ == Kind::Repl;
-            const __m128i fill = _mm_load_si128(reinterpret_cast<const __m128i*>(constant_.bytes));
-            for (std::int64_t j = j0; j < j1; ++j) {
-                const unsigned char* s = src_ + (y0 + j) * srcStep_;
-                unsigned char* to = d + j * dstStep;
-                if (leftBytes) {
-                    if (mirror) rows::reverse_run<P>(s + -x0 * P64, to, static_cast<std::size_t>(left));
-                    else rows::repeat_run<P>(to, leftBytes, repl ? rows::pixel_vector<P>(s) : fill);
+            if (!keepInterior && !stream_ && narrow_rows(d, dstStep, x0, y0, w, j0, j1, leftBytes, rightBytes))
+                return true;
+            if constexpr (16 % P != 0) {
+                return false;
+            } else {
+                const std::int64_t rightAt = left + inside;
+                const bool repl = kind_ == Kind::Repl;
+                const __m128i fill = _mm_load_si128(reinterpret_cast<const __m128i*>(constant_.bytes));
+                for (std::int64_t j = j0; j < j1; ++j) {
+                    const unsigned char* s = src_ + (y0 + j) * srcStep_;
+                    unsigned char* to = d + j * dstStep;
+                    if (leftBytes) {
+                        if (mirror) rows::reverse_run<P>(s + -x0 * P64, to, static_cast<std::size_t>(left));
+                        else rows::repeat_run<P>(to, leftBytes, repl ? rows::pixel_vector<P>(s) : fill);
+                    }
+                    if (!keepInterior) copy(s + (x0 + left) * P64, to + leftBytes, inside);
+                    if (rightBytes) {
+                        unsigned char* at = to + rightAt * P64;
+                        if (mirror)
+                            rows::reverse_run<P>(s + (2 * W_ - 2 - (x0 + rightAt)) * P64, at, static_cast<std::size_t>(right));
+                        else rows::repeat_run<P>(at, rightBytes, repl ? rows::pixel_vector<P>(s + (W_ - 1) * P64) : fill);
+                    }
                 }
-                if (!keepInterior) copy(s + (x0 + left) * P64, to + leftBytes, inside);
-                if (rightBytes) {
-                    unsigned char* at = to + rightAt * P64;
-                    if (mirror)
-                        rows::reverse_run<P>(s + (2 * W_ - 2 - (x0 + rightAt)) * P64, at, static_cast<std::size_t>(right));
-                    else rows::repeat_run<P>(at, rightBytes, repl ? rows::pixel_vector<P>(s + (W_ - 1) * P64) : fill);
-                }
+                return true;
             }
-            return true;
         }
+    }
+
+    // Thin frames: each frame piece of a row is written by up to three whole vector stores, the
+    // left ones from the row's first byte, the right ones ending at its last, and then the
+    // interior is copied over whatever part of them lies inside. A row is a few moves and the
+    // byte-run copy, with no branch on the frame's width: what rows of a small image with a
+    // frame of a few pixels need. Constant frames of any pixel take their vectors from the fill
+    // pattern at the phase of each store; replicated ones broadcast the edge pixel (pixels that
+    // tile 16 bytes); mirrored ones, up to a vector less a pixel a side, shuffle the source's
+    // first or last 16 bytes. Returns false, having written nothing, where that does not fit.
+    bool narrow_rows(unsigned char* d, std::int64_t dstStep, std::int64_t x0, std::int64_t y0, std::int64_t w,
+                     std::int64_t j0, std::int64_t j1, std::size_t leftBytes, std::size_t rightBytes) const
+    {
+        const bool mirror = kind_ == Kind::Mirror, constant = kind_ == Kind::Const;
+        if (!constant && 16 % P != 0) return false;
+        const std::size_t most = mirror ? 16 - P : 48;
+        const std::size_t rowBytes = static_cast<std::size_t>(w) * P;
+        const std::size_t nl = (leftBytes + 15) / 16, nr = (rightBytes + 15) / 16;
+        // The right stores must not reach the left piece (the interior copy does not mend it).
+        if (leftBytes > most || rightBytes > most || rowBytes < 16 * nl || rowBytes < leftBytes + 16 * nr ||
+            (mirror && W_ * std::int64_t(P) < 16))
+            return false;
+        const std::size_t insideBytes = rowBytes - leftBytes - rightBytes;
+        const std::int64_t interiorFrom = x0 * std::int64_t(P) + static_cast<std::int64_t>(leftBytes);
+        const std::int64_t lastVector = W_ * std::int64_t(P) - 16;
+        // Constant pieces: the right store k starts 16 (k + 1) bytes before the row's end, that
+        // is at phase rightBytes - 16 (k + 1) of the pattern that starts with the right piece.
+        __m128i constLeft[3] = {}, constRight[3] = {};
+        const auto phase = [this](std::int64_t at) {
+            const std::int64_t n = static_cast<std::int64_t>(constant_.length);
+            return _mm_loadu_si128(reinterpret_cast<const __m128i*>(constant_.bytes + ((at % n) + n) % n));
+        };
+        for (std::size_t k = 0; constant && k < 3; ++k) {
+            constLeft[k] = phase(16 * std::int64_t(k));
+            constRight[k] = phase(std::int64_t(rightBytes) - 16 * std::int64_t(k + 1));
+        }
+        // Mirrored pieces, for pixels that tile 16 bytes (N of them a vector): destination pixel
+        // i of the left store is source pixel left - i; of the right store, which covers the
+        // last N pixels of the row, source pixel 2N - 2 - right - i of the source's last vector.
+        alignas(16) signed char leftOrder[16] = {}, rightOrder[16] = {};
+        if constexpr (16 % P == 0) {
+            constexpr int N = 16 / P;
+            const int left = int(leftBytes / P), right = int(rightBytes / P);
+            for (int i = 0; i < N; ++i)
+                for (int b = 0; b < int(P); ++b) {
+                    const int from = 2 * N - 2 - right - i;
+                    leftOrder[i * P + b] = static_cast<signed char>(i < left ? (left - i) * int(P) + b : -128);
+                    rightOrder[i * P + b] = static_cast<signed char>(i >= N - right ? from * int(P) + b : -128);
+                }
+        }
+        const __m128i lo = _mm_load_si128(reinterpret_cast<const __m128i*>(leftOrder));
+        const __m128i ro = _mm_load_si128(reinterpret_cast<const __m128i*>(rightOrder));
+        for (std::int64_t j = j0; j < j1; ++j) {
+            const unsigned char* s = src_ + (y0 + j) * srcStep_;
+            unsigned char* to = d + j * dstStep;
+            __m128i l = constLeft[0], r = constRight[0];
+            if constexpr (16 % P == 0) {
+                if (kind_ == Kind::Repl)
+                    l = rows::pixel_vector<P>(s), r = rows::pixel_vector<P>(s + (W_ - 1) * std::int64_t(P));
+                else if (mirror)
+                    l = _mm_shuffle_epi8(simd::loadu(s), lo), r = _mm_shuffle_epi8(simd::loadu(s + lastVector), ro);
+            }
+            for (std::size_t k = 0; k < nl; ++k) simd::storeu(to + 16 * k, constant ? constLeft[k] : l);
+            for (std::size_t k = 0; k < nr; ++k) simd::storeu(to + rowBytes - 16 * (k + 1), constant ? constRight[k] : r);
+            rows::copy_bytes(s + interiorFrom, to + leftBytes, insideBytes);
+        }
+        return true;
     }
 
     static unsigned char* bytes(T* p) { return reinterpret_cast<unsigned char*>(p); }

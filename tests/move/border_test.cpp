@@ -187,6 +187,34 @@ template <class T> void sweep_members()
     }
 }
 
+// Frames of up to three vectors a side, around sources just narrower and wider than a vector:
+// thin frames are written by whole-vector stores that reach into the interior, which the
+// interior copy then overwrites.
+template <class T> void sweep_thin_frames()
+{
+    kit::Rng rng;
+    for (const Member<T>& m : members<T>()) {
+        if (m.kind == BorderKind::Wrap || m.wide) continue;
+        const int P = m.channels * int(sizeof(T));
+        const int N = std::max(1, 16 / P);
+        const int sides[] = {0, 1, 2, N - 1, N, N + 1, 48 / P, 48 / P + 1};
+        for (int W : {1, N - 1, N, N + 1, 2 * N + 3})
+            for (int left : sides)
+                for (int right : sides) {
+                    if (W < 1 || left < 0 || right < 0) continue;
+                    check_call(m, Frame{W, 2, 1, left, 1, right}, (left + W) % (16 / int(sizeof(T))), 1, rng);
+                    if (::testing::Test::HasFatalFailure()) return;
+                }
+    }
+}
+
+TEST(Border, ThinFramesMatchTheModel)
+{
+    sweep_thin_frames<Kel8u>();
+    sweep_thin_frames<Kel16u>();
+    sweep_thin_frames<Kel32f>();
+}
+
 TEST(Border, EveryMemberMatchesTheModel8u) { sweep_members<Kel8u>(); }
 TEST(Border, EveryMemberMatchesTheModel16u) { sweep_members<Kel16u>(); }
 TEST(Border, EveryMemberMatchesTheModel16s) { sweep_members<Kel16s>(); }

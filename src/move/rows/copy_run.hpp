@@ -57,9 +57,10 @@ inline void copy_head(const Byte*& s, Byte*& d, std::size_t& n, std::size_t head
     n -= head;
 }
 
-// The aligned-destination body: `Turn` bytes a turn (64 or 128) while they last. The store is
-// aligned (ordinary or non-temporal); the source load is aligned when the source allows it.
-template <std::size_t Turn, bool Stream> inline void copy_body(const Byte*& s, Byte*& d, std::size_t& n)
+// The aligned-destination body: `Turn` bytes a turn (64 or 128) while they last; returns the
+// bytes it moved. The store is aligned (ordinary or non-temporal); the source load is aligned
+// when the source allows it. Pointers go in by value so that callers keep theirs in registers.
+template <std::size_t Turn, bool Stream> inline std::size_t copy_body(const Byte* s, Byte* d, std::size_t n)
 {
     static_assert(Turn == 64 || Turn == 128);
     constexpr std::size_t V = Turn / 16;
@@ -85,7 +86,7 @@ template <std::size_t Turn, bool Stream> inline void copy_body(const Byte*& s, B
             for (std::size_t k = 0; k < V; ++k) store(d + i + 16 * k, v[k]);
         }
     }
-    s += body, d += body, n -= body;
+    return body;
 }
 
 }  // namespace detail
@@ -94,10 +95,10 @@ template <std::size_t Turn, bool Stream> inline void copy_body(const Byte*& s, B
 constexpr std::size_t kShortRunBytes = 64;
 
 // Ordinary copy of n bytes. Runs of 16 bytes and more never move less than a vector at once:
-// the first and last 16 bytes go as unaligned vectors that overlap the aligned body (read
-// before anything is written, so a run onto itself stays whole), and the body between moves
-// 128 bytes a turn on the destination's 16-byte boundary. Shorter runs take two overlapping
-// moves of the largest size that fits. Source and destination must not overlap otherwise.
+// the first 16 and the last 64 bytes go as unaligned vectors that overlap the aligned body
+// (read before anything is written, so a run onto itself stays whole), and the body between
+// moves 64 or 128 bytes a turn on the destination's 16-byte boundary. Runs of up to 64 bytes
+// are two or four overlapping moves. Source and destination must not overlap otherwise.
 inline void copy_bytes(const void* src, void* dst, std::size_t n)
 {
     auto* s = static_cast<const detail::Byte*>(src);
@@ -123,18 +124,28 @@ inline void copy_bytes(const void* src, void* dst, std::size_t n)
         st(d, first), st(d + n - 16, last);
         return;
     }
-    std::size_t head = detail::to_boundary(d, 16);
+    if (n <= 64) {
+        const __m128i second = ld(s + 16), third = ld(s + n - 32);
+        st(d, first), st(d + 16, second), st(d + n - 32, third), st(d + n - 16, last);
+        return;
+    }
+    // The last 64 bytes go as four unaligned vectors at the end, over whatever the aligned
+    // moves before them left: no loop of single vectors, no count to finish.
+    const __m128i end0 = ld(s + n - 64), end1 = ld(s + n - 48), end2 = ld(s + n - 32);
+    const std::size_t head = detail::to_boundary(d, 16);
     st(d, first);
     s += head, d += head, n -= head;
-    // Long runs take the prefetching body; a short one (a row of a small image) goes straight
-    // to plain moves.
-    if (n >= 512) detail::copy_body<128, false>(s, d, n);
+    // Long runs take the prefetching body; shorter ones (rows of images that the caches hold,
+    // where the prefetches would only cost load slots) go straight to plain moves.
+    if (n >= 2048) {
+        const std::size_t body = detail::copy_body<128, false>(s, d, n);
+        s += body, d += body, n -= body;
+    }
     for (; n > 64; s += 64, d += 64, n -= 64) {
         const __m128i a = ld(s), b = ld(s + 16), c = ld(s + 32), e = ld(s + 48);
         detail::sta(d, a), detail::sta(d + 16, b), detail::sta(d + 32, c), detail::sta(d + 48, e);
     }
-    for (; n > 16; s += 16, d += 16, n -= 16) detail::sta(d, ld(s));
-    st(d + n - 16, last);
+    st(d + n - 64, end0), st(d + n - 48, end1), st(d + n - 32, end2), st(d + n - 16, last);
 }
 
 // Non-temporal copy of n bytes: ordinary moves up to a 64-byte boundary of the destination,
@@ -147,8 +158,8 @@ inline void copy_bytes_nt(const void* src, void* dst, std::size_t n)
     const std::size_t head = detail::to_boundary(d, 64);
     if (n < head + kShortRunBytes) return copy_bytes(s, d, n);  // too short to stream a line
     detail::copy_head(s, d, n, head);
-    detail::copy_body<64, true>(s, d, n);
-    detail::copy_short(s, d, n);
+    const std::size_t body = detail::copy_body<64, true>(s, d, n);
+    detail::copy_short(s + body, d + body, n - body);
 }
 
 // The kinds of keliCopyManaged_8u_C1R.
@@ -188,7 +199,8 @@ template <ManagedCopy K> inline void copy_bytes_managed(const void* src, void* d
     } else {
         if (n >= kShortRunBytes) {
             detail::copy_head(s, d, n, detail::to_boundary(d, 16));
-            detail::copy_body<64, K == ManagedCopy::NonTemporalStore>(s, d, n);
+            const std::size_t body = detail::copy_body<64, K == ManagedCopy::NonTemporalStore>(s, d, n);
+            s += body, d += body, n -= body;
         }
     }
     detail::copy_short(s, d, n);
