@@ -10,7 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "add_sub_members.hpp"
 #include "arith/rows/add_sub.hpp"
+#include "arith_sweep.hpp"
 #include "keli.h"
 #include "kit/arith.hpp"
 #include "kit/image.hpp"
@@ -22,54 +24,14 @@ namespace {
 using keli::rows::AddSub;
 
 using namespace kit::arith;
+using add_sub_members::images_model;
+using add_sub_members::model;
 
-template <class T> using Bin = BinFn<T, int, KeliSize>;
-template <class T> using BinI = BinIFn<T, int, KeliSize>;
-template <class T> using Con = ConFn<T, int, KeliSize>;
-template <class T> using ConI = ConIFn<T, int, KeliSize>;
+template <class T> using Member = add_sub_members::Member<T, int, KeliSize>;
+template <class T> std::vector<Member<T>> members() { return add_sub_members::members<T, int, KeliSize>(); }
 
-template <class T> struct Member {
-    const char* name;
-    AddSub kind;
-    int channels;
-    bool alpha;
-    Bin<T> r;
-    BinI<T> ir;
-    Con<T> cr;
-    ConI<T> cir;
-};
-
-#define KELI_SFS(K, T, L, C, A)                                                                                        \
-    Member<Kel##T>{#K "_" #T "_" #L, AddSub::K, C, A, keli##K##_##T##_##L##RSfs, keli##K##_##T##_##L##IRSfs,         \
-                   keli##K##C_##T##_##L##RSfs, keli##K##C_##T##_##L##IRSfs}
-#define KELI_SFS_C1(K, T)                                                                                              \
-    Member<Kel##T>{#K "_" #T "_C1", AddSub::K, 1, false, keli##K##_##T##_C1RSfs, keli##K##_##T##_C1IRSfs,            \
-                   conC1<Kel##T, keli##K##C_##T##_C1RSfs>, conIC1<Kel##T, keli##K##C_##T##_C1IRSfs>}
-#define KELI_SFS_ALL(K, T)                                                                                             \
-    KELI_SFS_C1(K, T), KELI_SFS(K, T, C3, 3, false), KELI_SFS(K, T, C4, 4, false), KELI_SFS(K, T, AC4, 4, true)
-#define KELI_F(K, L, C, A)                                                                                             \
-    Member<Kel32f>{#K "_32f_" #L, AddSub::K, C, A, bin32f<keli##K##_32f_##L##R>, binI32f<keli##K##_32f_##L##IR>,     \
-                   con32f<keli##K##C_32f_##L##R>, conI32f<keli##K##C_32f_##L##IR>}
-
-template <class T> std::vector<Member<T>> members();
-template <> std::vector<Member<Kel8u>> members() { return {KELI_SFS_ALL(Add, 8u), KELI_SFS_ALL(Sub, 8u)}; }
-template <> std::vector<Member<Kel16u>> members() { return {KELI_SFS_ALL(Add, 16u), KELI_SFS_ALL(Sub, 16u)}; }
-template <> std::vector<Member<Kel16s>> members() { return {KELI_SFS_ALL(Add, 16s), KELI_SFS_ALL(Sub, 16s)}; }
-template <> std::vector<Member<Kel32f>> members()
-{
-    return {Member<Kel32f>{"Add_32f_C1", AddSub::Add, 1, false, bin32f<keliAdd_32f_C1R>, binI32f<keliAdd_32f_C1IR>,
-                           conC1<Kel32f, keliAddC_32f_C1R>, conIC1<Kel32f, keliAddC_32f_C1IR>},
-            Member<Kel32f>{"Sub_32f_C1", AddSub::Sub, 1, false, bin32f<keliSub_32f_C1R>, binI32f<keliSub_32f_C1IR>,
-                           conC1<Kel32f, keliSubC_32f_C1R>, conIC1<Kel32f, keliSubC_32f_C1IR>},
-            KELI_F(Add, C3, 3, false), KELI_F(Add, C4, 4, false), KELI_F(Add, AC4, 4, true),
-            KELI_F(Sub, C3, 3, false), KELI_F(Sub, C4, 4, false), KELI_F(Sub, AC4, 4, true)};
-}
-
-template <class T> T model(AddSub k, T minuendOrFirst, T second, int n)
-{
-    return k == AddSub::Add ? reference::add(minuendOrFirst, second, n) : reference::sub(minuendOrFirst, second, n);
-}
-
+// The members of one element type, for the walks over every type.
+constexpr auto kMembers = [](auto type) { return members<decltype(type)>(); };
 
 // Scale factors of every kind: saturating, halving, general, at and past the zero bound, left
 // shifts, at and past the pattern bound, and the extremes.
@@ -85,73 +47,21 @@ template <class T> std::vector<int> scale_factors(AddSub k)
     }
 }
 
+// Every member against the model: two images, in place into a copy of the second; an image and
+// a constant, in place into a copy of the image.
 template <class T> void sweep_member(const Member<T>& m, kit::Rng& rng)
 {
-    const int positions = 16 / sizeof(T);
-    const int maxWidth = m.channels == 1 ? 100 : 40;
-    auto colour = [&](int, int, int c) { return !(m.alpha && c == 3); };
-    const std::vector<int> factors = scale_factors<T>(m.kind);
-    for (std::size_t f = 0; f < factors.size(); ++f) {
-        const int n = factors[f];
-        for (int width = 1; width <= maxWidth; ++width) {
-            const int height = width % 4 == 0 ? 1 : 3, salt = int(f);
-            SCOPED_TRACE(std::string(m.name) + " n " + std::to_string(n) + " width " + std::to_string(width));
-            kit::Image<T> a(width, height, m.channels, shape(width, salt, positions, sizeof(T)));
-            kit::Image<T> b(width, height, m.channels, shape(width, salt + 1, positions, sizeof(T)));
-            kit::Image<T> d(width, height, m.channels, shape(width, salt + 2, positions, sizeof(T)));
-            a.fill([&] { return edgy<T>(rng); });
-            b.fill([&] { return edgy<T>(rng); });
-            d.fill([&] { return edgy<T>(rng); });
-            T value[4];
-            for (T& v : value) v = width % 7 == 0 ? T(0) : edgy<T>(rng);
-            const auto aBefore = a.snapshot(), bBefore = b.snapshot(), dBefore = d.snapshot();
-
-            // Two images; the in-place form writes into a copy of the second.
-            ASSERT_EQ(m.r(a.data(), a.step(), b.data(), b.step(), d.data(), d.step(), a.size(), n), kelStatusOk);
-            kit::Image<T> io = b;
-            ASSERT_EQ(m.ir(a.data(), a.step(), io.data(), io.step(), a.size(), n), kelStatusOk);
-            EXPECT_EQ(a.bytes(), aBefore);
-            EXPECT_EQ(b.bytes(), bBefore);
-            ASSERT_EQ(kit::first_stray_write(d, dBefore, colour), -1);
-            ASSERT_EQ(kit::first_stray_write(io, bBefore, colour), -1);
-            for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x)
-                    for (int c = 0; c < (m.alpha ? 3 : m.channels); ++c) {
-                        const T s1 = a.at(x, y, c), s2 = b.at(x, y, c);
-                        const T want = m.kind == AddSub::Add ? model(m.kind, s1, s2, n) : model(m.kind, s2, s1, n);
-                        ASSERT_TRUE(same(d.at(x, y, c), want)) << "x " << x << " y " << y << " c " << c;
-                        ASSERT_TRUE(same(io.at(x, y, c), want)) << "in place x " << x << " y " << y << " c " << c;
-                    }
-
-            // Image and constant, out of place and in place.
-            kit::Image<T> dc(width, height, m.channels, shape(width, salt + 3, positions, sizeof(T)));
-            dc.fill([&] { return edgy<T>(rng); });
-            const auto dcBefore = dc.snapshot();
-            ASSERT_EQ(m.cr(a.data(), a.step(), value, dc.data(), dc.step(), a.size(), n), kelStatusOk);
-            kit::Image<T> ioc = a;
-            ASSERT_EQ(m.cir(value, ioc.data(), ioc.step(), a.size(), n), kelStatusOk);
-            EXPECT_EQ(a.bytes(), aBefore);
-            ASSERT_EQ(kit::first_stray_write(dc, dcBefore, colour), -1);
-            ASSERT_EQ(kit::first_stray_write(ioc, aBefore, colour), -1);
-            for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x)
-                    for (int c = 0; c < (m.alpha ? 3 : m.channels); ++c) {
-                        const T want = model(m.kind, a.at(x, y, c), value[c], n);
-                        ASSERT_TRUE(same(dc.at(x, y, c), want)) << "constant x " << x << " y " << y << " c " << c;
-                        ASSERT_TRUE(same(ioc.at(x, y, c), want)) << "constant in place x " << x << " c " << c;
-                    }
-        }
-    }
+    arith_sweep::sweep_scaled<T>(
+        m, rng, scale_factors<T>(m.kind), m.channels == 1 ? 100 : 40,
+        [&](const arith_sweep::Step& s) { return s.width % 7 == 0 ? T(0) : edgy<T>(rng); },
+        [&](T s1, T s2, int n) { return images_model(m.kind, s1, s2, n); },
+        [&](T s, T v, int n) { return model(m.kind, s, v, n); });
 }
 
 TEST(AddSub, EveryMemberMatchesTheModelOverTheSweep)
 {
-    kit::Rng rng;
-    SCOPED_TRACE("seed " + std::to_string(rng.seed_value()));
-    for (const auto& m : members<Kel8u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16s>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel32f>()) sweep_member(m, rng);
+    const auto sweep = [](auto, const auto& m, kit::Rng& rng) { sweep_member(m, rng); };
+    arith_sweep::each_member<Kel8u, Kel16u, Kel16s, Kel32f>(kMembers, sweep);
 }
 
 // The short-cut bounds sit exactly where the rule turns constant: one step inside them some
@@ -194,12 +104,7 @@ TEST(AddSub, ShortCutBoundsAreWhereTheRuleTurnsConstant)
 }
 
 // One element through a C1 member.
-template <class T, class F> T one(F f, T a, T b, int n)
-{
-    T d = 77;
-    EXPECT_EQ(f(&a, 16, &b, 16, &d, 16, KeliSize{1, 1}, n), kelStatusOk);
-    return d;
-}
+template <class T, class F> T one(F f, T a, T b, int n) { return arith_sweep::one_element<T>(kelStatusOk, f, a, b, n); }
 
 TEST(AddSub, RoundingAndSaturationWhereTheyBite)
 {
@@ -234,31 +139,15 @@ TEST(AddSub, RoundingAndSaturationWhereTheyBite)
 template <class T> void check_unread_sources(const Member<T>& m, int zeroFrom, int patternTo)
 {
     SCOPED_TRACE(m.name);
-    const Unreadable page;
-    const T* src = page.template as<T>();
-    const KeliSize size{37, 3};
-    kit::Image<T> d(37, 3, m.channels);
-    const T hi = std::numeric_limits<T>::max();
-    for (int n : {zeroFrom, zeroFrom + 100, INT_MAX}) {
-        d.fill([] { return T(9); });
-        ASSERT_EQ(m.r(src, 0, src, -64, d.data(), d.step(), size, n), kelStatusOk);
-        ASSERT_EQ(m.ir(src, 0, d.data(), d.step(), size, n), kelStatusOk);
-        const T values[4] = {1, 2, 3, 4};
-        ASSERT_EQ(m.cr(src, 0, values, d.data(), d.step(), size, n), kelStatusOk);
-        for (int y = 0; y < 3; ++y)
-            for (int x = 0; x < 37; ++x)
-                for (int c = 0; c < m.channels; ++c) ASSERT_EQ(d.at(x, y, c), m.alpha && c == 3 ? T(9) : T(0));
-    }
+    arith_sweep::check_zero_bound_unread<T>(m, zeroFrom, [](const T*, kit::Image<T>&, int) {});
     if (m.kind == AddSub::Add && std::is_unsigned_v<T>) {
         // A non-zero addend with a shift out of reach: the largest value, the source unread.
         const T values[4] = {1, 1, 1, T(m.alpha ? 0 : 1)};  // AC4 ignores the fourth value
-        for (int n : {patternTo, INT_MIN}) {
-            d.fill([] { return T(9); });
-            ASSERT_EQ(m.cr(src, 64, values, d.data(), d.step(), size, n), kelStatusOk);
-            for (int y = 0; y < 3; ++y)
-                for (int x = 0; x < 37; ++x)
-                    for (int c = 0; c < m.channels; ++c) ASSERT_EQ(d.at(x, y, c), m.alpha && c == 3 ? T(9) : hi);
-        }
+        arith_sweep::check_fills_unread<T>(
+            {m.channels, m.alpha}, {patternTo, INT_MIN}, std::numeric_limits<T>::max(),
+            [&](const T* src, kit::Image<T>& d, int n) {
+                ASSERT_EQ(m.cr(src, 64, values, d.data(), d.step(), d.size(), n), kelStatusOk);
+            });
     }
 }
 
@@ -306,61 +195,24 @@ TEST(AddSub, ZeroOperandCopiesAndAlphaStaysOverWideRows)
 
 TEST(AddSub, StepsAreTakenAsTheyStand)
 {
-    // A zero step reads (or writes) one row over and over; a negative one walks upwards.
-    Kel8u a[3][40], b[3][40], d[3][40];
-    kit::Rng rng;
-    for (auto* img : {a, b})
-        for (int y = 0; y < 3; ++y)
-            for (int x = 0; x < 40; ++x) img[y][x] = rng.any<Kel8u>();
-    std::memset(d, 0, sizeof d);
-    ASSERT_EQ(keliSub_8u_C1RSfs(a[0], 0, b[2], -40, d[0], 40, {40, 3}, 1), kelStatusOk);
-    for (int y = 0; y < 3; ++y)
-        for (int x = 0; x < 40; ++x) ASSERT_EQ(d[y][x], reference::sub<Kel8u>(b[2 - y][x], a[0][x], 1));
-    ASSERT_EQ(keliAdd_8u_C1RSfs(a[0], 40, b[0], 40, d[0], 0, {40, 3}, 2), kelStatusOk);
-    for (int x = 0; x < 40; ++x) ASSERT_EQ(d[0][x], reference::add<Kel8u>(a[2][x], b[2][x], 2));
+    arith_sweep::check_steps_as_given<Kel8u>(
+        keliSub_8u_C1RSfs, 1, [](Kel8u s1, Kel8u s2, int n) { return reference::sub(s2, s1, n); },  // s2 - s1
+        keliAdd_8u_C1RSfs, 2, [](Kel8u s1, Kel8u s2, int n) { return reference::add(s1, s2, n); });
 }
 
 TEST(AddSub, ChecksRunInOrderAndWriteNothing)
 {
-    Kel16u src[32] = {}, dst[32];
-    std::memset(dst, 0xA5, sizeof dst);
     const Kel16u values[3] = {1, 2, 3};
-    struct Case {
-        const Kel16u *s1, *s2, *v;
-        Kel16u* d;
-        KeliSize size;
-        KelStatus want;
-    } cases[] = {
-        {nullptr, src, values, dst, {0, 0}, kelStatusNullPtr},  // pointers before the size
-        {src, nullptr, values, dst, {-1, 1}, kelStatusNullPtr},
-        {src, src, nullptr, dst, {0, 1}, kelStatusNullPtr},
-        {src, src, values, nullptr, {4, 0}, kelStatusNullPtr},
-        {src, src, values, dst, {0, 4}, kelStatusBadSize},
-        {src, src, values, dst, {4, -2}, kelStatusBadSize},
-    };
-    for (const Case& c : cases) {
-        const bool noSecond = c.s2 == nullptr, noValue = c.v == nullptr;
-        if (!noValue) {
-            EXPECT_EQ(keliSub_16u_C4RSfs(c.s1, 0, c.s2, -8, c.d, 8, c.size, 3), c.want);
-            EXPECT_EQ(keliAdd_16u_AC4IRSfs(c.s1, 8, noSecond ? nullptr : c.d, 0, c.size, 99), c.want);
-            EXPECT_EQ(keliAdd_16u_C1RSfs_L(c.s1, 8, c.s2, 8, c.d, 8, {c.size.width, c.size.height}, 0), c.want);
-        }
-        if (!noSecond) {
-            EXPECT_EQ(keliAddC_16u_C3RSfs(c.s1, 8, c.v, c.d, -8, c.size, -20), c.want);
-            EXPECT_EQ(keliSubC_16u_AC4IRSfs_L(c.v, c.s1 ? c.d : nullptr, 8, {c.size.width, c.size.height}, 0),
-                      c.want);
-            EXPECT_EQ(keliAddC_16u_C1RSfs(c.s1, 8, 0, noValue ? nullptr : c.d, 8, c.size, 0),
-                      noValue ? kelStatusNullPtr : c.want);
-        }
-        for (Kel16u v : dst) ASSERT_EQ(v, 0xA5A5);
-    }
+    arith_sweep::check_pointers_before_size(
+        values, {keliSub_16u_C4RSfs, 3, keliAdd_16u_AC4IRSfs, keliAdd_16u_C1RSfs_L, keliAddC_16u_C3RSfs,
+                 keliSubC_16u_AC4IRSfs_L, keliAddC_16u_C1RSfs, keliSubC_16u_C1IRSfs});
     // The wide members' own rule for sizes that do not fit the 32-bit members: accepted, no work.
+    Kel8u src[64] = {}, dst[64];
+    std::memset(dst, 0xA5, sizeof dst);
     const std::int64_t huge = std::int64_t(1) << 32;
     EXPECT_EQ(keliAdd_8u_C1RSfs_L(nullptr, huge, nullptr, huge, nullptr, huge, {5, -1}, 0), kelStatusOk);
-    EXPECT_EQ(keliAdd_8u_C1RSfs_L(reinterpret_cast<Kel8u*>(src), 64, reinterpret_cast<Kel8u*>(src), 64,
-                                  reinterpret_cast<Kel8u*>(dst), 64, {5, -1}, 0),
-              kelStatusBadSize);
-    for (Kel16u v : dst) ASSERT_EQ(v, 0xA5A5);
+    EXPECT_EQ(keliAdd_8u_C1RSfs_L(src, 64, src, 64, dst, 64, {5, -1}, 0), kelStatusBadSize);
+    for (Kel8u v : dst) ASSERT_EQ(v, 0xA5);
 }
 
 }  // namespace

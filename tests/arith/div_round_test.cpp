@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "arith/rows/div_round.hpp"
+#include "arith_sweep.hpp"
 #include "keli.h"
 #include "kit/arith.hpp"
 #include "kit/image.hpp"
@@ -39,6 +40,9 @@ template <> std::vector<RoundMember<Kel8u>> members() { return KELI_RND_ALL(8u);
 template <> std::vector<RoundMember<Kel16u>> members() { return KELI_RND_ALL(16u); }
 template <> std::vector<RoundMember<Kel16s>> members() { return KELI_RND_ALL(16s); }
 
+// The members of one element type, for the walks over every type.
+constexpr auto kMembers = [](auto type) { return members<decltype(type)>(); };
+
 // Scale factors inside the float path, at and past both bounds, and the extremes.
 template <class T> std::vector<int> scale_factors()
 {
@@ -46,70 +50,43 @@ template <class T> std::vector<int> scale_factors()
     return {0, 1, 5, b.zeroFrom - 1, b.zeroFrom, INT_MAX, -1, -6, b.patternTo + 1, b.patternTo, INT_MIN};
 }
 
-// The steps are checked, so images are stored top down.
-kit::Shape upright(int width, int salt, int elementBytes)
-{
-    kit::Shape s = kit::arith::shape(width, salt, 16 / elementBytes, elementBytes);
-    s.flipped = false;
-    return s;
-}
-
 template <class T> void sweep_member(const RoundMember<T>& m, kit::Rng& rng)
 {
-    const int maxWidth = m.channels == 1 ? 60 : 24;
-    auto colour = [&](int, int, int c) { return !(m.alpha && c == 3); };
-    const std::vector<int> factors = scale_factors<T>();
-    for (int mode = 0; mode <= 2; ++mode)
-        for (std::size_t f = 0; f < factors.size(); ++f) {
-            const int n = factors[f];
-            for (int width = 1; width <= maxWidth; ++width) {
-                const int height = width % 4 == 0 ? 1 : 3, salt = int(f) + mode;
-                SCOPED_TRACE(std::string(m.name) + " mode " + std::to_string(mode) + " n " + std::to_string(n) +
-                             " width " + std::to_string(width));
-                kit::Image<T> a(width, height, m.channels, upright(width, salt, sizeof(T)));
-                kit::Image<T> b(width, height, m.channels, upright(width, salt + 1, sizeof(T)));
-                kit::Image<T> d(width, height, m.channels, upright(width, salt + 2, sizeof(T)));
-                // Divisors without a zero in about half of the images, so that both statuses occur.
-                const bool zeros = (width + salt) % 2 == 0;
-                a.fill([&] {
-                    T v = edgy<T>(rng);
-                    return v == 0 && !zeros ? T(3) : v;
-                });
-                b.fill([&] { return edgy<T>(rng); });
-                d.fill([&] { return edgy<T>(rng); });
-                bool anyZero = false;
-                for (int y = 0; y < height; ++y)
-                    for (int x = 0; x < width; ++x)
-                        for (int c = 0; c < (m.alpha ? 3 : m.channels); ++c) anyZero |= a.at(x, y, c) == 0;
-                const KelStatus want = anyZero ? kelStatusDivByZeroWarn : kelStatusOk;
-                const auto aBefore = a.snapshot(), bBefore = b.snapshot(), dBefore = d.snapshot();
-                const auto rm = KelRoundMode(mode);
-                ASSERT_EQ(m.r(a.data(), a.step(), b.data(), b.step(), d.data(), d.step(), a.size(), rm, n), want);
-                kit::Image<T> io = b;
-                ASSERT_EQ(m.ir(a.data(), a.step(), io.data(), io.step(), a.size(), rm, n), want);
-                EXPECT_EQ(a.bytes(), aBefore);
-                EXPECT_EQ(b.bytes(), bBefore);
-                ASSERT_EQ(kit::first_stray_write(d, dBefore, colour), -1);
-                ASSERT_EQ(kit::first_stray_write(io, bBefore, colour), -1);
-                for (int y = 0; y < height; ++y)
-                    for (int x = 0; x < width; ++x)
-                        for (int c = 0; c < (m.alpha ? 3 : m.channels); ++c) {
-                            const T expect = reference::div_round(b.at(x, y, c), a.at(x, y, c), mode, n);
-                            ASSERT_EQ(d.at(x, y, c), expect) << "x " << x << " y " << y << " c " << c << ": "
-                                                              << b.at(x, y, c) << " / " << a.at(x, y, c);
-                            ASSERT_EQ(io.at(x, y, c), expect) << "in place x " << x << " y " << y << " c " << c;
-                        }
-            }
-        }
+    const arith_sweep::Layout l{m.channels, m.alpha};
+    for (int mode = 0; mode <= 2; ++mode) {
+        const auto rm = KelRoundMode(mode);
+        // The steps are checked, so images are stored top down.
+        const std::string what = std::string(m.name) + " mode " + std::to_string(mode);
+        const auto check = [&](const arith_sweep::Step& s, int n) {
+            auto a = s.image<T>(l.channels, 0), b = s.image<T>(l.channels, 1);
+            auto d = s.image<T>(l.channels, 2);
+            // Divisors without a zero in about half of the images, so that both statuses occur.
+            const bool zeros = (s.width + s.salt) % 2 == 0;
+            a.fill([&] {
+                T v = edgy<T>(rng);
+                return v == 0 && !zeros ? T(3) : v;
+            });
+            arith_sweep::fill_edgy(rng, b, d);
+            bool anyZero = false;
+            for (int y = 0; y < s.height; ++y)
+                for (int x = 0; x < s.width; ++x)
+                    for (int c = 0; c < l.processed(); ++c) anyZero |= a.at(x, y, c) == 0;
+            kit::Image<T> io = b;
+            arith_sweep::check_forms<T>(
+                l, {&a, &b}, d, io, anyZero ? kelStatusDivByZeroWarn : kelStatusOk,
+                [&] { return m.r(a.data(), a.step(), b.data(), b.step(), d.data(), d.step(), a.size(), rm, n); },
+                [&] { return m.ir(a.data(), a.step(), io.data(), io.step(), a.size(), rm, n); },
+                [&](int x, int y, int c) { return reference::div_round(b.at(x, y, c), a.at(x, y, c), mode, n); });
+        };
+        arith_sweep::each_step(what, scale_factors<T>(), m.channels == 1 ? 60 : 24, mode, true, check);
+        if (::testing::Test::HasFatalFailure()) return;
+    }
 }
 
 TEST(DivRound, EveryMemberMatchesTheExactQuotientInEveryMode)
 {
-    kit::Rng rng;
-    SCOPED_TRACE("seed " + std::to_string(rng.seed_value()));
-    for (const auto& m : members<Kel8u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16s>()) sweep_member(m, rng);
+    const auto sweep = [](auto, const auto& m, kit::Rng& rng) { sweep_member(m, rng); };
+    arith_sweep::each_member<Kel8u, Kel16u, Kel16s>(kMembers, sweep);
 }
 
 TEST(DivRound, EveryBytePairThroughBothPaths)
@@ -133,9 +110,7 @@ TEST(DivRound, EveryBytePairThroughBothPaths)
 
 template <class T, class F> T one(F f, T divisor, T dividend, int mode, int n, KelStatus want = kelStatusOk)
 {
-    T d = 77;
-    EXPECT_EQ(f(&divisor, 16, &dividend, 16, &d, 16, KeliSize{1, 1}, KelRoundMode(mode), n), want);
-    return d;
+    return arith_sweep::one_element<T>(want, f, divisor, dividend, KelRoundMode(mode), n);
 }
 
 TEST(DivRound, HalvesZeroDivisorsAndBounds)

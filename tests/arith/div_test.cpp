@@ -10,46 +10,22 @@
 #include <vector>
 #include <xmmintrin.h>
 
+#include "arith_sweep.hpp"
 #include "keli.h"
 #include "kit/arith.hpp"
 #include "kit/image.hpp"
 #include "kit/random.hpp"
+#include "mul_div_members.hpp"
 #include "reference/mul_div.hpp"
 
 namespace {
 
 using namespace kit::arith;
 
-#define KELI_SFS(T, L, C, A)                                                                                           \
-    Member<Kel##T>{"Div_" #T "_" #L, C, A, keliDiv_##T##_##L##RSfs, keliDiv_##T##_##L##IRSfs,                          \
-                   keliDivC_##T##_##L##RSfs, keliDivC_##T##_##L##IRSfs, keliDiv_##T##_##L##RSfs_L,                     \
-                   keliDiv_##T##_##L##IRSfs_L, keliDivC_##T##_##L##RSfs_L, keliDivC_##T##_##L##IRSfs_L}
-#define KELI_SFS_C1(T)                                                                                                 \
-    Member<Kel##T>{"Div_" #T "_C1", 1, false, keliDiv_##T##_C1RSfs, keliDiv_##T##_C1IRSfs,                             \
-                   conC1<Kel##T, keliDivC_##T##_C1RSfs>, conIC1<Kel##T, keliDivC_##T##_C1IRSfs>,                       \
-                   keliDiv_##T##_C1RSfs_L, keliDiv_##T##_C1IRSfs_L,                                                    \
-                   conC1<Kel##T, keliDivC_##T##_C1RSfs_L, I64, KeliSizeL>,                                             \
-                   conIC1<Kel##T, keliDivC_##T##_C1IRSfs_L, I64, KeliSizeL>}
-#define KELI_SFS_ALL(T) KELI_SFS_C1(T), KELI_SFS(T, C3, 3, false), KELI_SFS(T, C4, 4, false), KELI_SFS(T, AC4, 4, true)
-#define KELI_F(L, C, A)                                                                                                \
-    Member<Kel32f>{"Div_32f_" #L, C, A, bin32f<keliDiv_32f_##L##R>, binI32f<keliDiv_32f_##L##IR>,                      \
-                   con32f<keliDivC_32f_##L##R>, conI32f<keliDivC_32f_##L##IR>,                                         \
-                   bin32f<keliDiv_32f_##L##R_L, I64, KeliSizeL>, binI32f<keliDiv_32f_##L##IR_L, I64, KeliSizeL>,       \
-                   con32f<keliDivC_32f_##L##R_L, I64, KeliSizeL>, conI32f<keliDivC_32f_##L##IR_L, I64, KeliSizeL>}
+template <class T> std::vector<Member<T>> members() { return mul_div_members::div<T>(); }
 
-template <class T> std::vector<Member<T>> members();
-template <> std::vector<Member<Kel8u>> members() { return {KELI_SFS_ALL(8u)}; }
-template <> std::vector<Member<Kel16u>> members() { return {KELI_SFS_ALL(16u)}; }
-template <> std::vector<Member<Kel16s>> members() { return {KELI_SFS_ALL(16s)}; }
-template <> std::vector<Member<Kel32f>> members()
-{
-    return {Member<Kel32f>{"Div_32f_C1", 1, false, bin32f<keliDiv_32f_C1R>, binI32f<keliDiv_32f_C1IR>,
-                           conC1<Kel32f, keliDivC_32f_C1R>, conIC1<Kel32f, keliDivC_32f_C1IR>,
-                           bin32f<keliDiv_32f_C1R_L, I64, KeliSizeL>, binI32f<keliDiv_32f_C1IR_L, I64, KeliSizeL>,
-                           conC1<Kel32f, keliDivC_32f_C1R_L, I64, KeliSizeL>,
-                           conIC1<Kel32f, keliDivC_32f_C1IR_L, I64, KeliSizeL>},
-            KELI_F(C3, 3, false), KELI_F(C4, 4, false), KELI_F(AC4, 4, true)};
-}
+// The members of one element type, for the walks over every type.
+constexpr auto kMembers = [](auto type) { return members<decltype(type)>(); };
 
 // Scale factors of every kind: plain, right shifts up to and past the last one that leaves a
 // quotient (8 for 8u, 16 for the 16-bit types), left shifts up to and past the last one that
@@ -69,101 +45,61 @@ template <class T> T divisor(kit::Rng& rng, bool zeros)
     }
 }
 
-// Offsets and padded rows as for the other families, but top-down only: a step below 1 is an
-// error here.
-kit::Shape shape(int width, int salt, int positions, int elementBytes)
-{
-    kit::Shape s = kit::arith::shape(width, salt, positions, elementBytes);
-    s.flipped = false;
-    return s;
-}
-
 template <class T> void sweep_member(const Member<T>& m, kit::Rng& rng)
 {
-    const int positions = 16 / sizeof(T);
-    const int maxWidth = m.channels == 1 ? 80 : 30;
-    auto colour = [&](int, int, int c) { return !(m.alpha && c == 3); };
-    const int processed = m.alpha ? 3 : m.channels;
-    const std::vector<int> factors = scale_factors<T>();
-    for (std::size_t f = 0; f < factors.size(); ++f) {
-        const int n = factors[f];
-        for (int width = 1; width <= maxWidth; ++width) {
-            const int height = width % 4 == 0 ? 1 : 3, salt = int(f);
-            SCOPED_TRACE(std::string(m.name) + " n " + std::to_string(n) + " width " + std::to_string(width));
-            kit::Image<T> a(width, height, m.channels, shape(width, salt, positions, sizeof(T)));
-            kit::Image<T> b(width, height, m.channels, shape(width, salt + 1, positions, sizeof(T)));
-            kit::Image<T> d(width, height, m.channels, shape(width, salt + 2, positions, sizeof(T)));
-            // a divides b. Zero divisors in some sweeps only; alpha zeros never warn.
-            const bool zeros = (width + salt) % 3 != 0;
-            a.fill([&] { return divisor<T>(rng, zeros); });
-            if (m.alpha)
-                for (int y = 0; y < height; ++y)
-                    for (int x = 0; x < width; ++x) a.at(x, y, 3) = T(0);
-            b.fill([&] { return edgy<T>(rng); });
-            d.fill([&] { return edgy<T>(rng); });
-            bool anyZero = false;
-            for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x)
-                    for (int c = 0; c < processed; ++c) anyZero = anyZero || a.at(x, y, c) == T(0);
-            const KelStatus status = anyZero ? kelStatusDivByZeroWarn : kelStatusOk;
-            const auto aBefore = a.snapshot(), bBefore = b.snapshot(), dBefore = d.snapshot();
+    const arith_sweep::Layout l{m.channels, m.alpha};
+    // Top down only: a step below 1 is an error here.
+    const auto check = [&](const arith_sweep::Step& s, int n) {
+        auto a = s.image<T>(l.channels, 0), b = s.image<T>(l.channels, 1);
+        auto d = s.image<T>(l.channels, 2);
+        // a divides b. Zero divisors in some sweeps only; alpha zeros never warn.
+        const bool zeros = (s.width + s.salt) % 3 != 0;
+        a.fill([&] { return divisor<T>(rng, zeros); });
+        if (m.alpha)
+            for (int y = 0; y < s.height; ++y)
+                for (int x = 0; x < s.width; ++x) a.at(x, y, 3) = T(0);
+        arith_sweep::fill_edgy(rng, b, d);
+        bool anyZero = false;
+        for (int y = 0; y < s.height; ++y)
+            for (int x = 0; x < s.width; ++x)
+                for (int c = 0; c < l.processed(); ++c) anyZero = anyZero || a.at(x, y, c) == T(0);
+        const KelStatus status = anyZero ? kelStatusDivByZeroWarn : kelStatusOk;
 
-            ASSERT_EQ(m.r(a.data(), a.step(), b.data(), b.step(), d.data(), d.step(), a.size(), n), status);
-            kit::Image<T> io = b;
-            ASSERT_EQ(m.ir(a.data(), a.step(), io.data(), io.step(), a.size(), n), status);
-            EXPECT_EQ(a.bytes(), aBefore);
-            EXPECT_EQ(b.bytes(), bBefore);
-            ASSERT_EQ(kit::first_stray_write(d, dBefore, colour), -1);
-            ASSERT_EQ(kit::first_stray_write(io, bBefore, colour), -1);
-            for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x)
-                    for (int c = 0; c < processed; ++c) {
-                        const T want = reference::div(b.at(x, y, c), a.at(x, y, c), n);
-                        ASSERT_TRUE(same(d.at(x, y, c), want)) << "x " << x << " y " << y << " c " << c;
-                        ASSERT_TRUE(same(io.at(x, y, c), want)) << "in place x " << x << " y " << y << " c " << c;
-                    }
+        kit::Image<T> io = b;
+        arith_sweep::check_scaled_images(l, m, n, a, b, d, io, status, [&](int x, int y, int c) {
+            return reference::div(b.at(x, y, c), a.at(x, y, c), n);
+        });
+        if (::testing::Test::HasFatalFailure()) return;
 
-            // The constant: never zero here (a zero is an error, tested on its own).
-            T value[4];
-            for (T& v : value) v = divisor<T>(rng, false);
-            kit::Image<T> dc(width, height, m.channels, shape(width, salt + 3, positions, sizeof(T)));
-            dc.fill([&] { return edgy<T>(rng); });
-            const auto dcBefore = dc.snapshot();
-            ASSERT_EQ(m.cr(b.data(), b.step(), value, dc.data(), dc.step(), b.size(), n), kelStatusOk);
-            kit::Image<T> ioc = b;
-            ASSERT_EQ(m.cir(value, ioc.data(), ioc.step(), b.size(), n), kelStatusOk);
-            ASSERT_EQ(kit::first_stray_write(dc, dcBefore, colour), -1);
-            ASSERT_EQ(kit::first_stray_write(ioc, bBefore, colour), -1);
-            for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x)
-                    for (int c = 0; c < processed; ++c) {
-                        const T want = reference::div_const(b.at(x, y, c), value[c], n);
-                        ASSERT_TRUE(same(dc.at(x, y, c), want)) << "constant x " << x << " y " << y << " c " << c;
-                        ASSERT_TRUE(same(ioc.at(x, y, c), want)) << "constant in place x " << x << " c " << c;
-                    }
+        // The constant: never zero here (a zero is an error, tested on its own).
+        T value[4];
+        for (T& v : value) v = divisor<T>(rng, false);
+        auto dc = s.image<T>(l.channels, 3);
+        arith_sweep::fill_edgy(rng, dc);
+        kit::Image<T> ioc = b;
+        arith_sweep::check_scaled_constant<T>(l, m, n, b, value, dc, ioc, [&](int x, int y, int c) {
+            return reference::div_const(b.at(x, y, c), value[c], n);
+        });
+        if (::testing::Test::HasFatalFailure()) return;
 
-            // The wide members on a size that fits: the 32-bit body with its status.
-            if (width % 8 == 1) {
-                kit::Image<T> w = b;
-                const KeliSizeL sizeL{width, height};
-                ASSERT_EQ(m.irL(a.data(), a.step(), w.data(), w.step(), sizeL, n), status);
-                ASSERT_EQ(w.bytes(), io.bytes());
-                kit::Image<T> wc = b;
-                ASSERT_EQ(m.cirL(value, wc.data(), wc.step(), sizeL, n), kelStatusOk);
-                ASSERT_EQ(wc.bytes(), ioc.bytes());
-            }
+        // The wide members on a size that fits: the 32-bit body with its status.
+        if (s.width % 8 == 1) {
+            kit::Image<T> w = b;
+            const KeliSizeL sizeL{s.width, s.height};
+            ASSERT_EQ(m.irL(a.data(), a.step(), w.data(), w.step(), sizeL, n), status);
+            ASSERT_EQ(w.bytes(), io.bytes());
+            kit::Image<T> wc = b;
+            ASSERT_EQ(m.cirL(value, wc.data(), wc.step(), sizeL, n), kelStatusOk);
+            ASSERT_EQ(wc.bytes(), ioc.bytes());
         }
-    }
+    };
+    arith_sweep::each_step(m.name, scale_factors<T>(), m.channels == 1 ? 80 : 30, 0, true, check);
 }
 
 TEST(Div, EveryMemberMatchesTheModelOverTheSweep)
 {
-    kit::Rng rng;
-    SCOPED_TRACE("seed " + std::to_string(rng.seed_value()));
-    for (const auto& m : members<Kel8u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16s>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel32f>()) sweep_member(m, rng);
+    const auto sweep = [](auto, const auto& m, kit::Rng& rng) { sweep_member(m, rng); };
+    arith_sweep::each_member<Kel8u, Kel16u, Kel16s, Kel32f>(kMembers, sweep);
 }
 
 // Every pair of 8u operands: against the model, and against the true quotient wherever that
@@ -221,9 +157,7 @@ TEST(Div, TheCallersRoundingModeChangesNoBit)
 
 template <class T, class F> T one(F f, T divisor, T dividend, int n, KelStatus want = kelStatusOk)
 {
-    T d = 77;
-    EXPECT_EQ(f(&divisor, 16, &dividend, 16, &d, 16, KeliSize{1, 1}, n), want);
-    return d;
+    return arith_sweep::one_element<T>(want, f, divisor, dividend, n);
 }
 
 TEST(Div, QuotientsWhereTheRulesBite)
@@ -406,11 +340,8 @@ TEST(DivWide, RowsBeyondThe32BitStepsWalkInChunks)
 {
     const FarRows mem;
     if (!mem.ok()) GTEST_SKIP() << "no address space for a sparse mapping";
-    kit::Rng rng;
-    for (const auto& m : members<Kel8u>()) far_rows_member(mem, m, rng);
-    for (const auto& m : members<Kel16u>()) far_rows_member(mem, m, rng);
-    for (const auto& m : members<Kel16s>()) far_rows_member(mem, m, rng);
-    for (const auto& m : members<Kel32f>()) far_rows_member(mem, m, rng);
+    const auto check = [&](auto, const auto& m, kit::Rng& rng) { far_rows_member(mem, m, rng); };
+    arith_sweep::each_member<Kel8u, Kel16u, Kel16s, Kel32f>(kMembers, check);
 }
 
 }  // namespace

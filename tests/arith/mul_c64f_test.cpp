@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "arith_sweep.hpp"
 #include "keli.h"
 #include "kit/arith.hpp"
 #include "kit/image.hpp"
@@ -37,6 +38,9 @@ template <> std::vector<C64Member<Kel16u>> members() { return KELI_C64_ALL(16u);
 template <> std::vector<C64Member<Kel16s>> members() { return KELI_C64_ALL(16s); }
 template <> std::vector<C64Member<Kel32f>> members() { return KELI_C64_ALL(32f); }
 
+// The members of one element type, for the walks over every type.
+constexpr auto kMembers = [](auto type) { return members<decltype(type)>(); };
+
 // Constants that land products on halves, saturate, shrink, flip signs, and now and then are
 // not finite.
 double constant(kit::Rng& rng)
@@ -49,56 +53,45 @@ double constant(kit::Rng& rng)
     }
 }
 
-template <class T> bool same(T got, T want)
-{
-    if constexpr (std::is_same_v<T, float>)
-        if (std::isnan(got) && std::isnan(want)) return true;
-    return kit::arith::same(got, want);
-}
+// Bit equality, but any not-a-number matches another.
+struct SameOrBothNaN {
+    template <class T> bool operator()(T got, T want) const
+    {
+        if constexpr (std::is_same_v<T, float>)
+            if (std::isnan(got) && std::isnan(want)) return true;
+        return kit::arith::same(got, want);
+    }
+};
 
 template <class T> void sweep_member(const C64Member<T>& m, kit::Rng& rng)
 {
-    const int positions = 16 / sizeof(T);
-    const int maxWidth = m.channels == 1 ? 72 : 30;
-    for (int mode = 0; mode <= 2; ++mode)
-        for (int width = 1; width <= maxWidth; ++width) {
-            const int height = width % 4 == 0 ? 1 : 3;
-            SCOPED_TRACE(std::string(m.name) + " mode " + std::to_string(mode) + " width " + std::to_string(width));
-            kit::Image<T> a(width, height, m.channels, kit::arith::shape(width, mode, positions, sizeof(T)));
-            kit::Image<T> d(width, height, m.channels, kit::arith::shape(width, mode + 1, positions, sizeof(T)));
-            a.fill([&] { return edgy<T>(rng); });
-            d.fill([&] { return edgy<T>(rng); });
+    const arith_sweep::Layout l{m.channels, false};
+    for (int mode = 0; mode <= 2; ++mode) {
+        const auto rm = KelRoundMode(mode);
+        const std::string what = std::string(m.name) + " mode " + std::to_string(mode);
+        const auto check = [&](const arith_sweep::Step& s, int) {
+            auto a = s.image<T>(l.channels, 0), d = s.image<T>(l.channels, 1);
+            arith_sweep::fill_edgy(rng, a, d);
             double c[4];
             for (double& v : c) v = constant(rng);
-            const auto aBefore = a.snapshot(), dBefore = d.snapshot();
-            const auto hint = KelHintAlgorithm(width % 3);
-            const auto rm = KelRoundMode(mode);
-            ASSERT_EQ(m.r(a.data(), a.step(), c, d.data(), d.step(), a.size(), hint, rm), kelStatusOk);
+            const auto hint = KelHintAlgorithm(s.width % 3);
             kit::Image<T> io = a;
-            ASSERT_EQ(m.ir(c, io.data(), io.step(), a.size(), hint, rm), kelStatusOk);
-            EXPECT_EQ(a.bytes(), aBefore);
-            ASSERT_EQ(kit::first_stray_write(d, dBefore, kit::any_element), -1);
-            ASSERT_EQ(kit::first_stray_write(io, aBefore, kit::any_element), -1);
-            for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x)
-                    for (int ch = 0; ch < m.channels; ++ch) {
-                        const T want = reference::mul_c64f(a.at(x, y, ch), c[ch], mode);
-                        ASSERT_TRUE(same(d.at(x, y, ch), want))
-                            << "x " << x << " y " << y << " c " << ch << ": " << double(a.at(x, y, ch)) << " * "
-                            << c[ch] << " gave " << double(d.at(x, y, ch)) << " not " << double(want);
-                        ASSERT_TRUE(same(io.at(x, y, ch), want)) << "in place x " << x << " y " << y << " c " << ch;
-                    }
-        }
+            arith_sweep::check_forms<T>(
+                l, {&a}, d, io, kelStatusOk,
+                [&] { return m.r(a.data(), a.step(), c, d.data(), d.step(), a.size(), hint, rm); },
+                [&] { return m.ir(c, io.data(), io.step(), a.size(), hint, rm); },
+                [&](int x, int y, int ch) { return reference::mul_c64f(a.at(x, y, ch), c[ch], mode); },
+                SameOrBothNaN{});
+        };
+        arith_sweep::each_step(what, {0}, m.channels == 1 ? 72 : 30, mode, false, check);
+        if (::testing::Test::HasFatalFailure()) return;
+    }
 }
 
 TEST(MulC64f, EveryMemberMatchesTheModelInEveryMode)
 {
-    kit::Rng rng;
-    SCOPED_TRACE("seed " + std::to_string(rng.seed_value()));
-    for (const auto& m : members<Kel8u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16s>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel32f>()) sweep_member(m, rng);
+    const auto sweep = [](auto, const auto& m, kit::Rng& rng) { sweep_member(m, rng); };
+    arith_sweep::each_member<Kel8u, Kel16u, Kel16s, Kel32f>(kMembers, sweep);
 }
 
 // One element through the C1 member in a mode.

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "arith_sweep.hpp"
 #include "keli.h"
 #include "kit/arith.hpp"
 #include "kit/image.hpp"
@@ -16,8 +17,6 @@
 #include "reference/mul_div.hpp"
 
 namespace {
-
-using kit::arith::same;
 
 template <class T> struct NormMember {
     const char* name;
@@ -47,63 +46,42 @@ template <class T> std::vector<NormMember<T>> members();
 template <> std::vector<NormMember<Kel8u>> members() { return {KELI_NORM_ALL(8u)}; }
 template <> std::vector<NormMember<Kel16u>> members() { return {KELI_NORM_ALL(16u)}; }
 
-// The family refuses steps below 1, so its images are never stored bottom up.
-kit::Shape upright(int width, int salt, int elementBytes)
-{
-    kit::Shape s = kit::arith::shape(width, salt, 16 / elementBytes, elementBytes);
-    s.flipped = false;
-    return s;
-}
+// The members of one element type, for the walks over every type.
+constexpr auto kMembers = [](auto type) { return members<decltype(type)>(); };
 
 template <class T> void sweep_member(const NormMember<T>& m, kit::Rng& rng)
 {
-    const int maxWidth = m.channels == 1 ? 90 : 36;
-    auto colour = [&](int, int, int c) { return !(m.alpha && c == 3); };
-    for (int width = 1; width <= maxWidth; ++width) {
-        const int height = width % 4 == 0 ? 1 : 3;
-        SCOPED_TRACE(std::string(m.name) + " width " + std::to_string(width));
-        kit::Image<T> a(width, height, m.channels, upright(width, 0, sizeof(T)));
-        kit::Image<T> b(width, height, m.channels, upright(width, 1, sizeof(T)));
-        kit::Image<T> d(width, height, m.channels, upright(width, 2, sizeof(T)));
-        a.fill([&] { return kit::arith::edgy<T>(rng); });
-        b.fill([&] { return kit::arith::edgy<T>(rng); });
-        d.fill([&] { return kit::arith::edgy<T>(rng); });
+    const arith_sweep::Layout l{m.channels, m.alpha};
+    // The family refuses steps below 1, so its images are never stored bottom up.
+    const auto check = [&](const arith_sweep::Step& s, int) {
+        auto a = s.image<T>(l.channels, 0), b = s.image<T>(l.channels, 1);
+        auto d = s.image<T>(l.channels, 2);
+        arith_sweep::fill_edgy(rng, a, b, d);
         T value[4];
         for (T& v : value) v = kit::arith::edgy<T>(rng);
-        const auto aBefore = a.snapshot(), bBefore = b.snapshot(), dBefore = d.snapshot();
 
-        ASSERT_EQ(m.r(a.data(), a.step(), b.data(), b.step(), d.data(), d.step(), a.size()), kelStatusOk);
         kit::Image<T> io = b;
-        ASSERT_EQ(m.ir(a.data(), a.step(), io.data(), io.step(), a.size()), kelStatusOk);
-        kit::Image<T> dc = d;
-        ASSERT_EQ(m.cr(a.data(), a.step(), value, dc.data(), dc.step(), a.size()), kelStatusOk);
-        kit::Image<T> ioc = a;
-        ASSERT_EQ(m.cir(value, ioc.data(), ioc.step(), a.size()), kelStatusOk);
-        EXPECT_EQ(a.bytes(), aBefore);
-        EXPECT_EQ(b.bytes(), bBefore);
-        ASSERT_EQ(kit::first_stray_write(d, dBefore, colour), -1);
-        ASSERT_EQ(kit::first_stray_write(io, bBefore, colour), -1);
-        ASSERT_EQ(kit::first_stray_write(dc, dBefore, colour), -1);
-        ASSERT_EQ(kit::first_stray_write(ioc, aBefore, colour), -1);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x)
-                for (int c = 0; c < (m.alpha ? 3 : m.channels); ++c) {
-                    const T want = reference::mul_norm(a.at(x, y, c), b.at(x, y, c));
-                    const T wantC = reference::mul_norm(a.at(x, y, c), value[c]);
-                    ASSERT_EQ(d.at(x, y, c), want) << "x " << x << " y " << y << " c " << c;
-                    ASSERT_EQ(io.at(x, y, c), want) << "in place x " << x << " y " << y << " c " << c;
-                    ASSERT_EQ(dc.at(x, y, c), wantC) << "constant x " << x << " y " << y << " c " << c;
-                    ASSERT_EQ(ioc.at(x, y, c), wantC) << "constant in place x " << x << " y " << y << " c " << c;
-                }
-    }
+        arith_sweep::check_forms<T>(
+            l, {&a, &b}, d, io, kelStatusOk,
+            [&] { return m.r(a.data(), a.step(), b.data(), b.step(), d.data(), d.step(), a.size()); },
+            [&] { return m.ir(a.data(), a.step(), io.data(), io.step(), a.size()); },
+            [&](int x, int y, int c) { return reference::mul_norm(a.at(x, y, c), b.at(x, y, c)); });
+        if (::testing::Test::HasFatalFailure()) return;
+
+        kit::Image<T> dc = d, ioc = a;
+        arith_sweep::check_forms<T>(
+            l, {&a}, dc, ioc, kelStatusOk,
+            [&] { return m.cr(a.data(), a.step(), value, dc.data(), dc.step(), a.size()); },
+            [&] { return m.cir(value, ioc.data(), ioc.step(), a.size()); },
+            [&](int x, int y, int c) { return reference::mul_norm(a.at(x, y, c), value[c]); });
+    };
+    arith_sweep::each_step(m.name, {0}, m.channels == 1 ? 90 : 36, 0, true, check);
 }
 
 TEST(MulScale, EveryMemberMatchesTheModelOverTheSweep)
 {
-    kit::Rng rng;
-    SCOPED_TRACE("seed " + std::to_string(rng.seed_value()));
-    for (const auto& m : members<Kel8u>()) sweep_member(m, rng);
-    for (const auto& m : members<Kel16u>()) sweep_member(m, rng);
+    const auto sweep = [](auto, const auto& m, kit::Rng& rng) { sweep_member(m, rng); };
+    arith_sweep::each_member<Kel8u, Kel16u>(kMembers, sweep);
 }
 
 // The pairs x[i], y[i] through the vector body (one long row) and through the scalar loop (rows
