@@ -188,8 +188,23 @@ private:
     bool narrow_rows(unsigned char* d, std::int64_t dstStep, std::int64_t x0, std::int64_t y0, std::int64_t w,
                      std::int64_t j0, std::int64_t j1, std::size_t leftBytes, std::size_t rightBytes) const
     {
-        const bool mirror = kind_ == Kind::Mirror, constant = kind_ == Kind::Const;
-        if (!constant && 16 % P != 0) return false;
+        if (kind_ == Kind::Const) return narrow_rows_of<Kind::Const>(d, dstStep, x0, y0, w, j0, j1, leftBytes, rightBytes);
+        if constexpr (16 % P != 0) {
+            return false;
+        } else {
+            if (kind_ == Kind::Repl) return narrow_rows_of<Kind::Repl>(d, dstStep, x0, y0, w, j0, j1, leftBytes, rightBytes);
+            return narrow_rows_of<Kind::Mirror>(d, dstStep, x0, y0, w, j0, j1, leftBytes, rightBytes);
+        }
+    }
+
+    // One kind at a time, with everything it calls inlined: the row loop is a handful of moves
+    // and the interior copy, with nothing decided per row.
+    template <Kind K>
+    [[gnu::flatten]] bool narrow_rows_of(unsigned char* d, std::int64_t dstStep, std::int64_t x0, std::int64_t y0,
+                                         std::int64_t w, std::int64_t j0, std::int64_t j1, std::size_t leftBytes,
+                                         std::size_t rightBytes) const
+    {
+        constexpr bool mirror = K == Kind::Mirror, constant = K == Kind::Const;
         const std::size_t most = mirror ? 16 - P : 48;
         const std::size_t rowBytes = static_cast<std::size_t>(w) * P;
         const std::size_t nl = (leftBytes + 15) / 16, nr = (rightBytes + 15) / 16;
@@ -227,18 +242,32 @@ private:
         }
         const __m128i lo = _mm_load_si128(reinterpret_cast<const __m128i*>(leftOrder));
         const __m128i ro = _mm_load_si128(reinterpret_cast<const __m128i*>(rightOrder));
+        // Locals, so that the row loop does not reload them after every byte store.
+        const unsigned char* const src = src_;
+        const std::int64_t srcStep = srcStep_, lastPixel = (W_ - 1) * std::int64_t(P);
+        const bool ahead = 2 * rowBytes * static_cast<std::size_t>(j1 - j0) > (std::size_t(64) << 10);
         for (std::int64_t j = j0; j < j1; ++j) {
-            const unsigned char* s = src_ + (y0 + j) * srcStep_;
+            const unsigned char* s = src + (y0 + j) * srcStep;
             unsigned char* to = d + j * dstStep;
-            __m128i l = constLeft[0], r = constRight[0];
-            if constexpr (16 % P == 0) {
-                if (kind_ == Kind::Repl)
-                    l = rows::pixel_vector<P>(s), r = rows::pixel_vector<P>(s + (W_ - 1) * std::int64_t(P));
-                else if (mirror)
+            if constexpr (constant) {
+                for (std::size_t k = 0; k < nl; ++k) simd::storeu(to + 16 * k, constLeft[k]);
+                for (std::size_t k = 0; k < nr; ++k) simd::storeu(to + rowBytes - 16 * (k + 1), constRight[k]);
+            } else {
+                __m128i l, r;
+                if constexpr (mirror)
                     l = _mm_shuffle_epi8(simd::loadu(s), lo), r = _mm_shuffle_epi8(simd::loadu(s + lastVector), ro);
+                else
+                    l = rows::pixel_vector<P>(s), r = rows::pixel_vector<P>(s + lastPixel);
+                for (std::size_t k = 0; k < nl; ++k) simd::storeu(to + 16 * k, l);
+                for (std::size_t k = 0; k < nr; ++k) simd::storeu(to + rowBytes - 16 * (k + 1), r);
             }
-            for (std::size_t k = 0; k < nl; ++k) simd::storeu(to + 16 * k, constant ? constLeft[k] : l);
-            for (std::size_t k = 0; k < nr; ++k) simd::storeu(to + rowBytes - 16 * (k + 1), constant ? constRight[k] : r);
+            // The next row's lines are asked for while this one is copied: once source and
+            // destination outgrow the first-level cache, that hides the wait for them; inside
+            // it the requests would only take load slots.
+            for (std::size_t k = 0; ahead && k < rowBytes; k += 64) {
+                _mm_prefetch(reinterpret_cast<const char*>(s + srcStep + interiorFrom) + k, _MM_HINT_T0);
+                _mm_prefetch(reinterpret_cast<const char*>(to + dstStep) + k, _MM_HINT_T0);
+            }
             rows::copy_bytes(s + interiorFrom, to + leftBytes, insideBytes);
         }
         return true;
