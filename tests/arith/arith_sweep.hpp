@@ -42,6 +42,22 @@ template <class... Ts, class Table, class Visit> void each_member(Table table, V
     (members(Ts{}), ...);
 }
 
+// Whether the running test has recorded a failure since this was made: a failure ends the sweep
+// of its own member (or the rest of its step), not that of the members after it.
+class NewFailures {
+public:
+    NewFailures()
+        : result_(*::testing::UnitTest::GetInstance()->current_test_info()->result()),
+          before_(result_.total_part_count())
+    {
+    }
+    bool any() const { return result_.total_part_count() != before_; }
+
+private:
+    const ::testing::TestResult& result_;
+    int before_;
+};
+
 // One step of a member's sweep: a width, one row at every fourth width and three otherwise, and
 // a salt that moves the offsets and padding of the images from one scale factor (or mode) to the
 // next.
@@ -60,17 +76,18 @@ struct Step {
 
 // check(step, n) for every scale factor n (the i-th adds i to the salt) and every width from 1 to
 // maxWidth, which reaches every head and tail length of the vector body; `what` names the member
-// in a failure. Stops at the first fatal failure, as one failing element says enough.
+// in a failure. Stops at the member's first failure, as one failing element says enough.
 template <class Check>
 void each_step(const std::string& what, const std::vector<int>& factors, int maxWidth, int salt, bool upright,
                Check check)
 {
     SCOPED_TRACE(what);
+    const NewFailures failures;
     for (std::size_t f = 0; f < factors.size(); ++f)
         for (int width = 1; width <= maxWidth; ++width) {
             SCOPED_TRACE("n " + std::to_string(factors[f]) + " width " + std::to_string(width));
             check(Step{width, width % 4 == 0 ? 1 : 3, salt + int(f), upright}, factors[f]);
-            if (::testing::Test::HasFatalFailure()) return;
+            if (failures.any()) return;
         }
 }
 
@@ -149,6 +166,7 @@ void sweep_scaled(const M& m, kit::Rng& rng, const std::vector<int>& factors, in
 {
     const Layout l{m.channels, m.alpha};
     const auto check = [&](const Step& s, int n) {
+        const NewFailures failures;
         auto a = s.image<T>(l.channels, 0), b = s.image<T>(l.channels, 1), d = s.image<T>(l.channels, 2);
         fill_edgy(rng, a, b, d);
         T v[4];
@@ -156,7 +174,7 @@ void sweep_scaled(const M& m, kit::Rng& rng, const std::vector<int>& factors, in
         kit::Image<T> io = b;
         check_scaled_images(l, m, n, a, b, d, io, kelStatusOk,
                             [&](int x, int y, int c) { return images(a.at(x, y, c), b.at(x, y, c), n); });
-        if (::testing::Test::HasFatalFailure()) return;
+        if (failures.any()) return;
         auto dc = s.image<T>(l.channels, 3);
         fill_edgy(rng, dc);
         kit::Image<T> ioc = a;

@@ -53,6 +53,7 @@ template <class T> std::vector<int> scale_factors()
 template <class T> void sweep_member(const RoundMember<T>& m, kit::Rng& rng)
 {
     const arith_sweep::Layout l{m.channels, m.alpha};
+    const arith_sweep::NewFailures failures;
     for (int mode = 0; mode <= 2; ++mode) {
         const auto rm = KelRoundMode(mode);
         // The steps are checked, so images are stored top down.
@@ -79,7 +80,7 @@ template <class T> void sweep_member(const RoundMember<T>& m, kit::Rng& rng)
                 [&](int x, int y, int c) { return reference::div_round(b.at(x, y, c), a.at(x, y, c), mode, n); });
         };
         arith_sweep::each_step(what, scale_factors<T>(), m.channels == 1 ? 60 : 24, mode, true, check);
-        if (::testing::Test::HasFatalFailure()) return;
+        if (failures.any()) return;
     }
 }
 

@@ -50,6 +50,7 @@ template <class T> void sweep_member(const Member<T>& m, kit::Rng& rng)
     const arith_sweep::Layout l{m.channels, m.alpha};
     // Top down only: a step below 1 is an error here.
     const auto check = [&](const arith_sweep::Step& s, int n) {
+        const arith_sweep::NewFailures failures;
         auto a = s.image<T>(l.channels, 0), b = s.image<T>(l.channels, 1);
         auto d = s.image<T>(l.channels, 2);
         // a divides b. Zero divisors in some sweeps only; alpha zeros never warn.
@@ -69,7 +70,7 @@ template <class T> void sweep_member(const Member<T>& m, kit::Rng& rng)
         arith_sweep::check_scaled_images(l, m, n, a, b, d, io, status, [&](int x, int y, int c) {
             return reference::div(b.at(x, y, c), a.at(x, y, c), n);
         });
-        if (::testing::Test::HasFatalFailure()) return;
+        if (failures.any()) return;
 
         // The constant: never zero here (a zero is an error, tested on its own).
         T value[4];
@@ -80,7 +81,7 @@ template <class T> void sweep_member(const Member<T>& m, kit::Rng& rng)
         arith_sweep::check_scaled_constant<T>(l, m, n, b, value, dc, ioc, [&](int x, int y, int c) {
             return reference::div_const(b.at(x, y, c), value[c], n);
         });
-        if (::testing::Test::HasFatalFailure()) return;
+        if (failures.any()) return;
 
         // The wide members on a size that fits: the 32-bit body with its status.
         if (s.width % 8 == 1) {
