@@ -245,7 +245,7 @@ private:
         // Locals, so that the row loop does not reload them after every byte store.
         const unsigned char* const src = src_;
         const std::int64_t srcStep = srcStep_, lastPixel = (W_ - 1) * std::int64_t(P);
-        const bool ahead = 2 * rowBytes * static_cast<std::size_t>(j1 - j0) > (std::size_t(64) << 10);
+        const bool ahead = rowBytes < 2048 && 2 * rowBytes * static_cast<std::size_t>(j1 - j0) > (std::size_t(64) << 10);
         for (std::int64_t j = j0; j < j1; ++j) {
             const unsigned char* s = src + (y0 + j) * srcStep;
             unsigned char* to = d + j * dstStep;
@@ -263,7 +263,7 @@ private:
             }
             // The next row's lines are asked for while this one is copied: once source and
             // destination outgrow the first-level cache, that hides the wait for them; inside
-            // it the requests would only take load slots.
+            // it the requests would only take load slots. Longer rows prefetch in the copy.
             for (std::size_t k = 0; ahead && k < rowBytes; k += 64) {
                 _mm_prefetch(reinterpret_cast<const char*>(s + srcStep + interiorFrom) + k, _MM_HINT_T0);
                 _mm_prefetch(reinterpret_cast<const char*>(to + dstStep) + k, _MM_HINT_T0);

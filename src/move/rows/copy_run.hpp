@@ -67,9 +67,10 @@ template <std::size_t Turn, bool Stream> inline std::size_t copy_body(const Byte
     auto store = [](Byte* p, __m128i v) { Stream ? stn(p, v) : sta(p, v); };
     const std::size_t body = n / Turn * Turn;
     // Every line of both sides is asked for ahead: an ordinary store to a line not in cache
-    // first reads it, and these reads otherwise wait in line behind the loads.
+    // first reads it, and these reads otherwise wait in line behind the loads. Copies ask from
+    // as far as reductions do: from memory the nearer distance leaves the loop waiting.
     auto ahead = [](const Byte* from, Byte* to) {
-        for (std::size_t k = 0; k < Turn; k += 64) simd::prefetch_ahead(from + k), simd::prefetch_ahead(to + k);
+        for (std::size_t k = 0; k < Turn; k += 64) simd::read_ahead(from + k), simd::read_ahead(to + k);
     };
     if (simd::aligned16(s)) {
         for (std::size_t i = 0; i < body; i += Turn) {
