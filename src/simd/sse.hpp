@@ -70,8 +70,8 @@ inline void prefetch_ahead(const void* p)
     _mm_prefetch(static_cast<const char*>(p) + kPrefetchBytes, _MM_HINT_T0);
 }
 
-// Reductions, which only read, ask from twice as far: with no stores in their loops more reads
-// can be in flight, and their loops run through a line faster than a streaming copy does.
+// Reductions and long copies ask from twice as far: their loops run through a line faster
+// than a loop that computes, so from memory the nearer distance leaves them waiting.
 constexpr std::size_t kReadAheadBytes = 2048;
 inline void read_ahead(const void* p)
 {
