@@ -2,7 +2,7 @@
 # Installs the Debian packages the build, the tests, the demo and the benchmarks need,
 # when they are missing. Pass "bench" to add the benchmark peers.
 set -euo pipefail
-packages=(cmake ninja-build g++ pkg-config python3 libgtest-dev libpng-dev)
+packages=(cmake ninja-build ccache g++ pkg-config python3 libgtest-dev libpng-dev)
 if [ "${1:-}" = bench ]; then
   packages+=(libbenchmark-dev libopencv-dev libfftw3-dev python3-matplotlib)
 fi

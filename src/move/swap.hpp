@@ -29,13 +29,17 @@ template <class... S> inline KelStatus zero_steps(S... step)
     return ((step == 0) || ...) ? kelStatusBadStep : kelStatusOk;
 }
 
-// The table: source channels below the input's channel count. C3C4 differs: 3 is the constant,
-// anything above keeps the destination's channel, and only negative entries are refused.
+// Source channels an entry may name. AC4 reads four channels but its alpha is no colour: the
+// three colour channels are the only legal sources, as in the three-channel forms.
+constexpr int legal_sources(SwapForm f) { return f == SwapForm::AC4 ? 3 : in_channels(f); }
+
+// The table: entries compared unsigned against the legal sources. C3C4 differs: 3 is the
+// constant, anything above keeps the destination's channel, and only negative entries are refused.
 inline KelStatus order(SwapForm f, const int* dstOrder)
 {
     for (int i = 0; i < entries(f); ++i) {
         if (f == SwapForm::C3C4 ? dstOrder[i] < 0
-                                : static_cast<unsigned>(dstOrder[i]) >= static_cast<unsigned>(in_channels(f)))
+                                : static_cast<unsigned>(dstOrder[i]) >= static_cast<unsigned>(legal_sources(f)))
             return kelStatusBadChannelOrder;
     }
     return kelStatusOk;

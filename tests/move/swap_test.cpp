@@ -211,3 +211,61 @@ TEST(SwapChannels, ChecksRunInTheOrderOfEachForm)
 }
 
 }  // namespace
+
+namespace {
+
+// Each form's order table at its edges: the largest legal entry works, the next one is refused
+// with nothing written, in every element type and in every entry position.
+template <class T> void order_table_edges()
+{
+    using S = Swap<T>;
+    T src[16], dst[16];
+    for (int i = 0; i < 16; ++i) src[i] = static_cast<T>(i + 1);
+    const KeliSize one{1, 1};
+    auto refused = [&](auto call) {
+        std::memset(dst, kit::kCanary, sizeof dst);
+        const KelStatus s = call();
+        for (std::size_t i = 0; i < sizeof dst; ++i)
+            if (reinterpret_cast<const Kel8u*>(dst)[i] != kit::kCanary) return kelStatusOk;
+        return s;
+    };
+    const int b = static_cast<int>(sizeof(T));
+    for (int pos = 0; pos < 3; ++pos) {
+        int ok3[3] = {0, 1, 2}, bad3[3] = {0, 1, 2}, ok4c3[3] = {0, 1, 2}, bad4c3[3] = {0, 1, 2};
+        ok3[pos] = 2, bad3[pos] = 3, ok4c3[pos] = 3, bad4c3[pos] = 4;
+        EXPECT_EQ(S::c3(src, 3 * b, dst, 3 * b, one, ok3), kelStatusOk);
+        EXPECT_EQ(refused([&] { return S::c3(src, 3 * b, dst, 3 * b, one, bad3); }), kelStatusBadChannelOrder);
+        EXPECT_EQ(S::ac4(src, 4 * b, dst, 4 * b, one, ok3), kelStatusOk);
+        EXPECT_EQ(refused([&] { return S::ac4(src, 4 * b, dst, 4 * b, one, bad3); }), kelStatusBadChannelOrder);
+        EXPECT_EQ(S::c4c3(src, 4 * b, dst, 3 * b, one, ok4c3), kelStatusOk);
+        EXPECT_EQ(refused([&] { return S::c4c3(src, 4 * b, dst, 3 * b, one, bad4c3); }), kelStatusBadChannelOrder);
+    }
+    for (int pos = 0; pos < 4; ++pos) {
+        int ok4[4] = {0, 1, 2, 3}, bad4[4] = {0, 1, 2, 3}, keep[4] = {0, 1, 2, 3}, negative[4] = {0, 1, 2, 3};
+        ok4[pos] = 3, bad4[pos] = 4, keep[pos] = 0, negative[pos] = -1;
+        EXPECT_EQ(S::c4(src, 4 * b, dst, 4 * b, one, ok4), kelStatusOk);
+        EXPECT_EQ(refused([&] { return S::c4(src, 4 * b, dst, 4 * b, one, bad4); }), kelStatusBadChannelOrder);
+        EXPECT_EQ(S::c3c4(src, 3 * b, dst, 4 * b, one, keep, T()), kelStatusOk);
+        EXPECT_EQ(refused([&] { return S::c3c4(src, 3 * b, dst, 4 * b, one, negative, T()); }),
+                  kelStatusBadChannelOrder);
+    }
+}
+
+TEST(SwapChannels, OrderTablesHoldAtTheirEdgesInEveryType)
+{
+    order_table_edges<Kel8u>();
+    order_table_edges<Kel16u>();
+    order_table_edges<Kel16s>();
+    order_table_edges<Kel32s>();
+    order_table_edges<Kel32f>();
+    Kel8u pixels[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    const int ok3[3] = {2, 2, 2}, bad3[3] = {0, 3, 1}, ok4[4] = {3, 3, 3, 3}, bad4[4] = {4, 0, 1, 2};
+    EXPECT_EQ(keliSwapChannels_8u_C3IR(pixels, 3, {1, 1}, ok3), kelStatusOk);
+    EXPECT_EQ(keliSwapChannels_8u_C3IR(pixels, 3, {1, 1}, bad3), kelStatusBadChannelOrder);
+    EXPECT_EQ(keliSwapChannels_8u_C4IR(pixels + 4, 4, {1, 1}, ok4), kelStatusOk);
+    EXPECT_EQ(keliSwapChannels_8u_C4IR(pixels + 4, 4, {1, 1}, bad4), kelStatusBadChannelOrder);
+    const Kel8u want[8] = {3, 3, 3, 4, 8, 8, 8, 8};
+    EXPECT_EQ(std::memcmp(pixels, want, 8), 0);
+}
+
+}  // namespace
