@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes include/keli.h and the export bindings from the tables under api/.
+"""Writes include/keli.h, the export bindings and the Python ctypes layer from the tables under api/.
 
 A table, api/<subsystem>/<family>.api, is the one place where an export's name, its C
 prototype and the body it calls are written. This script only expands and copies them:
@@ -17,11 +17,16 @@ Table syntax (one statement a line, '#' starts a comment line):
 
 Nested 'for' lines form a product, the first line varying slowest. Outputs are written
 only when their content changes; '--check' reports stale outputs and exits 1 instead.
+
+The Python package's low layer comes from the same tables and from include/keli_types.h
+(python/keli/_exports.py and _types.py, see gen_python.py).
 """
 import itertools
 import pathlib
 import re
 import sys
+
+import gen_python
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 SUBSYSTEMS = [
@@ -167,7 +172,22 @@ def render(tables):
     header.append(HEADER_BOTTOM)
     outputs = {ROOT / "include" / "keli.h": "".join(header)}
     outputs.update(bindings)
+    outputs.update(render_python(tables))
     return outputs
+
+
+def render_python(tables):
+    types_path = ROOT / "include" / "keli_types.h"
+    try:
+        types = gen_python.TypesHeader(types_path.read_text())
+        entries = [(name, proto) for _, _, (_, _, family) in tables for name, proto, _ in family]
+        package = ROOT / "python" / "keli"
+        return {
+            package / "_types.py": gen_python.render_types(types, types_path.relative_to(ROOT)),
+            package / "_exports.py": gen_python.render_exports(types, entries),
+        }
+    except ValueError as error:
+        raise TableError(str(error))
 
 
 def main(argv):

@@ -1,0 +1,199 @@
+"""The numpy side of a keli call: element tokens, layouts, views, outputs and export lookup.
+
+An image is a numpy array of shape (height, width) or (height, width, channels) with 1, 3 or 4
+channels. keli takes it without a copy when the elements of a row are packed (the column
+stride is the pixel size, the channel stride the element size); the row stride is free, so
+slices of rows and columns go in as they are. Anything else is copied into a packed array
+first (inputs) or refused (outputs, which must be written where they are). Rows must also run
+forward: most keli calls refuse a row step below 1, so a flipped view (a[::-1]) is copied as
+an input and refused as an output.
+"""
+import ctypes
+import functools
+
+import numpy as np
+
+from . import _types
+from ._exports import EXPORTS
+from ._lib import lib
+from .errors import raise_or_warn
+
+# numpy dtype -> element token of the export names.
+TOKENS = {
+    np.dtype(np.uint8): "8u",
+    np.dtype(np.int8): "8s",
+    np.dtype(np.uint16): "16u",
+    np.dtype(np.int16): "16s",
+    np.dtype(np.uint32): "32u",
+    np.dtype(np.int32): "32s",
+    np.dtype(np.float32): "32f",
+    np.dtype(np.float64): "64f",
+}
+DTYPES = {token: dtype for dtype, token in TOKENS.items()}
+CTYPES = {token: getattr(_types, "Kel" + token) for token in TOKENS.values()}
+
+
+class View:
+    """An array as keli sees it: first-pixel address, row step in bytes, size, layout."""
+
+    __slots__ = ("array", "ptr", "step", "size", "width", "height", "channels", "layout", "token")
+
+    def __init__(self, array, layout, channels):
+        self.array = array
+        self.height, self.width = array.shape[0], array.shape[1]
+        self.channels = channels
+        self.layout = layout
+        self.token = TOKENS[array.dtype]
+        self.ptr = array.ctypes.data
+        row_bytes = self.width * channels * array.itemsize
+        self.step = array.strides[0] if self.height > 1 else row_bytes
+        self.size = _types.KeliSize(self.width, self.height)
+
+    def same_memory(self, other):
+        return self.ptr == other.ptr and self.step == other.step and self.array.shape == other.array.shape
+
+
+def layout_of(shape, keep_alpha=False):
+    """(layout token, channels) of an image shape; 4 channels with keep_alpha is AC4."""
+    if len(shape) == 2:
+        return "C1", 1
+    if len(shape) == 3 and shape[2] in (1, 3, 4):
+        channels = shape[2]
+        if channels == 4 and keep_alpha:
+            return "AC4", 4
+        return f"C{channels}", channels
+    raise ValueError(f"keli: an image is (height, width) or (height, width, 1|3|4), not {shape}")
+
+
+def _packed(array, channels):
+    """True when the elements of each row are consecutive and the rows run forward."""
+    item = array.itemsize
+    if array.ndim == 3 and channels > 1 and array.strides[2] != item:
+        return False
+    if array.shape[0] > 1 and array.strides[0] < array.shape[1] * channels * item:
+        return False
+    return array.shape[1] <= 1 or array.strides[1] == channels * item
+
+
+def _checked_dtype(array):
+    if array.dtype not in TOKENS:
+        raise TypeError(f"keli: no element type for dtype {array.dtype}")
+
+
+def source(array, keep_alpha=False):
+    """View of an input image, copied into a packed array only if its rows are not packed."""
+    array = np.asarray(array)
+    if not array.dtype.isnative:
+        array = array.astype(array.dtype.newbyteorder("="))
+    _checked_dtype(array)
+    layout, channels = layout_of(array.shape, keep_alpha)
+    if not _packed(array, channels):
+        array = np.ascontiguousarray(array)
+    return View(array, layout, channels)
+
+
+def output(out, shape, dtype, like=None):
+    """View of the destination: `out` when given (checked, written where it is), else new.
+
+    AC4 calls leave the destination's alpha as it was, so a new four-channel output starts
+    with the source's alpha (cast by numpy) when the shapes match, and with 0 otherwise."""
+    dtype = np.dtype(dtype)
+    keep_alpha = like is not None and like.layout == "AC4"
+    if out is None:
+        if keep_alpha and like.array.shape == tuple(shape):
+            out = np.empty(shape, dtype)
+            out[..., 3] = like.array[..., 3]
+        else:
+            out = (np.zeros if keep_alpha else np.empty)(shape, dtype)
+    else:
+        if not isinstance(out, np.ndarray):
+            raise TypeError("keli: out must be a numpy array")
+        if out.shape != tuple(shape) or out.dtype != dtype:
+            raise ValueError(f"keli: out must be {dtype} of shape {tuple(shape)}, not {out.dtype} {out.shape}")
+        if not out.flags.writeable:
+            raise ValueError("keli: out is read-only")
+    layout, channels = layout_of(out.shape, keep_alpha)
+    if not _packed(out, channels):
+        raise ValueError("keli: out must have packed rows (unit column and channel strides)")
+    return View(out, layout, channels)
+
+
+def constants(values, token, count, what="value"):
+    """A ctypes array of `count` elements of type `token`; a scalar is repeated.
+
+    Integer values must fit the element type: keli takes its constants in the image's type,
+    so a silent wrap would compute something else."""
+    items = np.broadcast_to(np.asarray(values), (count,)) if np.ndim(values) == 0 else np.asarray(values)
+    if items.shape != (count,):
+        raise ValueError(f"keli: {what} needs {count} element(s), got {np.shape(values)}")
+    dtype = DTYPES[token]
+    if dtype.kind in "iu":
+        info = np.iinfo(dtype)
+        if not np.all(np.equal(np.mod(items, 1), 0)) or items.min() < info.min or items.max() > info.max:
+            raise ValueError(f"keli: {what} {values!r} is not representable as {dtype}")
+    return (CTYPES[token] * count)(*items.astype(dtype).tolist())
+
+
+def constant(value, token, what="value"):
+    """One element of type `token` (C1 members take their constant by value)."""
+    return constants(value, token, 1, what)[0]
+
+
+def value_count(layout):
+    """Elements of a per-channel constant: colour channels only in AC4."""
+    return {"C1": 1, "C3": 3, "C4": 4, "AC4": 3}[layout]
+
+
+class Missing(TypeError):
+    """No export for this combination of element type and layout."""
+
+
+def export(pattern, **fields):
+    """The export named by `pattern` with `fields` filled in, or Missing saying what exists.
+
+    `pattern` is an export name with {placeholders}; `t` is the element token and `l` the
+    layout, for instance "keliAdd_{t}_{l}{i}RSfs" with t="8u", l="C3", i="I"."""
+    name = pattern.format(**fields)
+    if name in EXPORTS:
+        return name
+    dtypes = [str(d) for tok, d in DTYPES.items() if pattern.format(**{**fields, "t": tok}) in EXPORTS]
+    layouts = [l for l in ("C1", "C3", "C4", "AC4") if pattern.format(**{**fields, "l": l}) in EXPORTS]
+    have = []
+    if "t" in fields:
+        have.append("dtypes " + (", ".join(dtypes) or "none") + f" with layout {fields.get('l', '')}")
+    if "l" in fields:
+        have.append("layouts " + (", ".join(layouts) or "none") + f" with {DTYPES.get(fields.get('t'), '')}")
+    raise Missing(f"keli: no export {name}; " + "; ".join(have))
+
+
+def address(array):
+    return array.ctypes.data if array is not None else None
+
+
+def pointers(arrays):
+    """A C array of pointers to the given numpy arrays."""
+    return (ctypes.c_void_p * len(arrays))(*[a.ctypes.data for a in arrays])
+
+
+@functools.lru_cache(maxsize=None)
+def _bound(name):
+    return getattr(lib, name)
+
+
+def find(pattern, **fields):
+    """(name, bound C function) of the export `pattern` names; see `export`."""
+    name = export(pattern, **fields)
+    return name, _bound(name)
+
+
+def run(name, function, *args):
+    """Calls a bound export; a negative status raises keli.Error, a positive one warns."""
+    status = function(*args)
+    if status:
+        raise_or_warn(status, name)
+    return status
+
+
+def same_image(a, b):
+    if a.shape != b.shape or a.dtype != b.dtype:
+        raise ValueError(f"keli: images differ: {a.dtype} {a.shape} and {b.dtype} {b.shape}")
