@@ -106,6 +106,8 @@ def render_types(header, source):
     for name, members in header.enums.items():
         out.append(f"\n\nclass {name}(enum.IntEnum):\n")
         out += [f"    {member} = {value}\n" for member, value in members]
+    names = [*header.scalars, *header.structs, *header.enums]
+    out.append("\n\n__all__ = [\n" + "".join(f'    "{n}",\n' for n in names) + "]\n")
     return "".join(out)
 
 

@@ -53,6 +53,15 @@ class View:
         return self.ptr == other.ptr and self.step == other.step and self.array.shape == other.array.shape
 
 
+def as_single_channel(view):
+    """A C3 or C4 view seen as C1 rows of width * channels elements, for element-wise calls
+    whose members exist for one channel only (the memory is the same; AC4 cannot be)."""
+    if view.layout not in ("C3", "C4"):
+        return view
+    rows = view.array.reshape(view.height, view.width * view.channels)
+    return View(rows, "C1", 1)
+
+
 def layout_of(shape, keep_alpha=False):
     """(layout token, channels) of an image shape; 4 channels with keep_alpha is AC4."""
     if len(shape) == 2:
@@ -68,6 +77,8 @@ def layout_of(shape, keep_alpha=False):
 def _packed(array, channels):
     """True when the elements of each row are consecutive and the rows run forward."""
     item = array.itemsize
+    if array.size == 0:
+        return True  # numpy gives empty arrays zero strides; keli refuses the size itself
     if array.ndim == 3 and channels > 1 and array.strides[2] != item:
         return False
     if array.shape[0] > 1 and array.strides[0] < array.shape[1] * channels * item:

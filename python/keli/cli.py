@@ -160,14 +160,19 @@ OPERATIONS = {
 
 
 def parser():
+    width = max(map(len, OPERATIONS)) + 2
+    listing = "\n".join(f"  {name:<{width}}{summary}" for name, (summary, _, _) in OPERATIONS.items())
     top = argparse.ArgumentParser(
         prog="keli",
-        description="Run one keli operation over image files (PNG, JPEG, TIFF, .npy).",
+        usage="keli OP IN OUT [options]   (keli OP --help for an operation's options)",
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+        description="Run one keli operation over image files (PNG, JPEG, TIFF, .npy).\n\n"
+        f"operations:\n{listing}",
         epilog="IN may be a file, a directory or a quoted glob; with several inputs OUT is a directory.",
     )
     commands = top.add_subparsers(dest="operation", metavar="OP", required=True)
     for name, (summary, arguments, _) in OPERATIONS.items():
-        sub = commands.add_parser(name, help=summary, description=summary)
+        sub = commands.add_parser(name, description=summary)
         sub.add_argument("input", metavar="IN")
         if name != "stats":
             sub.add_argument("output", metavar="OUT")

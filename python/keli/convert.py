@@ -2,7 +2,7 @@
 rescale (one type's whole range onto another's) and scale_linear (x * mul + add)."""
 import numpy as np
 
-from ._image import TOKENS, Missing, find, output, run, source
+from ._image import TOKENS, Missing, as_single_channel, find, output, run, source
 from ._types import KelHintAlgorithm, KelRoundMode
 from ._exports import EXPORTS
 
@@ -31,7 +31,7 @@ def hint(accurate):
 def convert(a, dtype, *, rounding="near", scale=0, out=None, keep_alpha=False):
     """a as `dtype`: integers keep their value or saturate; floats round by `rounding`.
 
-    scale=n divides by 2**n before rounding (single-channel members only). Widening integer
+    scale=n divides by 2**n before rounding. Widening integer
     conversions have no rounding to do and ignore it. A conversion keli lacks raises TypeError
     naming the pairs it has."""
     src = source(a, keep_alpha)
@@ -41,8 +41,14 @@ def convert(a, dtype, *, rounding="near", scale=0, out=None, keep_alpha=False):
     pair = src.token + TOKENS[dst_dtype]
     dst = output(out, src.array.shape, dst_dtype, like=src)
     mode = rounding_mode(rounding)
-    for form in ("{l}R", "C1Rs", "C1RSfs") if not scale else ("C1RSfs",):
-        name = f"keliConvert_{pair}_" + form.format(l=src.layout)
+    result = dst.array
+    if f"keliConvert_{pair}_{src.layout}R" not in EXPORTS:
+        # Conversion is element-wise: colour pixels convert as one long row of elements.
+        src, dst = as_single_channel(src), as_single_channel(dst)
+    for form in (f"{src.layout}R", "C1Rs", "C1RSfs") if not scale else ("C1RSfs",):
+        if form.startswith("C1") and src.layout != "C1":
+            continue
+        name = f"keliConvert_{pair}_{form}"
         if name not in EXPORTS:
             continue
         function = find(name)[1]
@@ -50,7 +56,7 @@ def convert(a, dtype, *, rounding="near", scale=0, out=None, keep_alpha=False):
         if "roundMode" in EXPORTS[name][2]:
             extra = (mode, int(scale)) if form == "C1RSfs" else (mode,)
         run(name, function, src.ptr, src.step, dst.ptr, dst.step, dst.size, *extra)
-        return dst.array
+        return result
     raise Missing(
         f"keli: no conversion {src.array.dtype} -> {dst_dtype} for layout {src.layout}"
         + (f" with scale={scale}" if scale else "")
