@@ -9,7 +9,6 @@ forward: most keli calls refuse a row step below 1, so a flipped view (a[::-1]) 
 an input and refused as an output.
 """
 import ctypes
-import functools
 
 import numpy as np
 
@@ -33,24 +32,61 @@ DTYPES = {token: dtype for dtype, token in TOKENS.items()}
 CTYPES = {token: getattr(_types, "Kel" + token) for token in TOKENS.values()}
 
 
+def _data_address_reader():
+    """The fastest reader of an array's data pointer that agrees with numpy's own.
+
+    ndarray.ctypes.data builds a helper object on every use, several microseconds, which is
+    more than a small keli call. The data pointer is the first field behind the object
+    header of every ndarray, so it is read there, once this reading has been checked against
+    numpy's answer on arrays of several kinds; otherwise numpy's way is kept."""
+    header = ctypes.sizeof(ctypes.c_ssize_t) + ctypes.sizeof(ctypes.c_void_p)
+    read = ctypes.c_void_p.from_address
+
+    def fast(array):
+        return read(id(array) + header).value
+
+    probes = [np.arange(24, dtype=np.uint16).reshape(4, 6), np.zeros((5, 7, 3), np.float32)[1:, 2:]]
+    if all(fast(a) == a.ctypes.data for a in probes):
+        return fast
+    return lambda array: array.ctypes.data
+
+
+data_address = _data_address_reader()
+
+
 class View:
-    """An array as keli sees it: first-pixel address, row step in bytes, size, layout."""
+    """An array as keli sees it: first-pixel address, row step in bytes, layout, element token."""
 
-    __slots__ = ("array", "ptr", "step", "size", "width", "height", "channels", "layout", "token")
+    __slots__ = ("array", "ptr", "step", "channels", "layout", "token")
 
-    def __init__(self, array, layout, channels):
+    def __init__(self, array, layout, channels, token, step=None):
         self.array = array
-        self.height, self.width = array.shape[0], array.shape[1]
         self.channels = channels
         self.layout = layout
-        self.token = TOKENS[array.dtype]
-        self.ptr = array.ctypes.data
-        row_bytes = self.width * channels * array.itemsize
-        self.step = array.strides[0] if self.height > 1 else row_bytes
-        self.size = _types.KeliSize(self.width, self.height)
+        self.token = token
+        self.ptr = data_address(array)
+        self.step = step if step is not None else _step(array, channels)
+
+    @property
+    def height(self):
+        return self.array.shape[0]
+
+    @property
+    def width(self):
+        return self.array.shape[1]
+
+    @property
+    def size(self):
+        shape = self.array.shape
+        return _types.KeliSize(shape[1], shape[0])
 
     def same_memory(self, other):
         return self.ptr == other.ptr and self.step == other.step and self.array.shape == other.array.shape
+
+
+def _step(array, channels):
+    """The row step: numpy's row stride, or the row's bytes for a single row."""
+    return array.strides[0] if array.shape[0] > 1 else array.shape[1] * channels * array.itemsize
 
 
 def as_single_channel(view):
@@ -59,48 +95,73 @@ def as_single_channel(view):
     if view.layout not in ("C3", "C4"):
         return view
     rows = view.array.reshape(view.height, view.width * view.channels)
-    return View(rows, "C1", 1)
+    return View(rows, "C1", 1, view.token)
+
+
+# (ndim, last extent, keep_alpha) -> (layout, channels)
+_LAYOUTS = {(2, None, False): ("C1", 1), (2, None, True): ("C1", 1)}
+for _c in (1, 3, 4):
+    for _alpha in (False, True):
+        _LAYOUTS[(3, _c, _alpha)] = ("AC4" if _c == 4 and _alpha else f"C{_c}", _c)
 
 
 def layout_of(shape, keep_alpha=False):
     """(layout token, channels) of an image shape; 4 channels with keep_alpha is AC4."""
-    if len(shape) == 2:
-        return "C1", 1
-    if len(shape) == 3 and shape[2] in (1, 3, 4):
-        channels = shape[2]
-        if channels == 4 and keep_alpha:
-            return "AC4", 4
-        return f"C{channels}", channels
-    raise ValueError(f"keli: an image is (height, width) or (height, width, 1|3|4), not {shape}")
+    key = (len(shape), shape[2] if len(shape) == 3 else None, bool(keep_alpha))
+    try:
+        return _LAYOUTS[key]
+    except KeyError:
+        raise ValueError(f"keli: an image is (height, width) or (height, width, 1|3|4), not {shape}") from None
 
 
 def _packed(array, channels):
     """True when the elements of each row are consecutive and the rows run forward."""
     item = array.itemsize
-    if array.size == 0:
+    shape, strides = array.shape, array.strides
+    if 0 in shape:
         return True  # numpy gives empty arrays zero strides; keli refuses the size itself
-    if array.ndim == 3 and channels > 1 and array.strides[2] != item:
+    if shape[1] > 1 and strides[1] != channels * item:
         return False
-    if array.shape[0] > 1 and array.strides[0] < array.shape[1] * channels * item:
+    if channels > 1 and strides[2] != item:
         return False
-    return array.shape[1] <= 1 or array.strides[1] == channels * item
+    return shape[0] <= 1 or strides[0] >= shape[1] * channels * item
 
 
-def _checked_dtype(array):
-    if array.dtype not in TOKENS:
-        raise TypeError(f"keli: no element type for dtype {array.dtype}")
+# What an array's geometry means to keli, by (shape, strides, dtype, keep_alpha): most calls
+# see the same few geometries again, and this saves re-deriving them on every small call.
+_GEOMETRIES = {}
+
+
+def _geometry(array, keep_alpha):
+    """(layout, channels, token, step, packed) of an array, remembered by its geometry."""
+    key = (array.shape, array.strides, array.dtype, keep_alpha)
+    geometry = _GEOMETRIES.get(key)
+    if geometry is None:
+        token = TOKENS.get(array.dtype)
+        if token is None:
+            raise TypeError(f"keli: no element type for dtype {array.dtype}")
+        layout, channels = layout_of(array.shape, keep_alpha)
+        geometry = (layout, channels, token, _step(array, channels), _packed(array, channels))
+        if len(_GEOMETRIES) > 4096:
+            _GEOMETRIES.clear()
+        _GEOMETRIES[key] = geometry
+    return geometry
 
 
 def source(array, keep_alpha=False):
     """View of an input image, copied into a packed array only if its rows are not packed."""
-    array = np.asarray(array)
-    if not array.dtype.isnative:
-        array = array.astype(array.dtype.newbyteorder("="))
-    _checked_dtype(array)
-    layout, channels = layout_of(array.shape, keep_alpha)
-    if not _packed(array, channels):
+    if type(array) is not np.ndarray:
+        array = np.asarray(array)
+    geometry = _GEOMETRIES.get((array.shape, array.strides, array.dtype, keep_alpha))
+    if geometry is None:
+        if not array.dtype.isnative and array.dtype.newbyteorder("=") in TOKENS:
+            array = array.astype(array.dtype.newbyteorder("="))
+        geometry = _geometry(array, keep_alpha)
+    layout, channels, token, step, packed = geometry
+    if not packed:
         array = np.ascontiguousarray(array)
-    return View(array, layout, channels)
+        step = None
+    return View(array, layout, channels, token, step)
 
 
 def output(out, shape, dtype, like=None):
@@ -108,7 +169,6 @@ def output(out, shape, dtype, like=None):
 
     AC4 calls leave the destination's alpha as it was, so a new four-channel output starts
     with the source's alpha (cast by numpy) when the shapes match, and with 0 otherwise."""
-    dtype = np.dtype(dtype)
     keep_alpha = like is not None and like.layout == "AC4"
     if out is None:
         if keep_alpha and like.array.shape == tuple(shape):
@@ -117,16 +177,17 @@ def output(out, shape, dtype, like=None):
         else:
             out = (np.zeros if keep_alpha else np.empty)(shape, dtype)
     else:
-        if not isinstance(out, np.ndarray):
+        if type(out) is not np.ndarray and not isinstance(out, np.ndarray):
             raise TypeError("keli: out must be a numpy array")
         if out.shape != tuple(shape) or out.dtype != dtype:
-            raise ValueError(f"keli: out must be {dtype} of shape {tuple(shape)}, not {out.dtype} {out.shape}")
+            raise ValueError(f"keli: out must be {np.dtype(dtype)} of shape {tuple(shape)}, "
+                             f"not {out.dtype} {out.shape}")
         if not out.flags.writeable:
             raise ValueError("keli: out is read-only")
-    layout, channels = layout_of(out.shape, keep_alpha)
-    if not _packed(out, channels):
+    layout, channels, token, step, packed = _geometry(out, keep_alpha)
+    if not packed:
         raise ValueError("keli: out must have packed rows (unit column and channel strides)")
-    return View(out, layout, channels)
+    return View(out, layout, channels, token, step)
 
 
 def constants(values, token, count, what="value"):
@@ -186,15 +247,17 @@ def pointers(arrays):
     return (ctypes.c_void_p * len(arrays))(*[a.ctypes.data for a in arrays])
 
 
-@functools.lru_cache(maxsize=None)
-def _bound(name):
-    return getattr(lib, name)
+_FOUND = {}
 
 
 def find(pattern, **fields):
     """(name, bound C function) of the export `pattern` names; see `export`."""
-    name = export(pattern, **fields)
-    return name, _bound(name)
+    key = (pattern, *fields.values())
+    found = _FOUND.get(key)
+    if found is None:
+        name = export(pattern, **fields)
+        found = _FOUND[key] = (name, getattr(lib, name))
+    return found
 
 
 def run(name, function, *args):

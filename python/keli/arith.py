@@ -6,6 +6,7 @@ an image of the same dtype and shape, or a constant: a scalar, or one value per 
 channel. keep_alpha=True treats 4 channels as colour plus alpha (alpha left untouched).
 """
 from ._image import constant, constants, find, output, run, same_image, source, value_count
+from .errors import raise_or_warn
 
 
 def add(a, b, *, scale=0, out=None, keep_alpha=False):
@@ -66,10 +67,12 @@ def _apply(family, a, b, scale, out, keep_alpha, commutes):
     if dst.same_memory(first) or (commutes and dst.same_memory(second)):
         other, target = (second, first) if dst.same_memory(first) else (first, second)
         name, fn = find("keli{f}_{t}_{l}IR{s}", **fields)
-        run(name, fn, other.ptr, other.step, target.ptr, target.step, dst.size, *tail)
+        status = fn(other.ptr, other.step, target.ptr, target.step, dst.size, *tail)
     else:
         name, fn = find("keli{f}_{t}_{l}R{s}", **fields)
-        run(name, fn, second.ptr, second.step, first.ptr, first.step, dst.ptr, dst.step, dst.size, *tail)
+        status = fn(second.ptr, second.step, first.ptr, first.step, dst.ptr, dst.step, dst.size, *tail)
+    if status:  # the two-image forms are the small calls whose overhead counts: run() inlined
+        raise_or_warn(status, name)
     return dst.array
 
 
