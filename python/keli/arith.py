@@ -5,7 +5,9 @@ even (divide: to nearest) and saturate; float32 images take no scale. The second
 an image of the same dtype and shape, or a constant: a scalar, or one value per colour
 channel. keep_alpha=True treats 4 channels as colour plus alpha (alpha left untouched).
 """
-from ._image import constant, constants, find, output, run, same_image, source, value_count
+import numpy as np
+
+from ._image import constant, constants, data_address, find, output, run, same_image, source, value_count
 from .errors import raise_or_warn
 
 
@@ -43,7 +45,53 @@ def absolute(a, *, out=None, keep_alpha=False):
     return dst.array
 
 
+# Two-image calls by the geometry of their arrays (shapes, strides, dtypes, scale): on small
+# images the wrapper's work of finding the member, checking the arrays and choosing the
+# in-place form costs more than keli's own, so a repeated call keeps only the addresses to read.
+_PLANS = {}
+
+
+def _plan_key(family, a, b, out, scale, keep_alpha):
+    if keep_alpha or type(a) is not np.ndarray or type(b) is not np.ndarray:
+        return None
+    if out is None:
+        return (family, scale, a.shape, a.strides, a.dtype, b.shape, b.strides, b.dtype)
+    if type(out) is not np.ndarray or not out.flags.writeable:
+        return None
+    return (family, scale, a.shape, a.strides, a.dtype, b.shape, b.strides, b.dtype, out.strides, out.dtype)
+
+
+def _make_plan(family, fields, first, second, dst, fresh, tail, commutes):
+    """The call for arrays of this geometry, packed in place (no copies were needed)."""
+    name_r, fn_r = find("keli{f}_{t}_{l}R{s}", **fields)
+    name_i, fn_i = find("keli{f}_{t}_{l}IR{s}", **fields)
+    size, shape, dtype = dst.size, first.array.shape, first.array.dtype
+    step_a, step_b, step_out = first.step, second.step, dst.step
+    in_place_a = not fresh and step_out == step_a  # a pointer match then means out is a
+    in_place_b = not fresh and commutes and step_out == step_b
+
+    def call(a, b, out):
+        if out is None:
+            out = np.empty(shape, dtype)
+        pa, pb, po = data_address(a), data_address(b), data_address(out)
+        if in_place_a and po == pa:
+            name, status = name_i, fn_i(pb, step_b, pa, step_a, size, *tail)
+        elif in_place_b and po == pb:
+            name, status = name_i, fn_i(pa, step_a, pb, step_b, size, *tail)
+        else:
+            name, status = name_r, fn_r(pb, step_b, pa, step_a, po, step_out, size, *tail)
+        if status:
+            raise_or_warn(status, name)
+        return out
+
+    return call
+
+
 def _apply(family, a, b, scale, out, keep_alpha, commutes):
+    key = _plan_key(family, a, b, out, scale, keep_alpha)
+    plan = _PLANS.get(key) if key is not None else None
+    if plan is not None:
+        return plan(a, b, out)
     # keli's two-image forms compute src2 <op> src1 (so that the in-place form, which writes
     # its second image, reads "image -= other"): a is src2, b is src1.
     first = source(a, keep_alpha)
@@ -71,8 +119,12 @@ def _apply(family, a, b, scale, out, keep_alpha, commutes):
     else:
         name, fn = find("keli{f}_{t}_{l}R{s}", **fields)
         status = fn(second.ptr, second.step, first.ptr, first.step, dst.ptr, dst.step, dst.size, *tail)
-    if status:  # the two-image forms are the small calls whose overhead counts: run() inlined
+    if status:
         raise_or_warn(status, name)
+    if key is not None and first.array is a and second.array is b:
+        if len(_PLANS) > 1024:
+            _PLANS.clear()
+        _PLANS[key] = _make_plan(family, fields, first, second, dst, out is None, tail, commutes)
     return dst.array
 
 

@@ -1,4 +1,7 @@
 """Slices and strided arrays without copies, out= and the in-place members."""
+import contextlib
+import warnings
+
 import numpy as np
 import pytest
 
@@ -87,3 +90,41 @@ def test_out_of_the_wrong_kind_is_refused(rng):
     frozen.flags.writeable = False
     with pytest.raises(ValueError, match="read-only"):
         keli.add(image, 1, out=frozen)
+
+
+@pytest.mark.parametrize("operation", [keli.add, keli.subtract, keli.multiply, keli.divide])
+def test_a_repeated_call_of_the_same_geometry_gives_the_same_results(rng, operation):
+    # The second call of each kind takes the remembered plan instead of the full dispatch.
+    a, b = random_image(rng, (7, 12, 3), np.uint16), random_image(rng, (7, 12, 3), np.uint16)
+    b[0, 0, 0] = 0
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        expected = operation(a, b, scale=1)
+    for _ in range(2):
+        with _expected_warnings(operation):
+            assert np.array_equal(operation(a, b, scale=1), expected)
+        out = np.zeros_like(a)
+        with _expected_warnings(operation):
+            assert operation(a, b, scale=1, out=out) is out and np.array_equal(out, expected)
+        in_place = a.copy()
+        with _expected_warnings(operation):
+            operation(in_place, b, scale=1, out=in_place)
+        assert np.array_equal(in_place, expected)
+        other = b.copy()
+        with _expected_warnings(operation):
+            operation(a, other, scale=1, out=other)
+        assert np.array_equal(other, expected)
+    frozen = np.zeros_like(a)
+    frozen.flags.writeable = False
+    with pytest.raises(ValueError, match="read-only"):
+        operation(a, b, scale=1, out=frozen)
+
+
+@contextlib.contextmanager
+def _expected_warnings(operation):
+    """Exactly a DivByZeroWarn for a division by an image holding a zero, nothing otherwise."""
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        yield
+    expected = [keli.DivByZeroWarn] if operation is keli.divide else []
+    assert [w.category for w in caught] == expected
