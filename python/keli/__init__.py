@@ -18,7 +18,18 @@ from .borders import pad
 from .convert import convert, rescale, scale_linear
 from .threshold import otsu_threshold, threshold, threshold_range
 from .histogram import LookupTable, equalize, histogram, lut, palette
-from .stats import argmax, argmin, dot, max, mean, min, min_max, norm, sum
+from .move import copy, fill, from_bits, swap_channels, to_bits
+from .stats import argmax, argmin, dot, max, mean, min, min_max, norm, quality_index, sad, sum
 from .errors import *  # noqa: F401,F403 (Error, KeliWarning and one class per status)
 
 __version__ = "2022.3.0"
+
+
+def library_version():
+    """The library's version record as a dict (keliGetLibVersion)."""
+    record = lib.keliGetLibVersion().contents
+    return {
+        "major": record.major, "minor": record.minor, "major_build": record.majorBuild, "build": record.build,
+        "target_cpu": record.targetCpu.decode(), "name": record.Name.decode(),
+        "version": record.Version.decode(), "build_date": record.BuildDate.decode(),
+    }

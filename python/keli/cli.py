@@ -23,6 +23,7 @@ from .borders import pad
 from .convert import convert
 from .errors import Error
 from .histogram import equalize, lut, palette
+from .move import swap_channels
 from .threshold import otsu_threshold, threshold
 
 IMAGE_SUFFIXES = {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".npy", ".bmp"}
@@ -118,6 +119,15 @@ def _curve_arguments(parser):
     parser.add_argument("--interpolation", choices=["nearest", "linear", "cubic"], default="linear")
 
 
+def _channels(image, options, keep_alpha):
+    return swap_channels(image, options.order, keep_alpha=keep_alpha)
+
+
+def _channels_arguments(parser):
+    parser.add_argument("--order", type=_integers, default=[2, 1, 0],
+                        help="source channel of each output channel (default 2,1,0: RGB <-> BGR)")
+
+
 def _equalize(image, options, keep_alpha):
     return equalize(image, keep_alpha=keep_alpha)
 
@@ -155,6 +165,7 @@ OPERATIONS = {
     "gamma": ("gamma curve through a palette (--gamma)", _gamma_argument, _gamma),
     "curve": ("tone curve through --levels and --values (lookup table)", _curve_arguments, _curve),
     "equalize": ("histogram equalisation of each colour channel", _no_arguments, _equalize),
+    "channels": ("reorder the colour channels (--order 2,1,0)", _channels_arguments, _channels),
     "stats": ("print min, max, mean and L2 norm (no OUT)", _no_arguments, _stats),
 }
 

@@ -4,6 +4,8 @@ A single-channel image gives a Python number, a multi-channel one a numpy array 
 per processed channel (three for keep_alpha=True). Integer sums are exact."""
 import numpy as np
 
+import ctypes
+
 from ._exports import EXPORTS
 from ._image import find, run, same_image, source, value_count
 from .convert import hint
@@ -122,3 +124,52 @@ def dot(a, b, *, keep_alpha=False):
     name, function = find("keliDotProd_{t}64f_{l}R", t=src.token, l=src.layout)
     run(name, function, src.ptr, src.step, other.ptr, other.step, src.size, values.ctypes.data)
     return _unpack(values, src)
+
+
+def quality_index(a, b, *, keep_alpha=False):
+    """The universal image quality index of a against b, per colour channel (float32 math).
+    Constant images make its denominator vanish: ZeroDenominator."""
+    from .histogram import data_type
+
+    src, other = source(a, keep_alpha), source(b, keep_alpha)
+    same_image(src.array, other.array)
+    values = _results(src, np.float32)
+    size = ctypes.c_int()
+    code = 9 if src.layout == "AC4" else src.channels  # the size query's code for AC4
+    name, function = find("keliQualityIndexGetBufferSize")
+    run(name, function, data_type(src.token), code, src.size, ctypes.byref(size))
+    work = np.zeros(size.value + 1, np.uint8)  # never empty: numpy gives no address to none
+    pair = src.token if src.token == "32f" else src.token + "32f"
+    name, function = find("keliQualityIndex_{p}_{l}R", p=pair, l=src.layout)
+    run(name, function, src.ptr, src.step, other.ptr, other.step, src.size, values.ctypes.data,
+        work.ctypes.data)
+    return _unpack(values, src)
+
+
+# The one output shape the sum-of-absolute-differences members take: every position where the
+# template lies wholly inside the image.
+SAD_VALID = 0x10000
+
+
+def sad(image, template, *, scale=0):
+    """Sum of absolute differences of template at each position where it lies wholly inside
+    the image: (H - h + 1, W - w + 1), int32 for integer images (scaled by 2**-scale, ties to
+    even), float32 for float32."""
+    from .histogram import data_type
+
+    src, tpl = source(image), source(template)
+    if src.token != tpl.token or src.layout != "C1":
+        raise ValueError("keli: sad takes two single-channel images of one dtype")
+    floating = src.token == "32f"
+    out = np.zeros((src.height - tpl.height + 1, src.width - tpl.width + 1),
+                   np.float32 if floating else np.int32)
+    size = ctypes.c_int()
+    name, function = find("keliSADGetBufferSize")
+    run(name, function, src.size, tpl.size, data_type(src.token), 1, SAD_VALID, ctypes.byref(size))
+    work = np.zeros(size.value + 1, np.uint8)  # never empty: numpy gives no address to none
+    pattern = "keliSAD_{t}_C1R" if floating else "keliSAD_{t}32s_C1RSfs"
+    name, function = find(pattern, t=src.token)
+    tail = (SAD_VALID,) if floating else (SAD_VALID, int(scale))
+    run(name, function, src.ptr, src.step, src.size, tpl.ptr, tpl.step, tpl.size, out.ctypes.data,
+        out.strides[0] if out.shape[0] > 1 else out.shape[1] * out.itemsize, *tail, work.ctypes.data)
+    return out
