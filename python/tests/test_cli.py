@@ -43,18 +43,18 @@ def test_help_lists_every_operation_on_one_line():
 ])
 def test_a_photograph_round_trips_through_the_command_line(tmp_path, args, expected):
     out = tmp_path / "out.png"
-    keli_cli(args[0], PHOTO, out, *args[1:])
+    assert cli.main([args[0], str(PHOTO), str(out), *args[1:]]) == 0  # in-process: the same main()
     photo = imageio.read(PHOTO)
     assert photo.shape == (512, 512, 3)
     assert np.array_equal(imageio.read(out), expected(photo))
 
 
 def test_binarize_at_otsus_level_and_convert_to_float(tmp_path):
-    keli_cli("binarize", GREY, tmp_path / "bw.png")
+    assert cli.main(["binarize", str(GREY), str(tmp_path / "bw.png")]) == 0
     grey = imageio.read(GREY)
     level = keli.otsu_threshold(grey)
     assert np.array_equal(imageio.read(tmp_path / "bw.png"), np.where(grey < level, 0, 255))
-    keli_cli("convert", GREY, tmp_path / "grey.tiff", "--to", "float32")
+    assert cli.main(["convert", str(GREY), str(tmp_path / "grey.tiff"), "--to", "float32"]) == 0
     assert np.array_equal(imageio.read(tmp_path / "grey.tiff"), grey.astype(np.float32))
 
 
