@@ -6,12 +6,13 @@
     mask = keli.threshold(image, 128, op="lt", value=0)    # below 128 -> 0
 
 The numpy layer dispatches on dtype and channel count to the export that fits; `keli.lib`
-reaches every export with the ctypes prototype of its C declaration. Statuses: a negative one
+reaches every export with the ctypes prototype of its C declaration, and
+`keli.call("keliAbs_16s_C1IR", ...)` calls one with its status turned into Python's terms. Statuses: a negative one
 raises a subclass of keli.Error named after it (keli.BadSize, ...), a positive one issues a
 keli.KeliWarning subclass (keli.DivByZeroWarn, ...).
 """
 from . import errors
-from ._lib import lib
+from ._lib import call, lib
 from ._types import *  # noqa: F401,F403 (records and enumerations)
 from .arith import absolute, add, divide, multiply, subtract
 from .borders import pad

@@ -5,6 +5,9 @@ A negative status raises a subclass of `Error`, a positive one issues a subclass
 (`kelStatusBadSize` -> `BadSize`) and is made from the generated status table, so a status
 added to the header has its class without an edit here.
 """
+import sys
+import warnings
+
 from ._types import KelStatusCode
 
 PREFIX = "kelStatus"
@@ -41,9 +44,16 @@ def raise_or_warn(status, export):
     """Turns a non-zero status of `export` into an exception or a warning."""
     if status < 0:
         raise BY_CODE.get(status, Error)(status, export)
-    import warnings
+    warnings.warn(f"{export}: {describe(status)}", BY_CODE.get(status, KeliWarning), stacklevel=_caller_level())
 
-    warnings.warn(f"{export}: {describe(status)}", BY_CODE.get(status, KeliWarning), stacklevel=3)
+
+def _caller_level():
+    """The warnings stack level of the first frame outside this package, so that a warning
+    points at the caller's line (and its once-per-line filtering works there)."""
+    frame, level = sys._getframe(1), 1
+    while frame is not None and frame.f_globals.get("__name__", "").split(".")[0] == "keli":
+        frame, level = frame.f_back, level + 1
+    return level
 
 
 def _classes():

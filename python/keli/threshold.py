@@ -21,13 +21,14 @@ def _values(value, src, what):
     return constants(value, src.token, count, what)
 
 
-def _call(pattern, src, dst, extra, **fields):
-    fields.update(t=src.token, l=src.layout)
+def _call(kind, src, dst, extra):
+    """keliThreshold_<kind>, in place when dst is src."""
+    pattern = "keliThreshold_{f}_{t}_{l}{i}R"
     if dst.same_memory(src):
-        name, function = find(pattern.format(f="{f}", i="I", t="{t}", l="{l}"), **fields)
+        name, function = find(pattern, f=kind, t=src.token, l=src.layout, i="I")
         run(name, function, dst.ptr, dst.step, dst.size, *extra)
     else:
-        name, function = find(pattern.format(f="{f}", i="", t="{t}", l="{l}"), **fields)
+        name, function = find(pattern, f=kind, t=src.token, l=src.layout, i="")
         run(name, function, src.ptr, src.step, dst.ptr, dst.step, dst.size, *extra)
     return dst.array
 
@@ -43,7 +44,7 @@ def threshold(a, level, *, op="lt", value=None, out=None, keep_alpha=False):
     if value is not None:
         kind += "Val"
         extra += (_values(value, src, "value"),)
-    return _call("keliThreshold_{f}_{t}_{l}{i}R", src, dst, extra, f=kind)
+    return _call(kind, src, dst, extra)
 
 
 def threshold_range(a, lower, value_lower, upper, value_upper, *, out=None, keep_alpha=False):
@@ -53,7 +54,7 @@ def threshold_range(a, lower, value_lower, upper, value_upper, *, out=None, keep
     dst = output(out, src.array.shape, src.array.dtype, like=src)
     extra = tuple(_values(v, src, w) for v, w in ((lower, "lower"), (value_lower, "value_lower"),
                                                   (upper, "upper"), (value_upper, "value_upper")))
-    return _call("keliThreshold_{f}_{t}_{l}{i}R", src, dst, extra, f="LTValGTVal")
+    return _call("LTValGTVal", src, dst, extra)
 
 
 def otsu_threshold(a):

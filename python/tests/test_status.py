@@ -41,6 +41,7 @@ def test_warnings_are_python_warnings_and_the_result_stands():
     assert [w.category for w in caught] == [keli.DivByZeroWarn]
     assert issubclass(keli.DivByZeroWarn, keli.KeliWarning)
     assert "keliDiv_8u_C1RSfs" in str(caught[0].message)
+    assert caught[0].filename == __file__  # the warning points at the caller's line
     assert result[0, 0] == 5 and result[0, 2] == 10
     with pytest.warns(keli.DivByZeroWarn):
         keli.norm(a, np.zeros_like(a), relative=True)
