@@ -238,10 +238,6 @@ def export(pattern, **fields):
     raise Missing(f"keli: no export {name}; " + "; ".join(have))
 
 
-def address(array):
-    return array.ctypes.data if array is not None else None
-
-
 def pointers(arrays):
     """A C array of pointers to the given numpy arrays."""
     return (ctypes.c_void_p * len(arrays))(*[a.ctypes.data for a in arrays])

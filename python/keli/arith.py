@@ -58,7 +58,8 @@ def _plan_key(family, a, b, out, scale, keep_alpha):
         return (family, scale, a.shape, a.strides, a.dtype, b.shape, b.strides, b.dtype)
     if type(out) is not np.ndarray or not out.flags.writeable:
         return None
-    return (family, scale, a.shape, a.strides, a.dtype, b.shape, b.strides, b.dtype, out.strides, out.dtype)
+    return (family, scale, a.shape, a.strides, a.dtype, b.shape, b.strides, b.dtype,
+            out.shape, out.strides, out.dtype)
 
 
 def _make_plan(family, fields, first, second, dst, fresh, tail, commutes):

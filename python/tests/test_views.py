@@ -128,3 +128,13 @@ def _expected_warnings(operation):
         yield
     expected = [keli.DivByZeroWarn] if operation is keli.divide else []
     assert [w.category for w in caught] == expected
+
+
+def test_a_remembered_call_still_checks_the_output(rng):
+    a, b = random_image(rng, (6, 8), np.uint8), random_image(rng, (6, 8), np.uint8)
+    keli.add(a, b, out=np.zeros((6, 8), np.uint8))
+    keli.add(a, b, out=np.zeros((6, 8), np.uint8))
+    with pytest.raises(ValueError, match="shape"):
+        keli.add(a, b, out=np.zeros((5, 8), np.uint8))  # same strides and dtype, fewer rows
+    with pytest.raises(ValueError, match="uint8"):
+        keli.add(a, b, out=np.zeros((6, 8), np.int8))
