@@ -190,25 +190,45 @@ def output(out, shape, dtype, like=None):
     return View(out, layout, channels, token, step)
 
 
-def constants(values, token, count, what="value"):
-    """A ctypes array of `count` elements of type `token`; a scalar is repeated.
+# Integer element ranges, for the constants check: numpy's iinfo is too slow to build per call.
+_LIMITS = {token: (int(np.iinfo(d).min), int(np.iinfo(d).max)) for token, d in DTYPES.items() if d.kind in "iu"}
+
+
+_NUMBERS = (int, float, np.generic)
+
+
+def _checked(values, token, count, what):
+    """`count` Python numbers of element type `token`; a scalar is repeated.
 
     Integer values must fit the element type: keli takes its constants in the image's type,
     so a silent wrap would compute something else."""
-    items = np.broadcast_to(np.asarray(values), (count,)) if np.ndim(values) == 0 else np.asarray(values)
-    if items.shape != (count,):
-        raise ValueError(f"keli: {what} needs {count} element(s), got {np.shape(values)}")
-    dtype = DTYPES[token]
-    if dtype.kind in "iu":
-        info = np.iinfo(dtype)
-        if not np.all(np.equal(np.mod(items, 1), 0)) or items.min() < info.min or items.max() > info.max:
-            raise ValueError(f"keli: {what} {values!r} is not representable as {dtype}")
-    return (CTYPES[token] * count)(*items.astype(dtype).tolist())
+    if isinstance(values, _NUMBERS) or np.ndim(values) == 0:
+        items = [values] * count
+    else:
+        items = values.tolist() if isinstance(values, np.ndarray) else list(values)
+        if len(items) != count or not all(isinstance(v, _NUMBERS) for v in items):
+            raise ValueError(f"keli: {what} needs {count} element(s), got {np.shape(values)}")
+    limits = _LIMITS.get(token)
+    if limits is None:
+        return [float(v) for v in items]
+    try:
+        numbers = [int(v) for v in items]
+    except (TypeError, ValueError, OverflowError):
+        numbers = None
+    low, high = limits
+    if numbers is None or any(n != v or not low <= n <= high for n, v in zip(numbers, items)):
+        raise ValueError(f"keli: {what} {values!r} is not representable as {DTYPES[token]}")
+    return numbers
+
+
+def constants(values, token, count, what="value"):
+    """A ctypes array of `count` elements of type `token` (see _checked)."""
+    return (CTYPES[token] * count)(*_checked(values, token, count, what))
 
 
 def constant(value, token, what="value"):
-    """One element of type `token` (C1 members take their constant by value)."""
-    return constants(value, token, 1, what)[0]
+    """One element of type `token`, for the C1 members that take their constant by value."""
+    return _checked(value, token, 1, what)[0]
 
 
 def value_count(layout):

@@ -21,8 +21,14 @@ def _unpack(values, src):
     return values[0].item() if src.layout == "C1" else values
 
 
+_TAKES_HINT = {}
+
+
 def _hint_args(name, accurate):
-    return (hint(accurate),) if "hint" in EXPORTS[name][2].split() else ()
+    takes = _TAKES_HINT.get(name)
+    if takes is None:
+        takes = _TAKES_HINT[name] = "hint" in EXPORTS[name][2].split()
+    return (hint(accurate),) if takes else ()
 
 
 def _reduce(family, a, keep_alpha, accurate=False):
