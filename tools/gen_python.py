@@ -17,6 +17,8 @@ C_SCALARS = {
     "char": "ctypes.c_char",
     "int": "ctypes.c_int",
     "unsigned": "ctypes.c_uint",
+    "unsigned int": "ctypes.c_uint",
+    "size_t": "ctypes.c_size_t",
     "float": "ctypes.c_float",
     "double": "ctypes.c_double",
     "int8_t": "ctypes.c_int8",
