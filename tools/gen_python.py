@@ -72,7 +72,7 @@ class TypesHeader:
             return C_SCALARS[ctype]
         if ctype in self.scalars:
             return ctype
-        raise ValueError(f"keli_types.h: no ctypes equivalent for {ctype}")
+        raise ValueError(f"no ctypes equivalent for {ctype}")
 
     def field(self, declaration):
         m = FIELD.match(declaration.strip())
@@ -159,8 +159,11 @@ def render_exports(header, entries):
     rows = []
     for name, proto in entries:
         head, _, params = proto.partition("(")
-        restype = return_type(header, head[: head.rindex(name)])
-        args = [param_type(header, p) for p in split_params(params[: params.rindex(")")])]
+        try:
+            restype = return_type(header, head[: head.rindex(name)])
+            args = [param_type(header, p) for p in split_params(params[: params.rindex(")")])]
+        except ValueError as error:
+            raise ValueError(f"{name}: {error}; add the type to keli_types.h or C_SCALARS") from None
         argtypes = ", ".join(t for _, t in args) + ("," if len(args) == 1 else "")
         names = " ".join(n for n, _ in args)
         rows.append(f'    "{name}": ({restype}, ({argtypes}), "{names}"),\n')
