@@ -20,9 +20,11 @@ def read(path):
             mode = "RGBA" if "transparency" in image.info else "RGB"
         elif mode not in _AS_IS:
             mode = _CONVERT.get(mode, "RGB")
+        # Pillow opens 16-bit PNG grey as 32-bit "I"; PNG holds at most 16 bits, so uint16 is exact.
+        sixteen = image.mode.startswith("I;16") or (image.format == "PNG" and image.mode == "I")
         image = image.convert(mode) if mode != image.mode else image
         array = np.array(image)
-    if array.dtype == np.dtype(">u2") or image.mode.startswith("I;16"):
+    if sixteen:
         array = array.astype(np.uint16)
     return array
 

@@ -76,3 +76,12 @@ def test_failures_exit_non_zero_with_a_message(tmp_path):
     assert done.returncode == 1 and "write .npy" in done.stderr
     done = keli_cli("invert", tmp_path / "missing*.png", tmp_path / "o", check=False)
     assert done.returncode == 2 and "no image matches" in done.stderr
+
+
+def test_sixteen_bit_grey_files_keep_their_type(tmp_path):
+    wide = (np.arange(12 * 20, dtype=np.uint32) * 257 % 65536).astype(np.uint16).reshape(12, 20)
+    for name in ("wide.png", "wide.tiff"):
+        imageio.write(tmp_path / name, wide)
+        assert cli.main(["invert", str(tmp_path / name), str(tmp_path / f"inverted-{name}")]) == 0
+        back = imageio.read(tmp_path / f"inverted-{name}")
+        assert back.dtype == np.uint16 and np.array_equal(back, 65535 - wide)
