@@ -51,14 +51,14 @@ def swap_channels(a, order, *, out=None, keep_alpha=False):
     src = source(a, keep_alpha)
     count = len(order)
     table = (ctypes.c_int * count)(*order)
-    shape = src.array.shape[:2] + (count,)
     if src.layout == "C4" and count == 3:
-        dst = output(out, shape, src.array.dtype)
+        dst = output(out, src.array.shape[:2] + (3,), src.array.dtype)
         name, function = find("keliSwapChannels_{t}_C4C3R", t=src.token)
     else:
         if count != value_count(src.layout):
             raise ValueError(f"keli: {src.layout} takes an order of {value_count(src.layout)} channels")
-        dst = output(out, shape, src.array.dtype, like=src)
+        # AC4 reorders the colour channels of four-channel pixels: the output keeps four.
+        dst = output(out, src.array.shape, src.array.dtype, like=src)
         if dst.same_memory(src):
             name, function = find("keliSwapChannels_{t}_{l}IR", t=src.token, l=src.layout)
             run(name, function, dst.ptr, dst.step, dst.size, table)

@@ -30,6 +30,8 @@ def test_channel_orders_out_of_place_in_place_and_four_to_three(rng, exports_use
     rgba = random_image(rng, (5, 7, 4), np.float32)
     assert np.array_equal(keli.swap_channels(rgba, (3, 0, 2)), rgba[..., [3, 0, 2]])
     assert np.array_equal(keli.swap_channels(rgba, (3, 2, 1, 0)), rgba[..., ::-1])
+    kept = keli.swap_channels(rgba, (2, 1, 0), keep_alpha=True)
+    assert kept.shape == rgba.shape and np.array_equal(kept, rgba[..., [2, 1, 0, 3]])
 
 
 @pytest.mark.parametrize("dtype", [np.uint8, np.uint16, np.int16, np.float32])
