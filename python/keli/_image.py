@@ -252,9 +252,10 @@ def export(pattern, **fields):
     layouts = [l for l in ("C1", "C3", "C4", "AC4") if pattern.format(**{**fields, "l": l}) in EXPORTS]
     have = []
     if "t" in fields:
-        have.append("dtypes " + (", ".join(dtypes) or "none") + f" with layout {fields.get('l', '')}")
+        have.append("dtypes " + (", ".join(dtypes) or "none") + f" for layout {fields.get('l', '-')}")
     if "l" in fields:
-        have.append("layouts " + (", ".join(layouts) or "none") + f" with {DTYPES.get(fields.get('t'), '')}")
+        others = " ".join(str(DTYPES.get(v, v)) for k, v in fields.items() if k != "l" and v)
+        have.append("layouts " + (", ".join(layouts) or "none") + f" for {others}")
     raise Missing(f"keli: no export {name}; " + "; ".join(have))
 
 
