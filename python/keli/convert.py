@@ -94,12 +94,15 @@ def rescale(a, dtype, *, value_range=None, accurate=False, out=None, keep_alpha=
 
 
 def scale_linear(a, mul, add=0.0, *, dtype=None, accurate=False, out=None):
-    """saturate(round(a * mul + add)) as dtype (default a's), single-channel images.
+    """saturate(round(a * mul + add)) as dtype (default a's), for 1, 3 or 4 channels.
 
     accurate=True computes in float64, otherwise in float32."""
     src = source(a)
     dst_dtype = np.dtype(dtype) if dtype is not None else src.array.dtype
     dst = output(out, src.array.shape, dst_dtype)
+    result = dst.array
+    # Element-wise: colour pixels scale as one long row of elements.
+    src, dst = as_single_channel(src), as_single_channel(dst)
     same = dst_dtype == src.array.dtype
     pair = src.token if same else src.token + TOKENS.get(dst_dtype, "?")
     if dst.same_memory(src):
@@ -109,4 +112,4 @@ def scale_linear(a, mul, add=0.0, *, dtype=None, accurate=False, out=None):
         name, function = find("keliScaleC_{p}_{l}R", p=pair, l=src.layout)
         run(name, function, src.ptr, src.step, float(mul), float(add), dst.ptr, dst.step, dst.size,
             hint(accurate))
-    return dst.array
+    return result

@@ -1,7 +1,7 @@
-"""Data movement: masked copy and fill, channel reordering, and one-bit images."""
+"""Data movement: masked copy and fill, channel reordering, planes, and one-bit images."""
 import numpy as np
 
-from ._image import constant, constants, find, output, run, source, value_count
+from ._image import constant, constants, find, output, pointers, run, same_image, source, value_count
 
 
 def _mask(mask, shape):
@@ -88,4 +88,42 @@ def from_bits(bits, width, low=0, high=255, dtype=np.uint8):
     name, function = find("keliBinToGray_1u{t}_{l}R", t=dst.token, l="C1")
     run(name, function, src.ptr, src.step, 0, dst.ptr, dst.step, dst.size,
         constant(low, dst.token, "low"), constant(high, dst.token, "high"))
+    return dst.array
+
+
+def split(a):
+    """The channels of a 3- or 4-channel image as separate (height, width) planes."""
+    src = source(a)
+    if src.layout not in ("C3", "C4"):
+        raise ValueError("keli: split takes 3 or 4 channels")
+    planes = [np.empty(src.array.shape[:2], src.array.dtype) for _ in range(src.channels)]
+    name, function = find("keliCopy_{t}_C{c}P{c}R", t=src.token, c=src.channels)
+    # One row step serves every plane: the new planes are alike.
+    run(name, function, src.ptr, src.step, pointers(planes), planes[0].strides[0], src.size)
+    return planes
+
+
+def merge(planes, *, out=None):
+    """3 or 4 planes of one dtype and shape interleaved into one image."""
+    count = len(planes)
+    views = [source(p) for p in planes]
+    first = views[0]
+    if count not in (3, 4) or any(v.layout != "C1" for v in views):
+        raise ValueError("keli: merge takes 3 or 4 single-channel planes")
+    for view in views[1:]:
+        same_image(first.array, view.array)
+    if any(v.step != first.step for v in views):  # one row step for all planes
+        views = [source(np.ascontiguousarray(v.array)) for v in views]
+    dst = output(out, first.array.shape + (count,), first.array.dtype)
+    name, function = find("keliCopy_{t}_P{c}C{c}R", t=first.token, c=count)
+    run(name, function, pointers([v.array for v in views]), views[0].step, dst.ptr, dst.step, dst.size)
+    return dst.array
+
+
+def grey_to_colour(a, channels=3, *, out=None):
+    """A uint8 grey image repeated into every channel of a 3- or 4-channel image."""
+    src = source(a)
+    dst = output(out, src.array.shape[:2] + (channels,), src.array.dtype)
+    name, function = find("keliDup_{t}_C1C{c}R", t=src.token, c=channels)
+    run(name, function, src.ptr, src.step, dst.ptr, dst.step, dst.size)
     return dst.array

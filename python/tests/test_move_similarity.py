@@ -73,3 +73,25 @@ def test_sad_at_every_valid_position(rng, dtype):
 def test_library_version_record():
     version = keli.library_version()
     assert version["major"] == 2022 and version["version"].startswith("2022.3")
+
+
+@pytest.mark.parametrize("dtype", [np.uint8, np.int16, np.float32])
+@pytest.mark.parametrize("channels", [3, 4])
+def test_planes_split_and_merge_back(rng, dtype, channels):
+    image = random_image(rng, (7, 10, channels), dtype)
+    planes = keli.split(image)
+    assert len(planes) == channels and all(np.array_equal(planes[c], image[..., c]) for c in range(channels))
+    assert np.array_equal(keli.merge(planes), image)
+    padded = [np.pad(p, ((0, 0), (0, c + 1)))[:, :10] for c, p in enumerate(planes)]  # unlike steps
+    assert np.array_equal(keli.merge(padded), image)
+
+
+def test_grey_repeated_into_colour(rng):
+    grey = random_image(rng, (5, 6), np.uint8)
+    assert np.array_equal(keli.grey_to_colour(grey), np.dstack([grey] * 3))
+    assert np.array_equal(keli.grey_to_colour(grey, 4), np.dstack([grey] * 4))
+
+
+def test_linear_scaling_of_colour_images_element_by_element(rng):
+    image = random_image(rng, (5, 6, 3), np.uint8)
+    assert np.array_equal(keli.scale_linear(image, 0.5, 10.0), np.rint(image * 0.5 + 10).astype(np.uint8))
