@@ -20,7 +20,7 @@ from .convert import convert, rescale, scale_linear
 from .threshold import otsu_threshold, threshold, threshold_range
 from .histogram import LookupTable, equalize, histogram, lut, palette
 from .move import copy, fill, from_bits, grey_to_colour, merge, split, swap_channels, to_bits
-from .stats import argmax, argmin, dot, max, mean, min, min_max, norm, quality_index, sad, sum
+from .stats import argmax, argmin, block_min_max, dot, max, mean, min, min_max, norm, quality_index, sad, sum
 from .errors import *  # noqa: F401,F403 (Error, KeliWarning and one class per status)
 
 __version__ = "2022.3.0"

@@ -179,3 +179,21 @@ def sad(image, template, *, scale=0):
     run(name, function, src.ptr, src.step, src.size, tpl.ptr, tpl.step, tpl.size, out.ctypes.data,
         out.strides[0] if out.shape[0] > 1 else out.shape[1] * out.itemsize, *tail, work.ctypes.data)
     return out
+
+
+def block_min_max(a, block):
+    """(minima, maxima, min, max) of a single-channel image cut into (rows, columns) blocks
+    from the top left; edge blocks take the pixels there are. The tables have one entry a
+    block: ceil(height / rows) by ceil(width / columns)."""
+    from ._types import KeliSize
+
+    src = source(a)
+    rows, columns = block
+    shape = (-(-src.height // rows), -(-src.width // columns))
+    low, high = np.empty(shape, src.array.dtype), np.empty(shape, src.array.dtype)
+    extremes = np.empty(2, src.array.dtype)
+    name, function = find("keliBlockMinMax_{t}_{l}R", t=src.token, l=src.layout)
+    step = low.strides[0] if shape[0] > 1 else shape[1] * low.itemsize
+    run(name, function, src.ptr, src.step, src.size, low.ctypes.data, step, high.ctypes.data, step,
+        KeliSize(columns, rows), extremes[:1].ctypes.data, extremes[1:].ctypes.data)
+    return low, high, extremes[0].item(), extremes[1].item()

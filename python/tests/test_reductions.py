@@ -106,3 +106,15 @@ def test_equalize_spreads_a_narrow_image_over_the_full_range(rng):
     assert flat.min() == 0 and flat.max() == 255
     order = np.argsort(narrow, axis=None, kind="stable")
     assert (np.diff(flat.ravel()[order].astype(int)) >= 0).all()  # monotone in the input
+
+
+@pytest.mark.parametrize("dtype", [np.uint8, np.int16, np.float32])
+def test_block_extrema_with_partial_edge_blocks(rng, dtype):
+    image = random_image(rng, (17, 23), dtype)
+    low, high, smallest, largest = keli.block_min_max(image, (4, 5))
+    assert low.shape == high.shape == (5, 5)
+    for i in range(5):
+        for j in range(5):
+            block = image[4 * i:4 * i + 4, 5 * j:5 * j + 5]
+            assert low[i, j] == block.min() and high[i, j] == block.max()
+    assert (smallest, largest) == (image.min(), image.max())
