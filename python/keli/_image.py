@@ -127,6 +127,8 @@ def _packed(array, channels):
     return shape[0] <= 1 or strides[0] >= shape[1] * channels * item
 
 
+INT32_MAX = 0x7FFFFFFF
+
 # What an array's geometry means to keli, by (shape, strides, dtype, keep_alpha): most calls
 # see the same few geometries again, and this saves re-deriving them on every small call.
 _GEOMETRIES = {}
@@ -141,7 +143,11 @@ def _geometry(array, keep_alpha):
         if token is None:
             raise TypeError(f"keli: no element type for dtype {array.dtype}")
         layout, channels = layout_of(array.shape, keep_alpha)
-        geometry = (layout, channels, token, _step(array, channels), _packed(array, channels))
+        step = _step(array, channels)
+        # Sizes and steps travel as 32-bit ints, which ctypes would truncate without a word.
+        if max(array.shape[0], array.shape[1], abs(step)) > INT32_MAX:
+            raise ValueError(f"keli: shape {array.shape} or row step {step} exceeds 32 bits")
+        geometry = (layout, channels, token, step, _packed(array, channels))
         if len(_GEOMETRIES) > 4096:
             _GEOMETRIES.clear()
         _GEOMETRIES[key] = geometry

@@ -138,3 +138,10 @@ def test_a_remembered_call_still_checks_the_output(rng):
         keli.add(a, b, out=np.zeros((5, 8), np.uint8))  # same strides and dtype, fewer rows
     with pytest.raises(ValueError, match="uint8"):
         keli.add(a, b, out=np.zeros((6, 8), np.int8))
+
+
+def test_steps_beyond_32_bits_are_refused_before_any_call():
+    tiny = np.zeros(16, np.uint8)
+    huge_step = np.lib.stride_tricks.as_strided(tiny, shape=(2, 4), strides=(1 << 33, 1))
+    with pytest.raises(ValueError, match="32 bits"):
+        keli.sum(huge_step)
