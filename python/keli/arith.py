@@ -135,4 +135,6 @@ def _scaled(token, scale):
         if scale:
             raise ValueError("keli: float32 arithmetic takes no scale")
         return "", ()
+    if not -0x80000000 <= int(scale) <= 0x7FFFFFFF:
+        raise ValueError(f"keli: scale {scale} is not a 32-bit int")
     return "Sfs", (int(scale),)
