@@ -1,6 +1,6 @@
 """keli for Python: numpy arrays in and out of keli's exact image-processing primitives.
 
-    import numpy as np, keli
+    import numpy as np, PIL.Image, keli
     image = np.array(PIL.Image.open("photo.png"))          # (h, w, 3) uint8
     brighter = keli.add(image, 40)                         # saturates at 255
     mask = keli.threshold(image, 128, op="lt", value=0)    # below 128 -> 0
