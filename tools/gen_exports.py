@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes include/keli.h and the export bindings from the tables under api/.
+"""Writes include/keli.h, the export bindings and the Python ctypes layer from the tables under api/.
 
 A table, api/<subsystem>/<family>.api, is the one place where an export's name, its C
 prototype and the body it calls are written. This script only expands and copies them:
@@ -19,12 +19,16 @@ Table syntax (one statement a line, '#' starts a comment line):
 
 Nested 'for' lines form a product, the first line varying slowest. Outputs are written
 only when their content changes; '--check' reports stale outputs and exits 1 instead.
+
+The Python package's low layer comes from the same tables and from include/keli_types.h
+(python/keli/_exports.py and _types.py, see gen_python.py).
 """
 import itertools
 import pathlib
 import re
 import sys
 
+import gen_python
 import reference
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -175,6 +179,7 @@ def render(tables):
     outputs = {ROOT / "include" / "keli.h": "".join(header)}
     outputs.update(bindings)
     outputs.update(render_reference(tables))
+    outputs.update(render_python(tables))
     return outputs
 
 
@@ -196,6 +201,20 @@ def render_reference(tables):
                for key, label in SUBSYSTEMS if key in pages}
     outputs[docs / "README.md"] = reference.index(SUBSYSTEMS, pages)
     return outputs
+
+
+def render_python(tables):
+    types_path = ROOT / "include" / "keli_types.h"
+    try:
+        types = gen_python.TypesHeader(types_path.read_text())
+        entries = [(name, proto) for _, _, (_, _, family) in tables for name, proto, _ in family]
+        package = ROOT / "python" / "keli"
+        return {
+            package / "_types.py": gen_python.render_types(types, types_path.relative_to(ROOT)),
+            package / "_exports.py": gen_python.render_exports(types, entries),
+        }
+    except ValueError as error:
+        raise TableError(str(error))
 
 
 def main(argv):

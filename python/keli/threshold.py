@@ -1,0 +1,66 @@
+"""Thresholds: clamp or replace the pixels beyond a level, and Otsu's level of an image."""
+import ctypes
+
+from ._image import constant, constants, find, output, run, source, value_count
+
+SIDES = {"lt": "LT", "<": "LT", "gt": "GT", ">": "GT"}
+
+
+def _side(op):
+    try:
+        return SIDES[op]
+    except KeyError:
+        raise ValueError(f"keli: op is 'lt' or 'gt', not {op!r}") from None
+
+
+def _values(value, src, what):
+    """The per-channel constants of a threshold call: by value in C1, an array otherwise."""
+    count = value_count(src.layout)
+    if count == 1:
+        return constant(value, src.token, what)
+    return constants(value, src.token, count, what)
+
+
+def _call(kind, src, dst, extra):
+    """keliThreshold_<kind>, in place when dst is src."""
+    pattern = "keliThreshold_{f}_{t}_{l}{i}R"
+    if dst.same_memory(src):
+        name, function = find(pattern, f=kind, t=src.token, l=src.layout, i="I")
+        run(name, function, dst.ptr, dst.step, dst.size, *extra)
+    else:
+        name, function = find(pattern, f=kind, t=src.token, l=src.layout, i="")
+        run(name, function, src.ptr, src.step, dst.ptr, dst.step, dst.size, *extra)
+    return dst.array
+
+
+def threshold(a, level, *, op="lt", value=None, out=None, keep_alpha=False):
+    """Pixels below (op="lt") or above (op="gt") `level` become `value`, or `level` itself
+    when no value is given (a clamp). `level` and `value`: a scalar, or one per colour channel."""
+    src = source(a, keep_alpha)
+    dst = output(out, src.array.shape, src.array.dtype, like=src)
+    side = _side(op)
+    extra = (_values(level, src, "level"),)
+    kind = side
+    if value is not None:
+        kind += "Val"
+        extra += (_values(value, src, "value"),)
+    return _call(kind, src, dst, extra)
+
+
+def threshold_range(a, lower, value_lower, upper, value_upper, *, out=None, keep_alpha=False):
+    """Pixels below `lower` become `value_lower`, pixels above `upper` become `value_upper`;
+    the others stay. lower > upper raises ThresholdOrder."""
+    src = source(a, keep_alpha)
+    dst = output(out, src.array.shape, src.array.dtype, like=src)
+    extra = tuple(_values(v, src, w) for v, w in ((lower, "lower"), (value_lower, "value_lower"),
+                                                  (upper, "upper"), (value_upper, "value_upper")))
+    return _call("LTValGTVal", src, dst, extra)
+
+
+def otsu_threshold(a):
+    """Otsu's global threshold of a single-channel uint8 image."""
+    src = source(a)
+    level = ctypes.c_uint8()
+    name, function = find("keliComputeThreshold_Otsu_{t}_{l}R", t=src.token, l=src.layout)
+    run(name, function, src.ptr, src.step, src.size, ctypes.byref(level))
+    return level.value
