@@ -200,6 +200,8 @@ def render_reference(tables):
     outputs = {docs / f"{key}.md": reference.page(label, pages[key], titles)
                for key, label in SUBSYSTEMS if key in pages}
     outputs[docs / "README.md"] = reference.index(SUBSYSTEMS, pages)
+    families = [(key, title, contract, names) for key, _ in SUBSYSTEMS for key, title, contract, _, names in pages.get(key, [])]
+    outputs[ROOT / "python" / "keli" / "_reference.py"] = reference.python_module(families)
     return outputs
 
 

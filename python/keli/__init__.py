@@ -12,6 +12,7 @@ raises a subclass of keli.Error named after it (keli.BadSize, ...), a positive o
 keli.KeliWarning subclass (keli.DivByZeroWarn, ...).
 """
 from . import errors
+from ._doc import reference
 from ._lib import call, lib
 from ._types import *  # noqa: F401,F403 (records and enumerations)
 from .arith import absolute, add, divide, multiply, subtract

@@ -9,29 +9,35 @@ import numpy as np
 
 from ._image import constant, constants, data_address, find, output, run, same_image, source, value_count
 from .errors import raise_or_warn
+from ._doc import documented
 
 
+@documented("arith/add-sub")
 def add(a, b, *, scale=0, out=None, keep_alpha=False):
     """a + b (saturated; integers scaled by 2**-scale)."""
     return _apply("Add", a, b, scale, out, keep_alpha, commutes=True)
 
 
+@documented("arith/add-sub")
 def subtract(a, b, *, scale=0, out=None, keep_alpha=False):
     """a - b (saturated; integers scaled by 2**-scale)."""
     return _apply("Sub", a, b, scale, out, keep_alpha, commutes=False)
 
 
+@documented("arith/mul-div")
 def multiply(a, b, *, scale=0, out=None, keep_alpha=False):
     """a * b (saturated; integers scaled by 2**-scale)."""
     return _apply("Mul", a, b, scale, out, keep_alpha, commutes=True)
 
 
+@documented("arith/mul-div")
 def divide(a, b, *, scale=0, out=None, keep_alpha=False):
     """a / b rounded to nearest. A zero element of an image b warns (DivByZeroWarn) and gives
     the library's defined result; a zero constant raises DivByZero."""
     return _apply("Div", a, b, scale, out, keep_alpha, commutes=False)
 
 
+@documented("frame/abs")
 def absolute(a, *, out=None, keep_alpha=False):
     """|a| for int16 (saturated: -32768 gives 32767) and float32."""
     src = source(a, keep_alpha)

@@ -1,5 +1,6 @@
 """Border extension: pad an image with a constant, its edge, its reflection or its tiling."""
 from ._image import constant, constants, find, output, run, source, value_count
+from ._doc import documented
 
 # numpy.pad's mode names, and keli's own, to the family of the export.
 MODES = {
@@ -32,6 +33,7 @@ def pad_widths(pad_width):
     return [tuple(int(v) for v in row) for row in widths]
 
 
+@documented("move/borders")
 def pad(a, pad_width, mode="constant", *, constant_values=0, out=None, keep_alpha=False):
     """a inside a frame, like numpy.pad: modes "constant", "edge", "reflect" (the edge pixel
     not repeated) and "wrap"; keli's names "replicate" and "mirror" are accepted too.

@@ -5,6 +5,7 @@ import numpy as np
 from ._image import TOKENS, Missing, as_single_channel, find, output, run, source
 from ._types import KelHintAlgorithm, KelRoundMode
 from ._exports import EXPORTS
+from ._doc import documented
 
 ROUNDING = {
     "zero": KelRoundMode.kelRndZero,
@@ -28,6 +29,7 @@ def hint(accurate):
     return KelHintAlgorithm.kelAlgHintAccurate if accurate else KelHintAlgorithm.kelAlgHintNone
 
 
+@documented("move/convert-scale")
 def convert(a, dtype, *, rounding="near", scale=0, out=None, keep_alpha=False):
     """a as `dtype`: integers keep their value or saturate; floats round by `rounding`.
 
@@ -72,6 +74,7 @@ def _pairs(layout):
     return sorted(set(seen))
 
 
+@documented("move/convert-scale")
 def rescale(a, dtype, *, value_range=None, accurate=False, out=None, keep_alpha=False):
     """The whole range of a's type stretched over dtype's (uint8 -> uint16 is x * 257).
 
@@ -93,6 +96,7 @@ def rescale(a, dtype, *, value_range=None, accurate=False, out=None, keep_alpha=
     return dst.array
 
 
+@documented("move/convert-scale")
 def scale_linear(a, mul, add=0.0, *, dtype=None, accurate=False, out=None):
     """saturate(round(a * mul + add)) as dtype (default a's), for 1, 3 or 4 channels.
 

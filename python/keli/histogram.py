@@ -6,6 +6,7 @@ import numpy as np
 from ._exports import EXPORTS
 from ._image import TOKENS, find, output, pointers, run, source
 from ._types import KelDataType, KeliInterpolationType, KeliSize
+from ._doc import documented
 
 # The histogram's natural range of each integer type: one bin per value with bins = span.
 RANGES = {"8u": (0, 256), "16u": (0, 65536), "16s": (-32768, 32768)}
@@ -24,6 +25,7 @@ def _int_out():
     return ctypes.c_int()
 
 
+@documented("stats/histogram-lut")
 def histogram(a, bins=256, range=None):  # noqa: A002 (numpy's name)
     """(counts, edges) like numpy.histogram, per channel for 3 or 4 channels.
 
@@ -125,6 +127,7 @@ def _per_channel(items, channels, element):
     return [np.ascontiguousarray(i, element) for i in items]
 
 
+@documented("stats/histogram-lut")
 def lut(a, levels, values, *, interpolation="linear", out=None, keep_alpha=False):
     """a mapped through the curve (levels, values); see LookupTable."""
     array = np.asarray(a)
@@ -134,6 +137,7 @@ def lut(a, levels, values, *, interpolation="linear", out=None, keep_alpha=False
     return table(array, out=out)
 
 
+@documented("stats/histogram-lut")
 def palette(a, table, *, bits=None, out=None, keep_alpha=False):
     """table[a & (2**bits - 1)]: a uint8 or uint16 image through a plain table.
 
@@ -160,6 +164,7 @@ def palette(a, table, *, bits=None, out=None, keep_alpha=False):
     return dst.array
 
 
+@documented("stats/histogram-lut")
 def equalize(a, *, out=None, keep_alpha=False):
     """Histogram equalisation of a uint8 image, each colour channel on its own: the cumulative
     histogram, stretched so that the first occupied level maps to 0 and the last to 255,

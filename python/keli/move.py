@@ -2,6 +2,7 @@
 import numpy as np
 
 from ._image import constant, constants, find, output, pointers, run, same_image, source, value_count
+from ._doc import documented
 
 
 def _mask(mask, shape):
@@ -11,6 +12,7 @@ def _mask(mask, shape):
     return view
 
 
+@documented("move/copy-set-swap")
 def copy(a, *, out=None, mask=None, keep_alpha=False):
     """a written into out (a new array by default); with a uint8 mask, only the pixels whose
     mask element is non-zero."""
@@ -26,6 +28,7 @@ def copy(a, *, out=None, mask=None, keep_alpha=False):
     return dst.array
 
 
+@documented("move/copy-set-swap")
 def fill(out, value, *, mask=None, keep_alpha=False):
     """Sets every pixel of out (where mask is non-zero, with a mask) to value: a scalar or one
     per colour channel. Returns out."""
@@ -43,6 +46,7 @@ def fill(out, value, *, mask=None, keep_alpha=False):
     return dst.array
 
 
+@documented("move/copy-set-swap")
 def swap_channels(a, order, *, out=None, keep_alpha=False):
     """Destination channel i takes source channel order[i] (order=(2, 1, 0): RGB <-> BGR).
     Four channels to three with len(order) == 3; uint8 in place with out=a."""
@@ -68,6 +72,7 @@ def swap_channels(a, order, *, out=None, keep_alpha=False):
     return dst.array
 
 
+@documented("move/convert-scale")
 def to_bits(a, threshold):
     """A single-channel image as one bit a pixel (set where a > threshold), packed eight to a
     byte from the low bit up: shape (height, ceil(width / 8)) uint8."""
@@ -79,6 +84,7 @@ def to_bits(a, threshold):
     return bits
 
 
+@documented("move/convert-scale")
 def from_bits(bits, width, low=0, high=255, dtype=np.uint8):
     """The image of `width` pixels a row that packed bits hold: high where a bit is set."""
     src = source(bits)
@@ -91,6 +97,7 @@ def from_bits(bits, width, low=0, high=255, dtype=np.uint8):
     return dst.array
 
 
+@documented("move/copy-set-swap")
 def split(a):
     """The channels of a 3- or 4-channel image as separate (height, width) planes."""
     src = source(a)
@@ -103,6 +110,7 @@ def split(a):
     return planes
 
 
+@documented("move/copy-set-swap")
 def merge(planes, *, out=None):
     """3 or 4 planes of one dtype and shape interleaved into one image."""
     count = len(planes)
@@ -120,6 +128,7 @@ def merge(planes, *, out=None):
     return dst.array
 
 
+@documented("move/copy-set-swap")
 def grey_to_colour(a, channels=3, *, out=None):
     """A uint8 grey image repeated into every channel of a 3- or 4-channel image."""
     src = source(a)

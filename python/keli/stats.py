@@ -9,6 +9,7 @@ import ctypes
 from ._exports import EXPORTS
 from ._image import find, run, same_image, source, value_count
 from .convert import hint
+from ._doc import documented
 
 NORMS = {"inf": "Inf", np.inf: "Inf", "l1": "L1", 1: "L1", "l2": "L2", 2: "L2"}
 
@@ -39,12 +40,14 @@ def _reduce(family, a, keep_alpha, accurate=False):
     return _unpack(values, src)
 
 
+@documented("stats/sums-extrema")
 def sum(a, *, keep_alpha=False, accurate=False):  # noqa: A001 (numpy's name)
     """Sum of each channel (exact for integers; float32 accumulates by rows in float32 then
     float64, or wholly in float64 with accurate=True)."""
     return _reduce("Sum", a, keep_alpha, accurate)
 
 
+@documented("stats/sums-extrema")
 def mean(a, *, keep_alpha=False, accurate=False):
     """Mean of each channel."""
     return _reduce("Mean", a, keep_alpha, accurate)
@@ -58,18 +61,21 @@ def _extreme(family, a, keep_alpha, count=1):
     return src, results
 
 
+@documented("stats/sums-extrema")
 def min(a, *, keep_alpha=False):  # noqa: A001
     """Smallest element of each channel."""
     src, (low,) = _extreme("Min", a, keep_alpha)
     return _unpack(low, src)
 
 
+@documented("stats/sums-extrema")
 def max(a, *, keep_alpha=False):  # noqa: A001
     """Largest element of each channel."""
     src, (high,) = _extreme("Max", a, keep_alpha)
     return _unpack(high, src)
 
 
+@documented("stats/sums-extrema")
 def min_max(a, *, keep_alpha=False):
     """(min, max) of each channel in one pass."""
     src, (low, high) = _extreme("MinMax", a, keep_alpha, 2)
@@ -87,17 +93,20 @@ def _position(family, a, keep_alpha):
     return value, np.stack([ys, xs], axis=1)
 
 
+@documented("stats/sums-extrema")
 def argmin(a, *, keep_alpha=False):
     """(min, (row, column)) of its first occurrence in row-major order; per channel, the
     positions are an array of shape (channels, 2)."""
     return _position("Min", a, keep_alpha)
 
 
+@documented("stats/sums-extrema")
 def argmax(a, *, keep_alpha=False):
     """(max, (row, column)) of its first occurrence in row-major order."""
     return _position("Max", a, keep_alpha)
 
 
+@documented("stats/norms-similarity")
 def norm(a, b=None, *, kind="l2", relative=False, keep_alpha=False, accurate=False):
     """Norm of a ("inf", "l1", "l2"), of a - b when b is given, and of (a - b) relative to
     b's norm with relative=True (a zero norm of b warns: DivByZeroWarn)."""
@@ -122,6 +131,7 @@ def norm(a, b=None, *, kind="l2", relative=False, keep_alpha=False, accurate=Fal
     return _unpack(values, src)
 
 
+@documented("stats/norms-similarity")
 def dot(a, b, *, keep_alpha=False):
     """Sum of the products a * b of each channel, in float64."""
     src, other = source(a, keep_alpha), source(b, keep_alpha)
@@ -132,6 +142,7 @@ def dot(a, b, *, keep_alpha=False):
     return _unpack(values, src)
 
 
+@documented("stats/norms-similarity")
 def quality_index(a, b, *, keep_alpha=False):
     """The universal image quality index of a against b, per colour channel (float32 math).
     Constant images make its denominator vanish: ZeroDenominator."""
@@ -157,6 +168,7 @@ def quality_index(a, b, *, keep_alpha=False):
 SAD_VALID = 0x10000
 
 
+@documented("stats/sad")
 def sad(image, template, *, scale=0):
     """Sum of absolute differences of template at each position where it lies wholly inside
     the image: (H - h + 1, W - w + 1), int32 for integer images (scaled by 2**-scale, ties to
@@ -181,6 +193,7 @@ def sad(image, template, *, scale=0):
     return out
 
 
+@documented("stats/sums-extrema")
 def block_min_max(a, block):
     """(minima, maxima, min, max) of a single-channel image cut into (rows, columns) blocks
     from the top left; edge blocks take the pixels there are. The tables have one entry a

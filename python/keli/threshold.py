@@ -2,6 +2,7 @@
 import ctypes
 
 from ._image import constant, constants, find, output, run, source, value_count
+from ._doc import documented
 
 SIDES = {"lt": "LT", "<": "LT", "gt": "GT", ">": "GT"}
 
@@ -33,6 +34,7 @@ def _call(kind, src, dst, extra):
     return dst.array
 
 
+@documented("threshold/threshold-otsu")
 def threshold(a, level, *, op="lt", value=None, out=None, keep_alpha=False):
     """Pixels below (op="lt") or above (op="gt") `level` become `value`, or `level` itself
     when no value is given (a clamp). `level` and `value`: a scalar, or one per colour channel."""
@@ -47,6 +49,7 @@ def threshold(a, level, *, op="lt", value=None, out=None, keep_alpha=False):
     return _call(kind, src, dst, extra)
 
 
+@documented("threshold/threshold-otsu")
 def threshold_range(a, lower, value_lower, upper, value_upper, *, out=None, keep_alpha=False):
     """Pixels below `lower` become `value_lower`, pixels above `upper` become `value_upper`;
     the others stay. lower > upper raises ThresholdOrder."""
@@ -57,6 +60,7 @@ def threshold_range(a, lower, value_lower, upper, value_upper, *, out=None, keep
     return _call("LTValGTVal", src, dst, extra)
 
 
+@documented("threshold/threshold-otsu")
 def otsu_threshold(a):
     """Otsu's global threshold of a single-channel uint8 image."""
     src = source(a)

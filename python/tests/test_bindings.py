@@ -60,3 +60,14 @@ def test_enumerations_carry_the_header_values():
     assert keli.KelRoundMode.kelRndFinancial == 2
     assert keli.KelStatusCode.kelStatusBadTransformKind == -233
     assert ctypes.sizeof(keli.KeliRectL) == 32
+
+
+def test_every_export_has_its_family_contract():
+    """keli.reference() finds the contract of every export, and the numpy calls carry it."""
+    for name in EXPORTS:
+        text = keli.reference(name)
+        assert "Checks" in text or "Failures" in text, name
+    assert "Saturating add and subtract" in keli.add.__doc__
+    assert "kelStatusBadScaleRange" in keli.rescale.__doc__
+    with pytest.raises(KeyError):
+        keli.reference("keliNoSuchThing")
