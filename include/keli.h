@@ -1868,6 +1868,30 @@ KELI_API KelStatus keliBlockMinMax_16u_C1R(const Kel16u* pSrc, int srcStep, Keli
 KELI_API KelStatus keliBlockMinMax_16s_C1R(const Kel16s* pSrc, int srcStep, KeliSize srcSize, Kel16s* pDstMin, int dstMinStep, Kel16s* pDstMax, int dstMaxStep, KeliSize blockSize, Kel16s* pDstGlobalMin, Kel16s* pDstGlobalMax);
 KELI_API KelStatus keliBlockMinMax_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize srcSize, Kel32f* pDstMin, int dstMinStep, Kel32f* pDstMax, int dstMaxStep, KeliSize blockSize, Kel32f* pDstGlobalMin, Kel32f* pDstGlobalMax);
 
+/* ==== Geometric transforms ================================================================== */
+
+/* ---- Remap */
+KELI_API KelStatus keliRemap_8u_C1R(const Kel8u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_8u_C3R(const Kel8u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_8u_C4R(const Kel8u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_8u_AC4R(const Kel8u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16u_C1R(const Kel16u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16u_C3R(const Kel16u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16u_C4R(const Kel16u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16u_AC4R(const Kel16u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16s_C1R(const Kel16s* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16s_C3R(const Kel16s* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16s_C4R(const Kel16s* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16s_AC4R(const Kel16s* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_32f_C1R(const Kel32f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_32f_C3R(const Kel32f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_32f_C4R(const Kel32f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_32f_AC4R(const Kel32f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_64f_C1R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_64f_C3R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_64f_C4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_64f_AC4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+
 #ifdef __cplusplus
 }
 #endif
