@@ -18,14 +18,25 @@
 namespace keli::remap::rows {
 
 // The window as vectors, for the test and the index limits.
+// Byte offsets of taps are computed in 32-bit lanes, which holds when the window's last byte
+// lies within 2^31 of the image start; larger images take the scalar row.
 struct WindowV {
     __m128 x0, x1, y0, y1;
-    __m128i ix0, ix1, iy0, iy1;
-    explicit WindowV(const Window& w)
+    __m128i ix0, ix1, iy0, iy1, step, pixelBytes;
+    WindowV(const Window& w, std::ptrdiff_t rowStep, int bytes)
         : x0(_mm_set1_ps(float(w.x0))), x1(_mm_set1_ps(float(w.x1))), y0(_mm_set1_ps(float(w.y0))),
           y1(_mm_set1_ps(float(w.y1))), ix0(_mm_set1_epi32(w.x0)), ix1(_mm_set1_epi32(w.x1)),
-          iy0(_mm_set1_epi32(w.y0)), iy1(_mm_set1_epi32(w.y1))
+          iy0(_mm_set1_epi32(w.y0)), iy1(_mm_set1_epi32(w.y1)), step(_mm_set1_epi32(static_cast<int>(rowStep))),
+          pixelBytes(_mm_set1_epi32(bytes))
     {
+    }
+    static bool fits(const Window& w, std::ptrdiff_t rowStep, int bytes)
+    {
+        return static_cast<std::int64_t>(w.y1) * rowStep + static_cast<std::int64_t>(w.x1 + 1) * bytes < (std::int64_t(1) << 31);
+    }
+    __m128i offset(__m128i x, __m128i y) const
+    {
+        return _mm_add_epi32(_mm_mullo_epi32(y, step), _mm_mullo_epi32(x, pixelBytes));
     }
     // Lanes whose position lies in the window; NaN fails every ordered compare.
     int test(__m128 mx, __m128 my) const
@@ -44,27 +55,33 @@ template <class T, Layout L> inline void copy_pixel(const T* p, T* d)
 template <class T, Layout L>
 inline void nearest_row(const Source<T, L>& s, const Window& w, const float* xm, const float* ym, T* d, int width)
 {
-    const WindowV v(w);
-    const __m128 half = _mm_set1_ps(0.5f);
-    alignas(16) int cx[4], cy[4];
+    constexpr int P = kStride<L> * sizeof(T);
     int x = 0;
-    for (; x + 4 <= width; x += 4) {
-        const __m128 mx = _mm_loadu_ps(xm + x), my = _mm_loadu_ps(ym + x);
-        const int bits = v.test(mx, my);
-        if (bits == 0) continue;
-        _mm_store_si128(reinterpret_cast<__m128i*>(cx), _mm_min_epi32(_mm_cvttps_epi32(_mm_add_ps(mx, half)), v.ix1));
-        _mm_store_si128(reinterpret_cast<__m128i*>(cy), _mm_min_epi32(_mm_cvttps_epi32(_mm_add_ps(my, half)), v.iy1));
-        for (int j = 0; j < 4; ++j)
-            if (bits >> j & 1) copy_pixel<T, L>(s.at(cx[j], cy[j]), d + static_cast<std::ptrdiff_t>(x + j) * kStride<L>);
+    if (WindowV::fits(w, s.step, P)) {
+        const WindowV v(w, s.step, P);
+        const __m128 half = _mm_set1_ps(0.5f);
+        alignas(16) int at[4];
+        for (; x + 4 <= width; x += 4) {
+            const __m128 mx = _mm_loadu_ps(xm + x), my = _mm_loadu_ps(ym + x);
+            const int bits = v.test(mx, my);
+            if (bits == 0) continue;
+            const __m128i ix = _mm_min_epi32(_mm_cvttps_epi32(_mm_add_ps(mx, half)), v.ix1);
+            const __m128i iy = _mm_min_epi32(_mm_cvttps_epi32(_mm_add_ps(my, half)), v.iy1);
+            _mm_store_si128(reinterpret_cast<__m128i*>(at), v.offset(ix, iy));
+            T* out = d + static_cast<std::ptrdiff_t>(x) * kStride<L>;
+            for (int j = 0; j < 4; ++j)
+                if (bits >> j & 1) copy_pixel<T, L>(reinterpret_cast<const T*>(s.base + at[j]), out + j * kStride<L>);
+        }
     }
     scalar_row(Kind::Nearest, false, s, w, xm, ym, d, x, width);
 }
 
 // Taps and weights of four Linear positions, as the model's linear_taps and linear_q14 give
-// them: the index held below the last one, the taps clamped into the window.
+// them: the index held below the last one, the taps clamped into the window; each tap as its
+// byte offset from the image start.
 struct LinearQuad {
     int bits;
-    alignas(16) int x0[4], x1[4], y0[4], y1[4];
+    alignas(16) int o00[4], o01[4], o10[4], o11[4];
     alignas(16) float fx[4], fy[4];
     alignas(16) int wx[4], wy[4];  // 8u: Q14 pairs (16384 - F) | F << 16, for 16-bit multiply-add
     __m128 vfx, vfy;
@@ -87,10 +104,14 @@ template <bool Fixed> inline bool linear_quad(const WindowV& v, const float* xm,
     const __m128i iy = _mm_min_epi32(_mm_cvttps_epi32(my), _mm_sub_epi32(v.iy1, one));
     q.vfx = _mm_sub_ps(mx, _mm_cvtepi32_ps(ix));
     q.vfy = _mm_sub_ps(my, _mm_cvtepi32_ps(iy));
-    _mm_store_si128(reinterpret_cast<__m128i*>(q.x0), _mm_max_epi32(ix, v.ix0));
-    _mm_store_si128(reinterpret_cast<__m128i*>(q.x1), _mm_min_epi32(_mm_add_epi32(ix, one), v.ix1));
-    _mm_store_si128(reinterpret_cast<__m128i*>(q.y0), _mm_max_epi32(iy, v.iy0));
-    _mm_store_si128(reinterpret_cast<__m128i*>(q.y1), _mm_min_epi32(_mm_add_epi32(iy, one), v.iy1));
+    const __m128i x0 = _mm_mullo_epi32(_mm_max_epi32(ix, v.ix0), v.pixelBytes);
+    const __m128i x1 = _mm_mullo_epi32(_mm_min_epi32(_mm_add_epi32(ix, one), v.ix1), v.pixelBytes);
+    const __m128i y0 = _mm_mullo_epi32(_mm_max_epi32(iy, v.iy0), v.step);
+    const __m128i y1 = _mm_mullo_epi32(_mm_min_epi32(_mm_add_epi32(iy, one), v.iy1), v.step);
+    _mm_store_si128(reinterpret_cast<__m128i*>(q.o00), _mm_add_epi32(y0, x0));
+    _mm_store_si128(reinterpret_cast<__m128i*>(q.o01), _mm_add_epi32(y0, x1));
+    _mm_store_si128(reinterpret_cast<__m128i*>(q.o10), _mm_add_epi32(y1, x0));
+    _mm_store_si128(reinterpret_cast<__m128i*>(q.o11), _mm_add_epi32(y1, x1));
     if constexpr (Fixed) {
         q.vwx = q14_pairs(q.vfx);
         q.vwy = q14_pairs(q.vfy);
@@ -163,68 +184,78 @@ template <class T, int Channels> inline __m128 channels_f32(const T* p)
     else return _mm_cvtepi32_ps(channels_i32<T, Channels>(p));
 }
 
+// One channel: four pixels in the lanes. Lanes that failed the test read nothing.
+template <class T> inline void linear_lanes_c1(const std::uint8_t* base, const LinearQuad& q, T* out)
+{
+    alignas(16) T lanes[4];
+    const bool all = q.bits == 15;
+    auto tap = [base](int offset) { return *reinterpret_cast<const T*>(base + offset); };
+    if constexpr (std::is_same_v<T, Kel8u>) {
+        alignas(16) int top[4] = {}, bottom[4] = {};
+        for (int j = 0; j < 4; ++j) {
+            if (!all && !(q.bits >> j & 1)) continue;
+            top[j] = tap(q.o00[j]) | tap(q.o01[j]) << 16;
+            bottom[j] = tap(q.o10[j]) | tap(q.o11[j]) << 16;
+        }
+        results<T>(_mm_setzero_ps(),
+                   linear_8u(_mm_load_si128(reinterpret_cast<const __m128i*>(top)),
+                             _mm_load_si128(reinterpret_cast<const __m128i*>(bottom)), q.vwx, q.vwy),
+                   lanes);
+    } else {
+        alignas(16) float p[4][4] = {};
+        for (int j = 0; j < 4; ++j) {
+            if (!all && !(q.bits >> j & 1)) continue;
+            p[0][j] = static_cast<float>(tap(q.o00[j])), p[1][j] = static_cast<float>(tap(q.o01[j]));
+            p[2][j] = static_cast<float>(tap(q.o10[j])), p[3][j] = static_cast<float>(tap(q.o11[j]));
+        }
+        results<T>(linear_product(_mm_load_ps(p[0]), _mm_load_ps(p[1]), _mm_load_ps(p[2]), _mm_load_ps(p[3]), q.vfx,
+                                  q.vfy),
+                   _mm_setzero_si128(), lanes);
+    }
+    if (all) std::memcpy(out, lanes, sizeof lanes);
+    else
+        for (int j = 0; j < 4; ++j)
+            if (q.bits >> j & 1) out[j] = lanes[j];
+}
+
+// Three or four channels: the channels of each pixel in the lanes, its weights broadcast.
+template <class T, Layout L> inline void linear_lanes_cn(const std::uint8_t* base, const LinearQuad& q, T* out)
+{
+    constexpr int C = kStride<L>, loaded = C == 3 ? 3 : 4;
+    auto at = [base](int offset) { return reinterpret_cast<const T*>(base + offset); };
+    alignas(16) T lanes[4];
+    for (int j = 0; j < 4; ++j) {
+        if (!(q.bits >> j & 1)) continue;
+        const T *p00 = at(q.o00[j]), *p01 = at(q.o01[j]), *p10 = at(q.o10[j]), *p11 = at(q.o11[j]);
+        if constexpr (std::is_same_v<T, Kel8u>) {
+            const __m128i top = _mm_or_si128(channels_i32<T, loaded>(p00), _mm_slli_epi32(channels_i32<T, loaded>(p01), 16));
+            const __m128i bottom = _mm_or_si128(channels_i32<T, loaded>(p10), _mm_slli_epi32(channels_i32<T, loaded>(p11), 16));
+            results<T>(_mm_setzero_ps(), linear_8u(top, bottom, _mm_set1_epi32(q.wx[j]), _mm_set1_epi32(q.wy[j])), lanes);
+        } else {
+            results<T>(linear_product(channels_f32<T, loaded>(p00), channels_f32<T, loaded>(p01),
+                                      channels_f32<T, loaded>(p10), channels_f32<T, loaded>(p11), _mm_set1_ps(q.fx[j]),
+                                      _mm_set1_ps(q.fy[j])),
+                       _mm_setzero_si128(), lanes);
+        }
+        T* o = out + j * C;
+        if constexpr (L == Layout::C4) std::memcpy(o, lanes, sizeof lanes);
+        else o[0] = lanes[0], o[1] = lanes[1], o[2] = lanes[2];
+    }
+}
+
 template <class T, Layout L>
 inline void linear_row(const Source<T, L>& s, const Window& w, const float* xm, const float* ym, T* d, int width)
 {
-    constexpr bool fixed = std::is_same_v<T, Kel8u>;
-    constexpr int C = kStride<L>;
-    const WindowV v(w);
-    LinearQuad q;
+    constexpr int C = kStride<L>, P = C * sizeof(T);
     int x = 0;
-    for (; x + 4 <= width; x += 4) {
-        if (!linear_quad<fixed>(v, xm + x, ym + x, q)) continue;
-        T* out = d + static_cast<std::ptrdiff_t>(x) * C;
-        alignas(16) T lanes[4 * 4];
-        if constexpr (C == 1) {
-            // Four pixels in the lanes.
-            if constexpr (fixed) {
-                alignas(16) int top[4] = {}, bottom[4] = {};
-                for (int j = 0; j < 4; ++j) {
-                    if (!(q.bits >> j & 1)) continue;
-                    const T *r0 = s.row(q.y0[j]), *r1 = s.row(q.y1[j]);
-                    top[j] = r0[q.x0[j]] | r0[q.x1[j]] << 16;
-                    bottom[j] = r1[q.x0[j]] | r1[q.x1[j]] << 16;
-                }
-                const __m128i r = linear_8u(_mm_load_si128(reinterpret_cast<const __m128i*>(top)),
-                                            _mm_load_si128(reinterpret_cast<const __m128i*>(bottom)), q.vwx, q.vwy);
-                results<T>(_mm_setzero_ps(), r, lanes);
-            } else {
-                alignas(16) float p[4][4] = {};
-                for (int j = 0; j < 4; ++j) {
-                    if (!(q.bits >> j & 1)) continue;
-                    const T *r0 = s.row(q.y0[j]), *r1 = s.row(q.y1[j]);
-                    p[0][j] = static_cast<float>(r0[q.x0[j]]), p[1][j] = static_cast<float>(r0[q.x1[j]]);
-                    p[2][j] = static_cast<float>(r1[q.x0[j]]), p[3][j] = static_cast<float>(r1[q.x1[j]]);
-                }
-                const __m128 r = linear_product(_mm_load_ps(p[0]), _mm_load_ps(p[1]), _mm_load_ps(p[2]),
-                                                _mm_load_ps(p[3]), q.vfx, q.vfy);
-                results<T>(r, _mm_setzero_si128(), lanes);
-            }
-            if (q.bits == 15) std::memcpy(out, lanes, 4 * sizeof(T));
-            else
-                for (int j = 0; j < 4; ++j)
-                    if (q.bits >> j & 1) out[j] = lanes[j];
-        } else {
-            // The channels of each pixel in the lanes, its weights broadcast.
-            constexpr int loaded = C == 3 ? 3 : 4;
-            for (int j = 0; j < 4; ++j) {
-                if (!(q.bits >> j & 1)) continue;
-                const T *p00 = s.at(q.x0[j], q.y0[j]), *p01 = s.at(q.x1[j], q.y0[j]);
-                const T *p10 = s.at(q.x0[j], q.y1[j]), *p11 = s.at(q.x1[j], q.y1[j]);
-                if constexpr (fixed) {
-                    const __m128i top = _mm_or_si128(channels_i32<T, loaded>(p00), _mm_slli_epi32(channels_i32<T, loaded>(p01), 16));
-                    const __m128i bottom = _mm_or_si128(channels_i32<T, loaded>(p10), _mm_slli_epi32(channels_i32<T, loaded>(p11), 16));
-                    results<T>(_mm_setzero_ps(), linear_8u(top, bottom, _mm_set1_epi32(q.wx[j]), _mm_set1_epi32(q.wy[j])), lanes);
-                } else {
-                    results<T>(linear_product(channels_f32<T, loaded>(p00), channels_f32<T, loaded>(p01),
-                                              channels_f32<T, loaded>(p10), channels_f32<T, loaded>(p11),
-                                              _mm_set1_ps(q.fx[j]), _mm_set1_ps(q.fy[j])),
-                               _mm_setzero_si128(), lanes);
-                }
-                T* o = out + j * C;
-                if constexpr (L == Layout::C4) std::memcpy(o, lanes, 4 * sizeof(T));
-                else o[0] = lanes[0], o[1] = lanes[1], o[2] = lanes[2];
-            }
+    if (WindowV::fits(w, s.step, P)) {
+        const WindowV v(w, s.step, P);
+        LinearQuad q;
+        for (; x + 4 <= width; x += 4) {
+            if (!linear_quad<std::is_same_v<T, Kel8u>>(v, xm + x, ym + x, q)) continue;
+            T* out = d + static_cast<std::ptrdiff_t>(x) * C;
+            if constexpr (C == 1) linear_lanes_c1(s.base, q, out);
+            else linear_lanes_cn<T, L>(s.base, q, out);
         }
     }
     scalar_row(Kind::Linear, false, s, w, xm, ym, d, x, width);
