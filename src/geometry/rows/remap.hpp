@@ -6,6 +6,7 @@
 // for one channel, or the channels of one pixel in the lanes for three and four. Pixels that
 // fail the test are never read nor written. Every other kind, the smooth mode, the f64 maps and
 // the last width % 4 pixels run the scalar pixel of the model, which gives the same results.
+// Cubic of one channel runs the same way, sixteen taps a pixel.
 #pragma once
 
 #include <cstdint>
@@ -261,6 +262,78 @@ inline void linear_row(const Source<T, L>& s, const Window& w, const float* xm, 
     scalar_row(Kind::Linear, false, s, w, xm, ym, d, x, width);
 }
 
+// Cubic (B = 0, C = 0.5) weights of four positions, operation for operation as the model's
+// cubic_weights (halving by a multiply is exact, as the division by two is).
+inline void cubic_weights(__m128 t, __m128* w)
+{
+    const __m128 one = _mm_set1_ps(1.0f), half = _mm_set1_ps(0.5f), three = _mm_set1_ps(3.0f);
+    const __m128 tm1 = _mm_sub_ps(t, one), t3t = _mm_mul_ps(_mm_mul_ps(three, t), t);
+    const __m128 minusT = _mm_xor_ps(t, _mm_set1_ps(-0.0f));
+    w[0] = _mm_mul_ps(_mm_mul_ps(_mm_mul_ps(minusT, tm1), tm1), half);
+    w[1] = _mm_add_ps(_mm_mul_ps(_mm_mul_ps(_mm_sub_ps(t3t, _mm_mul_ps(_mm_set1_ps(5.0f), t)), t), half), one);
+    w[2] = _mm_mul_ps(_mm_mul_ps(_mm_add_ps(_mm_sub_ps(_mm_mul_ps(_mm_set1_ps(4.0f), t), t3t), one), t), half);
+    w[3] = _mm_mul_ps(_mm_mul_ps(_mm_mul_ps(t, t), tm1), half);
+}
+
+// Four f32 results as elements of T, rounded to nearest even and saturated for integers.
+template <class T> inline void from_f32(__m128 v, T* out)
+{
+    if constexpr (std::is_same_v<T, Kel8u>) results<T>(v, _mm_cvtps_epi32(v), out);
+    else results<T>(v, _mm_setzero_si128(), out);
+}
+
+// Cubic, one channel: four pixels in the lanes, sixteen taps gathered per pixel, rows filtered
+// by the x weights and combined by the y weights in the model's order.
+template <class T>
+inline void cubic_row(const Source<T, Layout::C1>& s, const Window& w, const float* xm, const float* ym, T* d, int width)
+{
+    int x = 0;
+    if (WindowV::fits(w, s.step, sizeof(T))) {
+        const WindowV v(w, s.step, sizeof(T));
+        const __m128 lift = _mm_set1_ps(1e-7f);
+        alignas(16) int col[4][4], row[4][4];
+        alignas(16) T taps[4][4][4];  // row, tap, lane
+        __m128 wx[4], wy[4];
+        for (; x + 4 <= width; x += 4) {
+            const __m128 mx = _mm_loadu_ps(xm + x), my = _mm_loadu_ps(ym + x);
+            const int bits = v.test(mx, my);
+            if (bits == 0) continue;
+            const __m128i ix = _mm_cvttps_epi32(_mm_add_ps(mx, lift)), iy = _mm_cvttps_epi32(_mm_add_ps(my, lift));
+            cubic_weights(_mm_sub_ps(mx, _mm_cvtepi32_ps(ix)), wx);
+            cubic_weights(_mm_sub_ps(my, _mm_cvtepi32_ps(iy)), wy);
+            for (int k = 0; k < 4; ++k) {
+                const __m128i shift = _mm_set1_epi32(k - 1);
+                const __m128i cx = _mm_min_epi32(_mm_max_epi32(_mm_add_epi32(ix, shift), v.ix0), v.ix1);
+                const __m128i cy = _mm_min_epi32(_mm_max_epi32(_mm_add_epi32(iy, shift), v.iy0), v.iy1);
+                _mm_store_si128(reinterpret_cast<__m128i*>(col[k]), _mm_mullo_epi32(cx, v.pixelBytes));
+                _mm_store_si128(reinterpret_cast<__m128i*>(row[k]), _mm_mullo_epi32(cy, v.step));
+            }
+            if (bits != 15) std::memset(taps, 0, sizeof taps);
+            for (int j = 0; j < 4; ++j) {
+                if (!(bits >> j & 1)) continue;
+                for (int r = 0; r < 4; ++r) {
+                    const std::uint8_t* line = s.base + row[r][j];
+                    for (int k = 0; k < 4; ++k) taps[r][k][j] = *reinterpret_cast<const T*>(line + col[k][j]);
+                }
+            }
+            __m128 acc = _mm_setzero_ps();
+            for (int r = 0; r < 4; ++r) {
+                __m128 h = _mm_mul_ps(channels_f32<T, 4>(taps[r][0]), wx[0]);
+                for (int k = 1; k < 4; ++k) h = _mm_add_ps(h, _mm_mul_ps(channels_f32<T, 4>(taps[r][k]), wx[k]));
+                acc = r == 0 ? _mm_mul_ps(h, wy[0]) : _mm_add_ps(acc, _mm_mul_ps(h, wy[r]));
+            }
+            alignas(16) T lanes[4];
+            from_f32<T>(acc, lanes);
+            T* out = d + x;
+            if (bits == 15) std::memcpy(out, lanes, sizeof lanes);
+            else
+                for (int j = 0; j < 4; ++j)
+                    if (bits >> j & 1) out[j] = lanes[j];
+        }
+    }
+    scalar_row(Kind::Cubic, false, s, w, xm, ym, d, x, width);
+}
+
 template <class T, Layout L, class M>
 inline void remap_row(Kind kind, bool smooth, const Source<T, L>& s, const Window& w, const M* xm, const M* ym, T* d,
                       int width)
@@ -268,6 +341,8 @@ inline void remap_row(Kind kind, bool smooth, const Source<T, L>& s, const Windo
     if constexpr (std::is_same_v<M, float>) {
         if (!smooth && kind == Kind::Nearest) return nearest_row(s, w, xm, ym, d, width);
         if (!smooth && kind == Kind::Linear) return linear_row(s, w, xm, ym, d, width);
+        if constexpr (L == Layout::C1)
+            if (!smooth && kind == Kind::Cubic) return cubic_row(s, w, xm, ym, d, width);
     }
     scalar_row(kind, smooth, s, w, xm, ym, d, 0, width);
 }
