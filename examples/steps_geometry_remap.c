@@ -51,7 +51,7 @@ void demo_geometry_remap(Demo* d)
                  {kelCubic, "keliRemap_8u_C1R (Cubic)", "remap_rotate_cubic"},
                  {kelCubicLagrange, "keliRemap_8u_C1R (Lagrange)", "remap_rotate_lagrange"},
                  {kelLanczos, "keliRemap_8u_C1R (Lanczos)", "remap_rotate_lanczos"}};
-    int stepChecker, stepRamp, stepRings, stepColour, stepOut, stepGrey, xStep, yStep, x, y;
+    int stepChecker, stepRamp, stepRings, stepColour, stepOut, stepGrey, xStep, yStep, y;
     unsigned k;
     KeliSize size = {d->width, d->height};
     KeliRect roi = {0, 0, d->width, d->height};
@@ -69,13 +69,10 @@ void demo_geometry_remap(Demo* d)
         demo_report(d, "keliMalloc_8u_C1 / _C3 / _32f_C1", kelStatusNoMemory, -1);
         goto done;
     }
-    for (y = 0; y < d->height; ++y)
-        for (x = 0; x < d->width; ++x) {
-            Kel8u* px = colour + (long)y * stepColour + 3 * x;
-            px[0] = rings[(long)y * stepRings + x];
-            px[1] = ramp[(long)y * stepRamp + x];
-            px[2] = checker[(long)y * stepChecker + x];
-        }
+    /* Each scene into one channel: the copy writes the first element of each pixel. */
+    keliCopy_8u_C1C3R(rings, stepRings, colour, stepColour, size);
+    keliCopy_8u_C1C3R(ramp, stepRamp, colour + 1, stepColour, size);
+    keliCopy_8u_C1C3R(checker, stepChecker, colour + 2, stepColour, size);
 
     /* The swirl, on a mid-grey background that the smooth edge blends into. */
     make_maps(d, xMap, yMap, xStep, 0.0, 2.5);

@@ -82,7 +82,6 @@ KelStatus remap_image(const T* pSrc, KeliSize srcSize, int srcStep, KeliRect* sr
 
     // The destination is walked in tiles of eight rows by 256 pixels: a rotation or a warp
     // reads a slanted band of the source, and a tile's band stays in the cache for all its rows.
-    using M = remap::MapValue<T>;
     constexpr int kTileRows = 8, kTileColumns = 256;
     const auto byteRow = [](auto* base, int step, int y) {
         using Byte = std::conditional_t<std::is_const_v<std::remove_pointer_t<decltype(base)>>, const std::uint8_t,

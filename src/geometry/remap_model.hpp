@@ -159,34 +159,27 @@ inline std::array<int, 4> lagrange_q14(float f)
     return {a[0], a[1], b[1], b[0]};
 }
 
-// Cubic (B = 0, C = 0.5): the 1e-7 lifts positions a hair below an integer onto it, so the
-// fraction t may be slightly negative.
-template <class M> inline Taps<M, 4> cubic_taps(M m, int first, int last)
+// Cubic and Lanczos: N taps starting `before` pixels ahead of the position's pixel. The 1e-7
+// lifts positions a hair below an integer onto it, so the fraction t may be slightly negative.
+template <int N, class M> inline Taps<M, N> centred_taps(M m, int before, int first, int last)
 {
     const int i = static_cast<int>(m + M(1e-7));
-    Taps<M, 4> t;
-    for (int k = 0; k < 4; ++k) t.index[k] = clamp_index(i - 1 + k, first, last);
+    Taps<M, N> t;
+    for (int k = 0; k < N; ++k) t.index[k] = clamp_index(i - before + k, first, last);
     t.f = m - static_cast<M>(i);
     return t;
 }
 
+// Cubic, B = 0 and C = 0.5: taps i - 1 ... i + 2.
 template <class W> inline std::array<W, 4> cubic_weights(W t)
 {
     return {-t * (t - 1) * (t - 1) / 2, (3 * t * t - 5 * t) * t / 2 + 1, (4 * t - 3 * t * t + 1) * t / 2,
             t * t * (t - 1) / 2};
 }
 
-// Lanczos, three lobes: six taps, weights from a table of lanczos3 at steps of 1/100, linearly
-// interpolated and divided by their sum. The table and the weights are f32 in every member.
-template <class M> inline Taps<M, 6> lanczos_taps(M m, int first, int last)
-{
-    const int i = static_cast<int>(m + M(1e-7));
-    Taps<M, 6> t;
-    for (int k = 0; k < 6; ++k) t.index[k] = clamp_index(i - 2 + k, first, last);
-    t.f = m - static_cast<M>(i);
-    return t;
-}
-
+// Lanczos, three lobes: six taps i - 2 ... i + 3, weights from a table of lanczos3 at steps of
+// 1/100, linearly interpolated and divided by their sum. The table and the weights are f32 in
+// every member.
 constexpr int kLanczosEntries = 302;
 
 inline const float* lanczos_table()

@@ -95,13 +95,13 @@ inline void pixel(Kind kind, bool floating, const Source<T, L>& s, const Window&
         return;
     }
     case Kind::Cubic: {
-        const auto tx = cubic_taps(mx, w.x0, w.x1), ty = cubic_taps(my, w.y0, w.y1);
+        const auto tx = centred_taps<4>(mx, 1, w.x0, w.x1), ty = centred_taps<4>(my, 1, w.y0, w.y1);
         const auto wx = cubic_weights(static_cast<W>(tx.f)), wy = cubic_weights(static_cast<W>(ty.f));
         separable<T, L, 4>(s, tx.index, wx.data(), ty.index, wy.data(), d);
         return;
     }
     case Kind::Lanczos: {
-        const auto tx = lanczos_taps(mx, w.x0, w.x1), ty = lanczos_taps(my, w.y0, w.y1);
+        const auto tx = centred_taps<6>(mx, 2, w.x0, w.x1), ty = centred_taps<6>(my, 2, w.y0, w.y1);
         const auto fx = lanczos_weights(static_cast<float>(tx.f)), fy = lanczos_weights(static_cast<float>(ty.f));
         W wx[6], wy[6];
         for (int k = 0; k < 6; ++k) wx[k] = fx[k], wy[k] = fy[k];
