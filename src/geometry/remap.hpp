@@ -80,9 +80,9 @@ KelStatus remap_image(const T* pSrc, KeliSize srcSize, int srcStep, KeliRect* sr
     guard.set_rounding(0);
     guard.set_flush_to_zero(false);
 
-    // The destination is walked in tiles of eight rows by 256 pixels: a rotation or a warp
+    // The destination is walked in tiles of sixteen rows by 512 pixels: a rotation or a warp
     // reads a slanted band of the source, and a tile's band stays in the cache for all its rows.
-    constexpr int kTileRows = 8, kTileColumns = 256;
+    constexpr int kTileRows = 16, kTileColumns = 512;
     const auto byteRow = [](auto* base, int step, int y) {
         using Byte = std::conditional_t<std::is_const_v<std::remove_pointer_t<decltype(base)>>, const std::uint8_t,
                                         std::uint8_t>;

@@ -185,35 +185,25 @@ template <class T, int Channels> inline __m128 channels_f32(const T* p)
     else return _mm_cvtepi32_ps(channels_i32<T, Channels>(p));
 }
 
-// One channel: four pixels in the lanes. Lanes that failed the test read nothing.
-template <class T> inline void linear_lanes_c1(const std::uint8_t* base, const LinearQuad& q, T* out)
+// One channel: four pixels in the lanes. Lanes that failed the test read nothing. The taps go
+// straight into registers: a detour through memory would stall on store forwarding.
+template <class T, bool All> inline void linear_lanes_c1(const std::uint8_t* base, const LinearQuad& q, T* out)
 {
+    auto tap = [base, &q](const int* o, int j) { return All || (q.bits >> j & 1) ? *reinterpret_cast<const T*>(base + o[j]) : T(0); };
     alignas(16) T lanes[4];
-    const bool all = q.bits == 15;
-    auto tap = [base](int offset) { return *reinterpret_cast<const T*>(base + offset); };
     if constexpr (std::is_same_v<T, Kel8u>) {
-        alignas(16) int top[4] = {}, bottom[4] = {};
-        for (int j = 0; j < 4; ++j) {
-            if (!all && !(q.bits >> j & 1)) continue;
-            top[j] = tap(q.o00[j]) | tap(q.o01[j]) << 16;
-            bottom[j] = tap(q.o10[j]) | tap(q.o11[j]) << 16;
-        }
-        results<T>(_mm_setzero_ps(),
-                   linear_8u(_mm_load_si128(reinterpret_cast<const __m128i*>(top)),
-                             _mm_load_si128(reinterpret_cast<const __m128i*>(bottom)), q.vwx, q.vwy),
-                   lanes);
+        auto pair = [&](const int* left, const int* right, int j) { return tap(left, j) | tap(right, j) << 16; };
+        const __m128i top = _mm_setr_epi32(pair(q.o00, q.o01, 0), pair(q.o00, q.o01, 1), pair(q.o00, q.o01, 2), pair(q.o00, q.o01, 3));
+        const __m128i bottom = _mm_setr_epi32(pair(q.o10, q.o11, 0), pair(q.o10, q.o11, 1), pair(q.o10, q.o11, 2), pair(q.o10, q.o11, 3));
+        results<T>(_mm_setzero_ps(), linear_8u(top, bottom, q.vwx, q.vwy), lanes);
     } else {
-        alignas(16) float p[4][4] = {};
-        for (int j = 0; j < 4; ++j) {
-            if (!all && !(q.bits >> j & 1)) continue;
-            p[0][j] = static_cast<float>(tap(q.o00[j])), p[1][j] = static_cast<float>(tap(q.o01[j]));
-            p[2][j] = static_cast<float>(tap(q.o10[j])), p[3][j] = static_cast<float>(tap(q.o11[j]));
-        }
-        results<T>(linear_product(_mm_load_ps(p[0]), _mm_load_ps(p[1]), _mm_load_ps(p[2]), _mm_load_ps(p[3]), q.vfx,
-                                  q.vfy),
-                   _mm_setzero_si128(), lanes);
+        auto quad = [&](const int* o) {
+            return _mm_setr_ps(static_cast<float>(tap(o, 0)), static_cast<float>(tap(o, 1)), static_cast<float>(tap(o, 2)),
+                               static_cast<float>(tap(o, 3)));
+        };
+        results<T>(linear_product(quad(q.o00), quad(q.o01), quad(q.o10), quad(q.o11), q.vfx, q.vfy), _mm_setzero_si128(), lanes);
     }
-    if (all) std::memcpy(out, lanes, sizeof lanes);
+    if (All) std::memcpy(out, lanes, sizeof lanes);
     else
         for (int j = 0; j < 4; ++j)
             if (q.bits >> j & 1) out[j] = lanes[j];
@@ -255,7 +245,10 @@ inline void linear_row(const Source<T, L>& s, const Window& w, const float* xm, 
         for (; x + 4 <= width; x += 4) {
             if (!linear_quad<std::is_same_v<T, Kel8u>>(v, xm + x, ym + x, q)) continue;
             T* out = d + static_cast<std::ptrdiff_t>(x) * C;
-            if constexpr (C == 1) linear_lanes_c1(s.base, q, out);
+            if constexpr (C == 1) {
+                if (q.bits == 15) linear_lanes_c1<T, true>(s.base, q, out);
+                else linear_lanes_c1<T, false>(s.base, q, out);
+            }
             else linear_lanes_cn<T, L>(s.base, q, out);
         }
     }
