@@ -89,7 +89,7 @@ template <class T> void check_case(const Member<T>& m, const Case& cs, kit::Rng&
     src.fill([&] { return pixel_value<T>(rng); });
     kit::Image<T> dst(g.width, g.height, m.stride, g.dst);
     dst.fill([&] { return pixel_value<T>(rng); });
-    kit::Image<M> xMap(g.width, g.height, 1, {g.src.offsetElements % 4, 4 * (g.width % 3), false});
+    kit::Image<M> xMap(g.width, g.height, 1, {g.src.offsetElements % 4, int(sizeof(M)) * (g.width % 3), false});
     kit::Image<M> yMap(g.width, g.height, 1, {g.dst.offsetElements % 4, 0, false});
     const int X1 = std::min(cs.roi.x + cs.roi.width, cs.srcSize.width) - 1;
     const int Y1 = std::min(cs.roi.y + cs.roi.height, cs.srcSize.height) - 1;
