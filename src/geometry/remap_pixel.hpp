@@ -46,7 +46,9 @@ inline void separable(const Source<T, L>& s, const int* ix, const W* wx, const i
 }
 
 // One pixel whose position passed the window test. `floating` asks the 8u members for the
-// floating-point formula of their kind (the smooth mode computes every pixel that way).
+// floating-point formula of their kind, which the smooth mode uses for every pixel so that the
+// inside and the faded band are computed alike: for Linear that is the f32 product form of the
+// 16-bit members (rounded to even, saturated), for Lagrange the f32 polynomials.
 template <class T, Layout L, class M>
 inline void pixel(Kind kind, bool floating, const Source<T, L>& s, const Window& w, M mx, M my, T* d)
 {
