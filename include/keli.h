@@ -7,12 +7,6 @@
 
 #include "keli_types.h"
 
-#if defined(__GNUC__)
-#define KELI_API __attribute__((visibility("default")))
-#else
-#define KELI_API
-#endif
-
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -2202,6 +2196,60 @@ KELI_API KelStatus keliBlockMinMax_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSi
 KELI_API KelStatus keliBlockMinMax_16u_C1R(const Kel16u* pSrc, int srcStep, KeliSize srcSize, Kel16u* pDstMin, int dstMinStep, Kel16u* pDstMax, int dstMaxStep, KeliSize blockSize, Kel16u* pDstGlobalMin, Kel16u* pDstGlobalMax);
 KELI_API KelStatus keliBlockMinMax_16s_C1R(const Kel16s* pSrc, int srcStep, KeliSize srcSize, Kel16s* pDstMin, int dstMinStep, Kel16s* pDstMax, int dstMaxStep, KeliSize blockSize, Kel16s* pDstGlobalMin, Kel16s* pDstGlobalMax);
 KELI_API KelStatus keliBlockMinMax_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize srcSize, Kel32f* pDstMin, int dstMinStep, Kel32f* pDstMax, int dstMaxStep, KeliSize blockSize, Kel32f* pDstGlobalMin, Kel32f* pDstGlobalMax);
+
+/* ==== Geometric transforms ================================================================== */
+
+/* ---- Remap */
+/*
+ * `keliRemap`: `dst(x, y) = src(xMap(x, y), yMap(x, y))` over the source region `srcRoi`, with
+ * f32 maps (f64 for the 64f members). A pixel is written only where `roi.x <= mx <= roi.x +
+ * width - 1` and likewise in y; any other pixel (a not-a-number map value too) keeps what the
+ * destination held, so the destination must be initialised. `interpolation`: `kelNearest` 1
+ * (`trunc(m + 0.5)`), `kelLinear` 2, `kelCubicLagrange` 4, `kelCubic` 6 (B = 0, C = 0.5),
+ * `kelLanczos` 16 (three lobes); the top bit 0x80000000 adds smooth edges: a one-pixel band
+ * around the region blends the edge pixel into the destination's old value. Taps never leave
+ * `srcRoi`. Sources narrower or lower than 6, 4 or 2 pixels fall back to Lagrange, Linear or
+ * Nearest.
+ *
+ * **Rounding.** 8u Linear in Q14 fixed point with a truncating final shift (`+ 33 >> 20`); 16u and
+ * 16s Linear in f32 rounded to nearest even; 32f in f32; 64f by the lerp form in f64. Cubic
+ * and Lanczos weights in f32 (f64 for 64f), integers rounded to nearest even and saturated.
+ *
+ * **AC4.** The fourth element is never written.
+ *
+ * **Checks, in order.** `pSrc`, `srcRoi`, `pxMap`, `pyMap`, `pDst` null `kelStatusNullPtr`; a source size,
+ * `srcRoi` origin or size, or destination size out of range `kelStatusBadSize`; an unknown kind
+ * `kelStatusBadInterpolation`; a step below 1 `kelStatusBadStep`; then `srcRoi` starting at or
+ * past the source's width or height: the warning `kelStatusRoiOutsideSrc` with nothing written.
+ * Otherwise `*srcRoi` is trimmed to the source and written back.
+ *
+ * ```c
+ * KeliRect roi = {0, 0, w, h};
+ * // dst must hold its old pixels: positions outside roi leave them
+ * KelStatus st = keliRemap_8u_C1R(src, size, sStep, &roi, mx, mxStep, my, myStep, dst, dStep, dstSize,
+ *                                 kelLinear);
+ * ```
+ */
+KELI_API KelStatus keliRemap_8u_C1R(const Kel8u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_8u_C3R(const Kel8u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_8u_C4R(const Kel8u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_8u_AC4R(const Kel8u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16u_C1R(const Kel16u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16u_C3R(const Kel16u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16u_C4R(const Kel16u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16u_AC4R(const Kel16u* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16s_C1R(const Kel16s* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16s_C3R(const Kel16s* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16s_C4R(const Kel16s* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_16s_AC4R(const Kel16s* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_32f_C1R(const Kel32f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_32f_C3R(const Kel32f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_32f_C4R(const Kel32f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_32f_AC4R(const Kel32f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel32f* pxMap, int xMapStep, const Kel32f* pyMap, int yMapStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_64f_C1R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_64f_C3R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_64f_C4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
+KELI_API KelStatus keliRemap_64f_AC4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
 
 #ifdef __cplusplus
 }

@@ -7,6 +7,15 @@
 
 #include <stdint.h>
 
+/* Marks the library's exported functions. */
+#ifndef KELI_API
+#if defined(__GNUC__)
+#define KELI_API __attribute__((visibility("default")))
+#else
+#define KELI_API
+#endif
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif

@@ -203,6 +203,7 @@ A190 = ((c_void_p, c_int, KeliSize, c_void_p, c_void_p), "pSrc srcStep roiSize p
 A191 = ((c_void_p, c_int, KeliSize, c_void_p, c_void_p, c_void_p), "pSrc srcStep roiSize pMin pIndexX pIndexY")
 A192 = ((c_void_p, c_int, KeliSize, c_void_p, c_void_p, c_void_p), "pSrc srcStep roiSize pMax pIndexX pIndexY")
 A193 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_int, KeliSize, c_void_p, c_void_p), "pSrc srcStep srcSize pDstMin dstMinStep pDstMax dstMaxStep blockSize pDstGlobalMin pDstGlobalMax")
+A194 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2022,4 +2023,24 @@ EXPORTS = {
     "keliBlockMinMax_16u_C1R": (KelStatus, *A193),
     "keliBlockMinMax_16s_C1R": (KelStatus, *A193),
     "keliBlockMinMax_32f_C1R": (KelStatus, *A193),
+    "keliRemap_8u_C1R": (KelStatus, *A194),
+    "keliRemap_8u_C3R": (KelStatus, *A194),
+    "keliRemap_8u_C4R": (KelStatus, *A194),
+    "keliRemap_8u_AC4R": (KelStatus, *A194),
+    "keliRemap_16u_C1R": (KelStatus, *A194),
+    "keliRemap_16u_C3R": (KelStatus, *A194),
+    "keliRemap_16u_C4R": (KelStatus, *A194),
+    "keliRemap_16u_AC4R": (KelStatus, *A194),
+    "keliRemap_16s_C1R": (KelStatus, *A194),
+    "keliRemap_16s_C3R": (KelStatus, *A194),
+    "keliRemap_16s_C4R": (KelStatus, *A194),
+    "keliRemap_16s_AC4R": (KelStatus, *A194),
+    "keliRemap_32f_C1R": (KelStatus, *A194),
+    "keliRemap_32f_C3R": (KelStatus, *A194),
+    "keliRemap_32f_C4R": (KelStatus, *A194),
+    "keliRemap_32f_AC4R": (KelStatus, *A194),
+    "keliRemap_64f_C1R": (KelStatus, *A194),
+    "keliRemap_64f_C3R": (KelStatus, *A194),
+    "keliRemap_64f_C4R": (KelStatus, *A194),
+    "keliRemap_64f_AC4R": (KelStatus, *A194),
 }

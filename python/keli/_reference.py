@@ -363,4 +363,36 @@ st = keliMinMax_8u_C3R(img, step, roi, lo, hi);
 ```""",
         'keliSum_8u_C1R keliSum_16u_C1R keliSum_16s_C1R keliMean_8u_C1R keliMean_16u_C1R keliMean_16s_C1R keliSum_8u_C3R keliSum_8u_C4R keliSum_16u_C3R keliSum_16u_C4R keliSum_16s_C3R keliSum_16s_C4R keliMean_8u_C3R keliMean_8u_C4R keliMean_16u_C3R keliMean_16u_C4R keliMean_16s_C3R keliMean_16s_C4R keliSum_32f_C1R keliMean_32f_C1R keliSum_32f_C3R keliSum_32f_C4R keliMean_32f_C3R keliMean_32f_C4R keliMin_8u_C1R keliMin_16u_C1R keliMin_16s_C1R keliMin_32f_C1R keliMax_8u_C1R keliMax_16u_C1R keliMax_16s_C1R keliMax_32f_C1R keliMinMax_8u_C1R keliMinMax_16u_C1R keliMinMax_16s_C1R keliMinMax_32f_C1R keliMinIndx_8u_C1R keliMinIndx_16u_C1R keliMinIndx_16s_C1R keliMinIndx_32f_C1R keliMaxIndx_8u_C1R keliMaxIndx_16u_C1R keliMaxIndx_16s_C1R keliMaxIndx_32f_C1R keliMin_8u_C3R keliMin_8u_C4R keliMin_8u_AC4R keliMin_16u_C3R keliMin_16u_C4R keliMin_16u_AC4R keliMin_16s_C3R keliMin_16s_C4R keliMin_16s_AC4R keliMin_32f_C3R keliMin_32f_C4R keliMin_32f_AC4R keliMax_8u_C3R keliMax_8u_C4R keliMax_8u_AC4R keliMax_16u_C3R keliMax_16u_C4R keliMax_16u_AC4R keliMax_16s_C3R keliMax_16s_C4R keliMax_16s_AC4R keliMax_32f_C3R keliMax_32f_C4R keliMax_32f_AC4R keliMinMax_8u_C3R keliMinMax_8u_C4R keliMinMax_8u_AC4R keliMinMax_16u_C3R keliMinMax_16u_C4R keliMinMax_16u_AC4R keliMinMax_16s_C3R keliMinMax_16s_C4R keliMinMax_16s_AC4R keliMinMax_32f_C3R keliMinMax_32f_C4R keliMinMax_32f_AC4R keliMinIndx_8u_C3R keliMinIndx_8u_C4R keliMinIndx_8u_AC4R keliMinIndx_16u_C3R keliMinIndx_16u_C4R keliMinIndx_16u_AC4R keliMinIndx_16s_C3R keliMinIndx_16s_C4R keliMinIndx_16s_AC4R keliMinIndx_32f_C3R keliMinIndx_32f_C4R keliMinIndx_32f_AC4R keliMaxIndx_8u_C3R keliMaxIndx_8u_C4R keliMaxIndx_8u_AC4R keliMaxIndx_16u_C3R keliMaxIndx_16u_C4R keliMaxIndx_16u_AC4R keliMaxIndx_16s_C3R keliMaxIndx_16s_C4R keliMaxIndx_16s_AC4R keliMaxIndx_32f_C3R keliMaxIndx_32f_C4R keliMaxIndx_32f_AC4R keliBlockMinMax_8u_C1R keliBlockMinMax_16u_C1R keliBlockMinMax_16s_C1R keliBlockMinMax_32f_C1R',
     ),
+    "geometry/remap": (
+        'Remap',
+        """`keliRemap`: `dst(x, y) = src(xMap(x, y), yMap(x, y))` over the source region `srcRoi`, with
+f32 maps (f64 for the 64f members). A pixel is written only where `roi.x <= mx <= roi.x +
+width - 1` and likewise in y; any other pixel (a not-a-number map value too) keeps what the
+destination held, so the destination must be initialised. `interpolation`: `kelNearest` 1
+(`trunc(m + 0.5)`), `kelLinear` 2, `kelCubicLagrange` 4, `kelCubic` 6 (B = 0, C = 0.5),
+`kelLanczos` 16 (three lobes); the top bit 0x80000000 adds smooth edges: a one-pixel band
+around the region blends the edge pixel into the destination's old value. Taps never leave
+`srcRoi`. Sources narrower or lower than 6, 4 or 2 pixels fall back to Lagrange, Linear or
+Nearest.
+
+**Rounding.** 8u Linear in Q14 fixed point with a truncating final shift (`+ 33 >> 20`); 16u and
+16s Linear in f32 rounded to nearest even; 32f in f32; 64f by the lerp form in f64. Cubic
+and Lanczos weights in f32 (f64 for 64f), integers rounded to nearest even and saturated.
+
+**AC4.** The fourth element is never written.
+
+**Checks, in order.** `pSrc`, `srcRoi`, `pxMap`, `pyMap`, `pDst` null `kelStatusNullPtr`; a source size,
+`srcRoi` origin or size, or destination size out of range `kelStatusBadSize`; an unknown kind
+`kelStatusBadInterpolation`; a step below 1 `kelStatusBadStep`; then `srcRoi` starting at or
+past the source's width or height: the warning `kelStatusRoiOutsideSrc` with nothing written.
+Otherwise `*srcRoi` is trimmed to the source and written back.
+
+```c
+KeliRect roi = {0, 0, w, h};
+// dst must hold its old pixels: positions outside roi leave them
+KelStatus st = keliRemap_8u_C1R(src, size, sStep, &roi, mx, mxStep, my, myStep, dst, dStep, dstSize,
+                                kelLinear);
+```""",
+        'keliRemap_8u_C1R keliRemap_8u_C3R keliRemap_8u_C4R keliRemap_8u_AC4R keliRemap_16u_C1R keliRemap_16u_C3R keliRemap_16u_C4R keliRemap_16u_AC4R keliRemap_16s_C1R keliRemap_16s_C3R keliRemap_16s_C4R keliRemap_16s_AC4R keliRemap_32f_C1R keliRemap_32f_C3R keliRemap_32f_C4R keliRemap_32f_AC4R keliRemap_64f_C1R keliRemap_64f_C3R keliRemap_64f_C4R keliRemap_64f_AC4R',
+    ),
 }
