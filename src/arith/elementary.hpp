@@ -38,15 +38,16 @@ template <class T, Layout L> inline KelStatus checks(const T* pSrc, int srcStep,
     return check::first({check::pointers(pSrc, pDst), check::size(roi), check::steps(srcStep, dstStep)});
 }
 
-// Every row through `run(src, dst, elements) -> Flags`; AC4 rows skip the alpha elements.
+// Every row through `run(src, dst, elements) -> Flags`; AC4 rows skip the alpha elements. Rows
+// are never joined into one run, even where they follow each other without a gap: the status is
+// that of the first row that warns, and a later row's zero must not outrank its negative.
 template <Layout L, class T, class Run>
 KelStatus flagged_rows(const T* pSrc, int srcStep, T* pDst, int dstStep, KeliSize roi, Warnings w, Run run)
 {
-    std::size_t pixels = static_cast<std::size_t>(roi.width);
-    std::int64_t height = roi.height;
-    arith::join_rows<T, L>(pixels, height, {srcStep, dstStep});
+    const std::size_t pixels = static_cast<std::size_t>(roi.width);
     return walk_rows(
-        height, [&](const T* s, T* d) { return w.of(run(s, d, pixels * channels<L>)); }, row_ptr(pSrc, srcStep),
+        roi.height,
+        [&](const T* s, T* d) { return w.of(run(s, d, pixels * channels<L>)); }, row_ptr(pSrc, srcStep),
         row_ptr(pDst, dstStep));
 }
 

@@ -50,15 +50,23 @@ inline Flags flagged_run(const Op& given, const T* s, T* d, std::size_t n)
         const __m128i keep = Alpha ? alpha_mask<T>(head & 3) : _mm_setzero_si128();
         auto loop = [&](auto alignS, auto alignD) {
             constexpr bool AS = decltype(alignS)::value, AD = decltype(alignD)::value;
-            for (; i < body; i += L) {
-                const auto x = AS ? simd::loada(s + i) : simd::loadu(s + i);
+            auto one = [&](std::size_t at) {
+                const auto x = AS ? simd::loada(s + at) : simd::loadu(s + at);
                 zeros = _mm_or_si128(zeros, _mm_andnot_si128(keep, op.zero(x)));
                 negatives = _mm_or_si128(negatives, _mm_andnot_si128(keep, op.negative(x)));
                 const auto r = op.apply(x);
                 if constexpr (std::is_same_v<T, Kel32f>)
-                    put<Alpha, AD>(reinterpret_cast<Kel32s*>(d + i), _mm_castps_si128(r), keep);
-                else put<Alpha, AD>(d + i, r, keep);
+                    put<Alpha, AD>(reinterpret_cast<Kel32s*>(d + at), _mm_castps_si128(r), keep);
+                else put<Alpha, AD>(d + at, r, keep);
+            };
+            // A cache line a turn with the lines ahead asked for, which keeps the cheap ops at
+            // memory speed out of cache.
+            for (; i + 4 * L <= body; i += 4 * L) {
+                simd::prefetch_ahead(s + i);
+                simd::prefetch_ahead(d + i);
+                for (std::size_t k = 0; k < 4 * L; k += L) one(i + k);
             }
+            for (; i < body; i += L) one(i);
         };
         using Yes = std::true_type;
         using No = std::false_type;
