@@ -79,7 +79,7 @@ TEST(Elementary, IntegerMembersMatchTheModelOverTheSweep)
     auto run = [&](auto type) {
         using T = decltype(type);
         for (const Member<T>& m : members<T>())
-            for (int n : {0, 1, 3, 8, 17, -1, -4, -9, -16, INT_MIN, INT_MAX}) {
+            for (int n : {0, 1, 8, 17, -1, -4, -16, INT_MIN, INT_MAX}) {
                 SCOPED_TRACE(std::string(m.name) + " n " + std::to_string(n));
                 // The extreme factors of Sqrt and Ln through the model's own clamp: beyond +-64
                 // nothing changes. Exp has its own test of them.
@@ -89,7 +89,7 @@ TEST(Elementary, IntegerMembersMatchTheModelOverTheSweep)
                     m.layout, [&](const T* s, int ss, T* d, int ds, KeliSize z) { return m.r(s, ss, d, ds, z, n); },
                     [&](T* d, int ds, KeliSize z) { return m.ir(d, ds, z, n); },
                     [&](T a) { return model(m.fn, a, m.fn == Fn::Sqr ? n : mn); }, [&] { return draw<T>(m.fn, rng); },
-                    {m.layout.channels == 1 ? 40 : 20});
+                    {m.layout.channels == 1 ? 36 : 16});
                 if (HasFailure()) return;
             }
     };
