@@ -1,6 +1,6 @@
 /* Elementary functions and logic. The rings are brightened by their square root (times 8, a scale
- * factor of -3), the ramp is bent by its logarithm (times 16) and raised through the exponential
- * of a quarter of it; the checkerboard keeps the rings where its bits agree (And), is inverted
+ * factor of -3), the ramp is bent by its logarithm (times 32) and raised through the exponential
+ * of a 32nd of it (a right shift by 5), halved; the checkerboard keeps the rings where its bits agree (And), is inverted
  * (Not) and darkened by a right shift; last, the brighter of the rings and the ramp at each
  * pixel (MaxEvery). The ramp's zero in its corner makes the logarithm warn. */
 #include "demo.h"
@@ -21,7 +21,7 @@ static void run_sqrt(void* p)
 static void run_ln(void* p)
 {
     ElemArgs* a = (ElemArgs*)p;
-    keliLn_8u_C1RSfs(a->a, a->aStep, a->dst, a->dstStep, a->size, -4);
+    keliLn_8u_C1RSfs(a->a, a->aStep, a->dst, a->dstStep, a->size, -5);
 }
 
 static void run_and(void* p)
@@ -60,13 +60,13 @@ void demo_arith_elementary(Demo* d)
     demo_report(d, "keliSqrt_8u_C1RSfs (n = -3)", s, demo_speed(run_sqrt, &args, pixels));
     demo_write_png(d, "arith_sqrt_rings", out, stepOut, d->width, d->height, 1);
 
-    /* 16 ln(ramp): the ramp's zero warns. */
+    /* 32 ln(ramp): the ramp's zero warns. */
     args.a = ramp, args.aStep = stepRamp;
-    s = keliLn_8u_C1RSfs(ramp, stepRamp, out, stepOut, size, -4);
-    demo_report(d, "keliLn_8u_C1RSfs (n = -4)", s, demo_speed(run_ln, &args, pixels));
+    s = keliLn_8u_C1RSfs(ramp, stepRamp, out, stepOut, size, -5);
+    demo_report(d, "keliLn_8u_C1RSfs (n = -5)", s, demo_speed(run_ln, &args, pixels));
     demo_write_png(d, "arith_ln_ramp", out, stepOut, d->width, d->height, 1);
 
-    /* exp(ramp / 32) / 2, through a quarter of the ramp's bits first. */
+    /* exp(ramp >> 5) / 2, rounded half up. */
     {
         const Kel32u count = 5;
         s = keliRShiftC_8u_C1R(ramp, stepRamp, count, out, stepOut, size);
