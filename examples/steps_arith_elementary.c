@@ -1,8 +1,8 @@
 /* Elementary functions and logic. The rings are brightened by their square root (times 8, a scale
- * factor of -3), the ramp is bent by its logarithm (times 32) and raised through the exponential
- * of a 32nd of it (a right shift by 5), halved; the checkerboard keeps the rings where its bits agree (And), is inverted
- * (Not) and darkened by a right shift; last, the brighter of the rings and the ramp at each
- * pixel (MaxEvery). The ramp's zero in its corner makes the logarithm warn. */
+ * factor of -3); the ramp is bent by its logarithm (times 32), its zero in the corner making the
+ * logarithm warn, and raised through the exponential of a 32nd of it (a right shift by 5),
+ * halved; the checkerboard keeps the bits it shares with the rings (And) and is inverted (Not);
+ * last, the brighter of the rings and the ramp at each pixel (MaxEvery). */
 #include "demo.h"
 
 typedef struct {
