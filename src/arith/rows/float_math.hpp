@@ -59,9 +59,9 @@ inline __m128 log_ps(__m128 x)
     return _mm_blendv_ps(r, x, _mm_or_ps(_mm_cmpunord_ps(x, x), _mm_cmpeq_ps(x, splat(INFINITY))));
 }
 
-inline __m128 exp_ps(__m128 x)
+// e^c for c in [-104, 89]: the polynomial of the reduced argument times 2^k.
+inline __m128 exp_reduced(__m128 c)
 {
-    const __m128 c = _mm_min_ps(_mm_max_ps(x, splat(-104.0f)), splat(89.0f));
     const __m128 k = _mm_floor_ps(_mm_add_ps(_mm_mul_ps(c, splat(1.44269504088896341f)), splat(0.5f)));
     __m128 r = _mm_sub_ps(c, _mm_mul_ps(k, splat(0.693359375f)));
     r = _mm_sub_ps(r, _mm_mul_ps(k, splat(-2.12194440e-4f)));
@@ -72,11 +72,21 @@ inline __m128 exp_ps(__m128 x)
     p = _mm_add_ps(_mm_mul_ps(p, r), splat(4.1665795894e-2f));
     p = _mm_add_ps(_mm_mul_ps(p, r), splat(1.6666665459e-1f));
     p = _mm_add_ps(_mm_mul_ps(p, r), splat(5.0000001201e-1f));
-    __m128 y = _mm_add_ps(_mm_add_ps(_mm_mul_ps(p, z), r), splat(1.0f));
+    const __m128 y = _mm_add_ps(_mm_add_ps(_mm_mul_ps(p, z), r), splat(1.0f));
     // 2^k as 2^(k/2) 2^(k - k/2): both halves stay in the normal range down to k = -150.
     const __m128i ki = _mm_cvtps_epi32(k);
     const __m128i k1 = _mm_srai_epi32(ki, 1);
-    y = _mm_mul_ps(_mm_mul_ps(y, power_of_two(k1)), power_of_two(_mm_sub_epi32(ki, k1)));
+    return _mm_mul_ps(_mm_mul_ps(y, power_of_two(k1)), power_of_two(_mm_sub_epi32(ki, k1)));
+}
+
+inline __m128 exp_ps(__m128 x)
+{
+    // Arguments held at -87 and above give normal results only. Results below the normal range
+    // are computed where some lane needs one, so that other arguments never pay for the slow
+    // arithmetic of subnormal numbers; arguments below -103.97 are 0 in any case.
+    __m128 y = exp_reduced(_mm_min_ps(_mm_max_ps(x, splat(-87.0f)), splat(89.0f)));
+    const __m128 subnormal = _mm_and_ps(_mm_cmplt_ps(x, splat(-87.0f)), _mm_cmpge_ps(x, splat(-103.972084045410156f)));
+    if (_mm_movemask_ps(subnormal) != 0) y = _mm_blendv_ps(y, exp_reduced(x), subnormal);
     y = _mm_blendv_ps(y, splat(INFINITY), _mm_cmpgt_ps(x, splat(88.72283935546875f)));
     y = _mm_blendv_ps(y, _mm_setzero_ps(), _mm_cmplt_ps(x, splat(-103.972084045410156f)));
     return _mm_blendv_ps(y, x, _mm_cmpunord_ps(x, x));
