@@ -36,6 +36,7 @@ void demo_arith_mul_div(Demo* d);
 void demo_move_copy(Demo* d);
 void demo_move_border(Demo* d);
 void demo_move_convert(Demo* d);
+void demo_move_mirror(Demo* d);
 void demo_threshold(Demo* d);
 void demo_stats_sums(Demo* d);
 void demo_stats_hist(Demo* d);

@@ -1419,6 +1419,72 @@ KELI_API KelStatus keliTranspose_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, KeliS
 KELI_API KelStatus keliTranspose_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize);
 KELI_API KelStatus keliTranspose_32fc_C1R(const Kel32fc* pSrc, int srcStep, Kel32fc* pDst, int dstStep, KeliSize roiSize);
 
+/* ---- Test images and noise */
+KELI_API KelStatus keliImageJaehne_8u_C1R(Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_8u_C3R(Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_8u_C4R(Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_8u_AC4R(Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16u_C1R(Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16u_C3R(Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16u_C4R(Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16u_AC4R(Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16s_C1R(Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16s_C3R(Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16s_C4R(Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16s_AC4R(Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_32f_C1R(Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_32f_C3R(Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_32f_C4R(Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_32f_AC4R(Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageRamp_8u_C1R(Kel8u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_8u_C3R(Kel8u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_8u_C4R(Kel8u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_8u_AC4R(Kel8u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16u_C1R(Kel16u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16u_C3R(Kel16u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16u_C4R(Kel16u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16u_AC4R(Kel16u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16s_C1R(Kel16s* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16s_C3R(Kel16s* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16s_C4R(Kel16s* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16s_AC4R(Kel16s* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_32f_C1R(Kel32f* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_32f_C3R(Kel32f* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_32f_C4R(Kel32f* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_32f_AC4R(Kel32f* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliAddRandUniform_8u_C1IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u low, Kel8u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_8u_C3IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u low, Kel8u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u low, Kel8u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_8u_AC4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u low, Kel8u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16u_C1IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u low, Kel16u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16u_C3IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u low, Kel16u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16u_C4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u low, Kel16u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16u_AC4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u low, Kel16u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16s_C1IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s low, Kel16s high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16s_C3IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s low, Kel16s high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16s_C4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s low, Kel16s high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16s_AC4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s low, Kel16s high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f low, Kel32f high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f low, Kel32f high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f low, Kel32f high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f low, Kel32f high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_8u_C1IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u mean, Kel8u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_8u_C3IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u mean, Kel8u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u mean, Kel8u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_8u_AC4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u mean, Kel8u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16u_C1IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u mean, Kel16u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16u_C3IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u mean, Kel16u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16u_C4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u mean, Kel16u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16u_AC4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u mean, Kel16u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16s_C1IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s mean, Kel16s stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16s_C3IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s mean, Kel16s stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16s_C4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s mean, Kel16s stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16s_AC4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s mean, Kel16s stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f mean, Kel32f stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f mean, Kel32f stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f mean, Kel32f stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f mean, Kel32f stDev, Kel32u* pSeed);
+
 /* ==== Thresholds and comparison ============================================================= */
 
 /* ---- Thresholds and Otsu's global threshold */
