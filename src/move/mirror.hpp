@@ -24,8 +24,7 @@ namespace mirror_detail {
 
 using rows::Byte;
 
-template <class T, Layout L>
-using Policy = std::conditional_t<has_alpha<L>, rows::ColourOnly<sizeof(T)>, rows::WholePixel<channels<L> * sizeof(T)>>;
+template <class T, Layout L> using Policy = rows::PixelStore<T, channels<L>, has_alpha<L>>;
 
 template <class T> inline const Byte* bytes(const T* p) { return reinterpret_cast<const Byte*>(p); }
 template <class T> inline Byte* bytes(T* p) { return reinterpret_cast<Byte*>(p); }

@@ -19,8 +19,7 @@ namespace keli {
 
 namespace noise_image_detail {
 
-template <class T, Layout L>
-using Policy = std::conditional_t<has_alpha<L>, rows::ColourOnly<sizeof(T)>, rows::WholePixel<channels<L> * sizeof(T)>>;
+template <class T, Layout L> using Policy = rows::PixelStore<T, channels<L>, has_alpha<L>>;
 
 constexpr std::size_t kChunkElements = 1024;
 

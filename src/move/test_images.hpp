@@ -23,8 +23,7 @@ namespace test_image_detail {
 
 using rows::Byte;
 
-template <class T, Layout L>
-using Policy = std::conditional_t<has_alpha<L>, rows::ColourOnly<sizeof(T)>, rows::WholePixel<channels<L> * sizeof(T)>>;
+template <class T, Layout L> using Policy = rows::PixelStore<T, channels<L>, has_alpha<L>>;
 
 constexpr std::size_t kChunk = 256;  // pixels computed at a time on the stack
 

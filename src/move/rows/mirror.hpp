@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "simd/sse.hpp"
 
@@ -42,6 +43,11 @@ template <std::size_t E> struct ColourOnly {
         _mm_storeu_si128(q, merge(_mm_loadu_si128(q), v));
     }
 };
+
+// The store policy of a pixel of `Channels` elements of T, the fourth being an alpha to keep
+// when `Alpha` holds.
+template <class T, std::size_t Channels, bool Alpha>
+using PixelStore = std::conditional_t<Alpha, ColourOnly<sizeof(T)>, WholePixel<Channels * sizeof(T)>>;
 
 // Shuffle tables that reverse the pixel order of one block.
 template <std::size_t P> struct BlockReverse {
