@@ -1,0 +1,153 @@
+// The noise generator and the row kernels that add its values to elements.
+//
+// The generator is a subtract-with-borrow sequence added to a linear congruential one, all in
+// uint32 arithmetic with wrap-around. Each word depends on the borrow of the one before, so the
+// words come one at a time; what follows them (scaling, rounding, the saturating add) runs on
+// vectors over a block of words.
+#pragma once
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+#include "keli_types.h"
+#include "move/rows/mirror.hpp"
+#include "simd/sse.hpp"
+
+namespace keli::rows {
+
+struct NoiseGenerator {
+    std::uint32_t x0, x1, x2, u, borrow;
+
+    explicit NoiseGenerator(std::uint32_t seed)
+        : x0(seed), x1(seed * 69069u + 1013904243u), x2(seed * 475559465u + 924302730u), u(1131199209u),
+          borrow(0xFFFFFFFFu)
+    {
+    }
+
+    std::int32_t next()
+    {
+        const std::uint32_t u2 = u * 69069u;
+        const std::uint32_t d = x1 - x2 + borrow;
+        const bool negative = static_cast<std::int32_t>(d) < 0;
+        borrow = negative ? 0xFFFFFFFFu : 0u;
+        const std::uint32_t r = d - (negative ? 18u : 0u);
+        x2 = x1, x1 = x0, x0 = r;
+        u = u2 + 1013904243u;
+        return static_cast<std::int32_t>(r + u2 + 1013904243u);
+    }
+
+    // The seed a following call continues from: the last word of the subtractive chain.
+    std::uint32_t seed() const { return x0; }
+};
+
+// The natural logarithm in 64f, the library's own so that a seed gives the same noise on every
+// build: w = m * 2^e with m in [sqrt(1/2), sqrt(2)), and ln m = 2 atanh(s), s = (m - 1) / (m + 1),
+// by its odd series to the 21st power (|s| < 0.172, so the next term is below 1e-17).
+inline double ln64(double w)
+{
+    std::uint64_t bits;
+    std::memcpy(&bits, &w, sizeof bits);
+    int e = static_cast<int>((bits >> 52) & 0x7FF) - 1023;
+    bits = (bits & 0x000FFFFFFFFFFFFFull) | 0x3FF0000000000000ull;
+    double m;
+    std::memcpy(&m, &bits, sizeof m);
+    if (m > 1.4142135623730951) m *= 0.5, ++e;
+    const double s = (m - 1.0) / (m + 1.0), s2 = s * s;
+    const double series =
+        s2 * (2.0 / 3 + s2 * (2.0 / 5 + s2 * (2.0 / 7 + s2 * (2.0 / 9 + s2 * (2.0 / 11 + s2 * (2.0 / 13 + s2 * (2.0 / 15 + s2 * (2.0 / 17 + s2 * (2.0 / 19 + s2 * (2.0 / 21))))))))));
+    return static_cast<double>(e) * 0.69314718055994530942 + (2.0 * s + s * series);
+}
+
+// Values of the uniform noise from generator words: out * scale + mid, in 64f.
+inline void uniform_values(const std::int32_t* words, double* out, std::size_t n, double scale, double mid)
+{
+    std::size_t i = 0;
+    const __m128d vs = _mm_set1_pd(scale), vm = _mm_set1_pd(mid);
+    for (; i + 2 <= n; i += 2) {
+        const __m128d w = _mm_cvtepi32_pd(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(words + i)));
+        _mm_storeu_pd(out + i, _mm_add_pd(_mm_mul_pd(w, vs), vm));
+    }
+    for (; i < n; ++i) out[i] = static_cast<double>(words[i]) * scale + mid;
+}
+
+// Integer noise beyond this magnitude saturates any 8- or 16-bit element, so values are held
+// within it before they become 32-bit integers.
+constexpr double kNoiseLimit = 1048576.0;
+
+// element + value: integers add the value rounded to nearest (ties to even, the caller's
+// rounding mode being set so) with saturation; 32f adds the value rounded to 32f. The policy
+// leaves the alpha of AC4 pixels as it was.
+template <class T> inline T add_noise(T element, double value)
+{
+    if constexpr (std::is_same_v<T, Kel32f>) {
+        return element + static_cast<float>(value);
+    } else {
+        value = value > -kNoiseLimit ? value : -kNoiseLimit;
+        value = value < kNoiseLimit ? value : kNoiseLimit;
+        const double sum = static_cast<double>(element) + std::nearbyint(value);
+        const double lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
+        return static_cast<T>(sum < lo ? lo : sum > hi ? hi : sum);
+    }
+}
+
+namespace noise_detail {
+
+// Four values as rounded, limited 32-bit integers.
+inline __m128i rounded4(const double* v)
+{
+    const __m128d lo = _mm_set1_pd(-kNoiseLimit), hi = _mm_set1_pd(kNoiseLimit);
+    const __m128i a = _mm_cvtpd_epi32(_mm_min_pd(_mm_max_pd(_mm_loadu_pd(v), lo), hi));
+    const __m128i b = _mm_cvtpd_epi32(_mm_min_pd(_mm_max_pd(_mm_loadu_pd(v + 2), lo), hi));
+    return _mm_unpacklo_epi64(a, b);
+}
+
+}  // namespace noise_detail
+
+template <class T, class Policy> inline void add_noise_run(T* p, const double* v, std::size_t n)
+{
+    using noise_detail::rounded4;
+    auto* b = reinterpret_cast<Byte*>(p);
+    auto load = [b](std::size_t i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i * sizeof(T))); };
+    std::size_t i = 0;
+    if constexpr (std::is_same_v<T, Kel32f>) {
+        for (; i + 4 <= n; i += 4) {
+            const __m128 noise = _mm_movelh_ps(_mm_cvtpd_ps(_mm_loadu_pd(v + i)), _mm_cvtpd_ps(_mm_loadu_pd(v + i + 2)));
+            const __m128 old = _mm_loadu_ps(p + i);
+            Policy::store(b + i * 4, Policy::merge(_mm_castps_si128(old), _mm_castps_si128(_mm_add_ps(old, noise))));
+        }
+    } else if constexpr (sizeof(T) == 1) {
+        for (; i + 16 <= n; i += 16) {
+            const __m128i old = load(i), zero = _mm_setzero_si128();
+            const __m128i lo16 = _mm_unpacklo_epi8(old, zero), hi16 = _mm_unpackhi_epi8(old, zero);
+            const __m128i s0 = _mm_add_epi32(_mm_unpacklo_epi16(lo16, zero), rounded4(v + i));
+            const __m128i s1 = _mm_add_epi32(_mm_unpackhi_epi16(lo16, zero), rounded4(v + i + 4));
+            const __m128i s2 = _mm_add_epi32(_mm_unpacklo_epi16(hi16, zero), rounded4(v + i + 8));
+            const __m128i s3 = _mm_add_epi32(_mm_unpackhi_epi16(hi16, zero), rounded4(v + i + 12));
+            const __m128i r = _mm_packus_epi16(_mm_packs_epi32(s0, s1), _mm_packs_epi32(s2, s3));
+            Policy::store(b + i, Policy::merge(old, r));
+        }
+    } else {
+        for (; i + 8 <= n; i += 8) {
+            const __m128i old = load(i);
+            __m128i s0, s1;
+            if constexpr (std::is_signed_v<T>) {
+                s0 = _mm_cvtepi16_epi32(old), s1 = _mm_cvtepi16_epi32(_mm_srli_si128(old, 8));
+            } else {
+                s0 = _mm_cvtepu16_epi32(old), s1 = _mm_cvtepu16_epi32(_mm_srli_si128(old, 8));
+            }
+            s0 = _mm_add_epi32(s0, rounded4(v + i)), s1 = _mm_add_epi32(s1, rounded4(v + i + 4));
+            const __m128i r = std::is_signed_v<T> ? _mm_packs_epi32(s0, s1) : _mm_packus_epi32(s0, s1);
+            Policy::store(b + i * 2, Policy::merge(old, r));
+        }
+    }
+    constexpr std::size_t pixelElements = Policy::pixelBytes / sizeof(T);
+    constexpr std::size_t colourElements = Policy::movedBytes / sizeof(T);
+    for (; i < n; ++i)
+        if (i % pixelElements < colourElements) p[i] = add_noise(p[i], v[i]);
+}
+
+}  // namespace keli::rows
