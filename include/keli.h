@@ -1925,6 +1925,195 @@ KELI_API KelStatus keliSwapChannels_32f_C3C4R(const Kel32f* pSrc, int srcStep, K
 KELI_API KelStatus keliSwapChannels_8u_C3IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, const int dstOrder[3]);
 KELI_API KelStatus keliSwapChannels_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, const int dstOrder[4]);
 
+/* ---- Mirror and transpose */
+/*
+ * `keliMirror` reverses an image about `flip`: `kelAxisHorizontal` (0, the row order),
+ * `kelAxisVertical` (1, each row's pixels), `kelAxisBoth` (2), and, out of place only, the
+ * diagonals `kelAxisDiag45` (3, `dst(x, y) = src(y, x)`) and `kelAxisDiag135` (4, the other
+ * diagonal: transpose, then reverse both ways); for the diagonals `roiSize` is the
+ * destination's size. `keliTranspose` exchanges rows and columns: `roiSize` is the source's, the
+ * destination is `height` wide and `width` high; in place the region must be square.
+ *
+ * **In place and AC4.** `I` forms work in place (pairs exchanged from both ends); an out-of-place
+ * call with `pSrc == pDst` and equal steps runs as the in-place form. AC4 moves the three colour
+ * elements and leaves the destination's alpha where and as it was. Pure data movement: every
+ * bit is kept.
+ *
+ * **Checks, in order.** Mirror, flips 0 to 2 and in place: null pointer `kelStatusNullPtr`, size
+ * below 1 `kelStatusBadSize`, `flip` above 2 (above 4 out of place, compared unsigned)
+ * `kelStatusBadAxis`; steps are not checked. Diagonals: pointers, a step below 1 or not a
+ * multiple of the element size `kelStatusBadStep`, size, then overlapping source and destination
+ * `kelStatusUnsupportedMode`. Transpose: pointers, size (in place: `width != height`
+ * `kelStatusBadSize`); steps are not checked. No warnings; nothing is written on an error.
+ *
+ * ```c
+ * KelStatus st = keliMirror_8u_C3IR(img, step, roi, kelAxisVertical);   // left-right flip in place
+ * st = keliTranspose_8u_C1R(src, sStep, dst, dStep, roi);                 // dst is height x width
+ * ```
+ */
+KELI_API KelStatus keliMirror_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16s_AC4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32s_C1R(const Kel32s* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32s_C3R(const Kel32s* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32s_C4R(const Kel32s* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32s_AC4R(const Kel32s* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_8u_C1IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_8u_C3IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_8u_AC4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16u_C1IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16u_C3IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16u_C4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16u_AC4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16s_C1IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16s_C3IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16s_C4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_16s_AC4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32s_C1IR(Kel32s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32s_C3IR(Kel32s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32s_C4IR(Kel32s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32s_AC4IR(Kel32s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliMirror_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAxis flip);
+KELI_API KelStatus keliTranspose_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32s_C1R(const Kel32s* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32s_C3R(const Kel32s* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32s_C4R(const Kel32s* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_8u_C1IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_8u_C3IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16u_C1IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16u_C3IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16u_C4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16s_C1IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16s_C3IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_16s_C4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32s_C1IR(Kel32s* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32s_C3IR(Kel32s* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32s_C4IR(Kel32s* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliTranspose_32fc_C1R(const Kel32fc* pSrc, int srcStep, Kel32fc* pDst, int dstStep, KeliSize roiSize);
+
+/* ---- Test images and noise */
+/*
+ * `keliImageJaehne`: the test pattern `v = sin((xc^2 + yc^2) * 1.5707964f / H)` about the region's
+ * centre, in 32f, mapped to the type (32f `v * 0.5 + 0.5`, 8u `v * 128 + 128` saturated, 16s with
+ * 16384, 16u over its range); the four quarters are exact mirrors. `keliImageRamp`: `x * slope +
+ * offset` (`axis` 0), `y * slope + offset` (1), `x * y * slope + offset` (any other), rounded to
+ * nearest and saturated for integers. `keliAddRandUniform` adds uniform noise in [`low`, `high`],
+ * `keliAddRandGauss` normal noise of `mean` and `stDev` (polar method), both from the library's
+ * own subtract-with-borrow generator seeded by `*pSeed`, rounded to nearest and saturated (32f
+ * unsaturated); `*pSeed` is advanced, so the same seed and image give the same result and a
+ * next call goes on with a new sequence.
+ *
+ * **AC4.** The generators write three channels, the same value in each, and leave alpha; noise is
+ * added to the colour channels only.
+ *
+ * **Checks, in order.** Jaehne, Ramp: null pointer `kelStatusNullPtr`, a step below 1
+ * `kelStatusBadStep`, size `kelStatusBadSize`; `axis` is never refused. Noise: `pSrcDst` or
+ * `pSeed` null, size, step; `low > high` and a negative `stDev` are not refused. No warnings;
+ * nothing is written on an error.
+ *
+ * ```c
+ * unsigned seed = 12345;
+ * KelStatus st = keliImageJaehne_8u_C1R(img, step, roi);
+ * st = keliAddRandGauss_8u_C1IR(img, step, roi, 0, 8, &seed);   // add noise of deviation 8
+ * ```
+ */
+KELI_API KelStatus keliImageJaehne_8u_C1R(Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_8u_C3R(Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_8u_C4R(Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_8u_AC4R(Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16u_C1R(Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16u_C3R(Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16u_C4R(Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16u_AC4R(Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16s_C1R(Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16s_C3R(Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16s_C4R(Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_16s_AC4R(Kel16s* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_32f_C1R(Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_32f_C3R(Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_32f_C4R(Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageJaehne_32f_AC4R(Kel32f* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliImageRamp_8u_C1R(Kel8u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_8u_C3R(Kel8u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_8u_C4R(Kel8u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_8u_AC4R(Kel8u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16u_C1R(Kel16u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16u_C3R(Kel16u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16u_C4R(Kel16u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16u_AC4R(Kel16u* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16s_C1R(Kel16s* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16s_C3R(Kel16s* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16s_C4R(Kel16s* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_16s_AC4R(Kel16s* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_32f_C1R(Kel32f* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_32f_C3R(Kel32f* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_32f_C4R(Kel32f* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliImageRamp_32f_AC4R(Kel32f* pDst, int dstStep, KeliSize roiSize, float offset, float slope, KeliAxis axis);
+KELI_API KelStatus keliAddRandUniform_8u_C1IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u low, Kel8u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_8u_C3IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u low, Kel8u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u low, Kel8u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_8u_AC4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u low, Kel8u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16u_C1IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u low, Kel16u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16u_C3IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u low, Kel16u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16u_C4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u low, Kel16u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16u_AC4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u low, Kel16u high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16s_C1IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s low, Kel16s high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16s_C3IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s low, Kel16s high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16s_C4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s low, Kel16s high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_16s_AC4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s low, Kel16s high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f low, Kel32f high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f low, Kel32f high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f low, Kel32f high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandUniform_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f low, Kel32f high, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_8u_C1IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u mean, Kel8u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_8u_C3IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u mean, Kel8u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u mean, Kel8u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_8u_AC4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel8u mean, Kel8u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16u_C1IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u mean, Kel16u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16u_C3IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u mean, Kel16u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16u_C4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u mean, Kel16u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16u_AC4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16u mean, Kel16u stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16s_C1IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s mean, Kel16s stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16s_C3IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s mean, Kel16s stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16s_C4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s mean, Kel16s stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_16s_AC4IR(Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, Kel16s mean, Kel16s stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f mean, Kel32f stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f mean, Kel32f stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f mean, Kel32f stDev, Kel32u* pSeed);
+KELI_API KelStatus keliAddRandGauss_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f mean, Kel32f stDev, Kel32u* pSeed);
+
 /* ==== Thresholds and comparison ============================================================= */
 
 /* ---- Thresholds and Otsu's global threshold */

@@ -244,6 +244,60 @@ st = keliCopy_8u_C3P3R(rgb, rgbStep, planes, planeStep, roi);   // Kel8u* planes
 ```""",
         'keliCopy_8u_C1R keliCopy_8u_C3R keliCopy_8u_C4R keliCopy_8u_AC4R keliCopy_16u_C1R keliCopy_16u_C3R keliCopy_16u_C4R keliCopy_16u_AC4R keliCopy_16s_C1R keliCopy_16s_C3R keliCopy_16s_C4R keliCopy_16s_AC4R keliCopy_32s_C1R keliCopy_32s_C3R keliCopy_32s_C4R keliCopy_32s_AC4R keliCopy_32f_C1R keliCopy_32f_C3R keliCopy_32f_C4R keliCopy_32f_AC4R keliCopy_8u_C1R_L keliCopy_8u_C3R_L keliCopy_8u_C4R_L keliCopy_8u_AC4R_L keliCopy_16u_C1R_L keliCopy_16u_C3R_L keliCopy_16u_C4R_L keliCopy_16u_AC4R_L keliCopy_16s_C1R_L keliCopy_16s_C3R_L keliCopy_16s_C4R_L keliCopy_16s_AC4R_L keliCopy_32s_C1R_L keliCopy_32s_C3R_L keliCopy_32s_C4R_L keliCopy_32s_AC4R_L keliCopy_32f_C1R_L keliCopy_32f_C3R_L keliCopy_32f_C4R_L keliCopy_32f_AC4R_L keliCopy_8u_C1MR keliCopy_8u_C3MR keliCopy_8u_C4MR keliCopy_8u_AC4MR keliCopy_16u_C1MR keliCopy_16u_C3MR keliCopy_16u_C4MR keliCopy_16u_AC4MR keliCopy_16s_C1MR keliCopy_16s_C3MR keliCopy_16s_C4MR keliCopy_16s_AC4MR keliCopy_32s_C1MR keliCopy_32s_C3MR keliCopy_32s_C4MR keliCopy_32s_AC4MR keliCopy_32f_C1MR keliCopy_32f_C3MR keliCopy_32f_C4MR keliCopy_32f_AC4MR keliCopy_8u_C3C1R keliCopy_8u_C4C1R keliCopy_8u_C1C3R keliCopy_8u_C1C4R keliCopy_8u_C3CR keliCopy_8u_C4CR keliCopy_8u_C3AC4R keliCopy_8u_AC4C3R keliCopy_16u_C3C1R keliCopy_16u_C4C1R keliCopy_16u_C1C3R keliCopy_16u_C1C4R keliCopy_16u_C3CR keliCopy_16u_C4CR keliCopy_16u_C3AC4R keliCopy_16u_AC4C3R keliCopy_16s_C3C1R keliCopy_16s_C4C1R keliCopy_16s_C1C3R keliCopy_16s_C1C4R keliCopy_16s_C3CR keliCopy_16s_C4CR keliCopy_16s_C3AC4R keliCopy_16s_AC4C3R keliCopy_32s_C3C1R keliCopy_32s_C4C1R keliCopy_32s_C1C3R keliCopy_32s_C1C4R keliCopy_32s_C3CR keliCopy_32s_C4CR keliCopy_32s_C3AC4R keliCopy_32s_AC4C3R keliCopy_32f_C3C1R keliCopy_32f_C4C1R keliCopy_32f_C1C3R keliCopy_32f_C1C4R keliCopy_32f_C3CR keliCopy_32f_C4CR keliCopy_32f_C3AC4R keliCopy_32f_AC4C3R keliCopy_8u_C3P3R keliCopy_8u_C4P4R keliCopy_16u_C3P3R keliCopy_16u_C4P4R keliCopy_16s_C3P3R keliCopy_16s_C4P4R keliCopy_32s_C3P3R keliCopy_32s_C4P4R keliCopy_32f_C3P3R keliCopy_32f_C4P4R keliCopy_8u_P3C3R keliCopy_8u_P4C4R keliCopy_16u_P3C3R keliCopy_16u_P4C4R keliCopy_16s_P3C3R keliCopy_16s_P4C4R keliCopy_32s_P3C3R keliCopy_32s_P4C4R keliCopy_32f_P3C3R keliCopy_32f_P4C4R keliCopyManaged_8u_C1R keliSet_8u_C1R keliSet_16u_C1R keliSet_16s_C1R keliSet_32s_C1R keliSet_32f_C1R keliSet_8u_C1MR keliSet_16u_C1MR keliSet_16s_C1MR keliSet_32s_C1MR keliSet_32f_C1MR keliSet_8u_C3R keliSet_8u_C4R keliSet_8u_AC4R keliSet_16u_C3R keliSet_16u_C4R keliSet_16u_AC4R keliSet_16s_C3R keliSet_16s_C4R keliSet_16s_AC4R keliSet_32s_C3R keliSet_32s_C4R keliSet_32s_AC4R keliSet_32f_C3R keliSet_32f_C4R keliSet_32f_AC4R keliSet_8u_C3MR keliSet_8u_C4MR keliSet_8u_AC4MR keliSet_16u_C3MR keliSet_16u_C4MR keliSet_16u_AC4MR keliSet_16s_C3MR keliSet_16s_C4MR keliSet_16s_AC4MR keliSet_32s_C3MR keliSet_32s_C4MR keliSet_32s_AC4MR keliSet_32f_C3MR keliSet_32f_C4MR keliSet_32f_AC4MR keliSet_8u_C3CR keliSet_8u_C4CR keliSet_16u_C3CR keliSet_16u_C4CR keliSet_16s_C3CR keliSet_16s_C4CR keliSet_32s_C3CR keliSet_32s_C4CR keliSet_32f_C3CR keliSet_32f_C4CR keliDup_8u_C1C3R keliDup_8u_C1C4R keliSwapChannels_8u_C3R keliSwapChannels_8u_C4R keliSwapChannels_8u_AC4R keliSwapChannels_8u_C4C3R keliSwapChannels_16u_C3R keliSwapChannels_16u_C4R keliSwapChannels_16u_AC4R keliSwapChannels_16u_C4C3R keliSwapChannels_16s_C3R keliSwapChannels_16s_C4R keliSwapChannels_16s_AC4R keliSwapChannels_16s_C4C3R keliSwapChannels_32s_C3R keliSwapChannels_32s_C4R keliSwapChannels_32s_AC4R keliSwapChannels_32s_C4C3R keliSwapChannels_32f_C3R keliSwapChannels_32f_C4R keliSwapChannels_32f_AC4R keliSwapChannels_32f_C4C3R keliSwapChannels_8u_C3C4R keliSwapChannels_16u_C3C4R keliSwapChannels_16s_C3C4R keliSwapChannels_32s_C3C4R keliSwapChannels_32f_C3C4R keliSwapChannels_8u_C3IR keliSwapChannels_8u_C4IR',
     ),
+    "move/mirror-transpose": (
+        'Mirror and transpose',
+        """`keliMirror` reverses an image about `flip`: `kelAxisHorizontal` (0, the row order),
+`kelAxisVertical` (1, each row's pixels), `kelAxisBoth` (2), and, out of place only, the
+diagonals `kelAxisDiag45` (3, `dst(x, y) = src(y, x)`) and `kelAxisDiag135` (4, the other
+diagonal: transpose, then reverse both ways); for the diagonals `roiSize` is the
+destination's size. `keliTranspose` exchanges rows and columns: `roiSize` is the source's, the
+destination is `height` wide and `width` high; in place the region must be square.
+
+**In place and AC4.** `I` forms work in place (pairs exchanged from both ends); an out-of-place
+call with `pSrc == pDst` and equal steps runs as the in-place form. AC4 moves the three colour
+elements and leaves the destination's alpha where and as it was. Pure data movement: every
+bit is kept.
+
+**Checks, in order.** Mirror, flips 0 to 2 and in place: null pointer `kelStatusNullPtr`, size
+below 1 `kelStatusBadSize`, `flip` above 2 (above 4 out of place, compared unsigned)
+`kelStatusBadAxis`; steps are not checked. Diagonals: pointers, a step below 1 or not a
+multiple of the element size `kelStatusBadStep`, size, then overlapping source and destination
+`kelStatusUnsupportedMode`. Transpose: pointers, size (in place: `width != height`
+`kelStatusBadSize`); steps are not checked. No warnings; nothing is written on an error.
+
+```c
+KelStatus st = keliMirror_8u_C3IR(img, step, roi, kelAxisVertical);   // left-right flip in place
+st = keliTranspose_8u_C1R(src, sStep, dst, dStep, roi);                 // dst is height x width
+```""",
+        'keliMirror_8u_C1R keliMirror_8u_C3R keliMirror_8u_C4R keliMirror_8u_AC4R keliMirror_16u_C1R keliMirror_16u_C3R keliMirror_16u_C4R keliMirror_16u_AC4R keliMirror_16s_C1R keliMirror_16s_C3R keliMirror_16s_C4R keliMirror_16s_AC4R keliMirror_32s_C1R keliMirror_32s_C3R keliMirror_32s_C4R keliMirror_32s_AC4R keliMirror_32f_C1R keliMirror_32f_C3R keliMirror_32f_C4R keliMirror_32f_AC4R keliMirror_8u_C1IR keliMirror_8u_C3IR keliMirror_8u_C4IR keliMirror_8u_AC4IR keliMirror_16u_C1IR keliMirror_16u_C3IR keliMirror_16u_C4IR keliMirror_16u_AC4IR keliMirror_16s_C1IR keliMirror_16s_C3IR keliMirror_16s_C4IR keliMirror_16s_AC4IR keliMirror_32s_C1IR keliMirror_32s_C3IR keliMirror_32s_C4IR keliMirror_32s_AC4IR keliMirror_32f_C1IR keliMirror_32f_C3IR keliMirror_32f_C4IR keliMirror_32f_AC4IR keliTranspose_8u_C1R keliTranspose_8u_C3R keliTranspose_8u_C4R keliTranspose_16u_C1R keliTranspose_16u_C3R keliTranspose_16u_C4R keliTranspose_16s_C1R keliTranspose_16s_C3R keliTranspose_16s_C4R keliTranspose_32s_C1R keliTranspose_32s_C3R keliTranspose_32s_C4R keliTranspose_32f_C1R keliTranspose_32f_C3R keliTranspose_32f_C4R keliTranspose_8u_C1IR keliTranspose_8u_C3IR keliTranspose_8u_C4IR keliTranspose_16u_C1IR keliTranspose_16u_C3IR keliTranspose_16u_C4IR keliTranspose_16s_C1IR keliTranspose_16s_C3IR keliTranspose_16s_C4IR keliTranspose_32s_C1IR keliTranspose_32s_C3IR keliTranspose_32s_C4IR keliTranspose_32f_C1IR keliTranspose_32f_C3IR keliTranspose_32f_C4IR keliTranspose_32fc_C1R',
+    ),
+    "move/test-images-noise": (
+        'Test images and noise',
+        """`keliImageJaehne`: the test pattern `v = sin((xc^2 + yc^2) * 1.5707964f / H)` about the region's
+centre, in 32f, mapped to the type (32f `v * 0.5 + 0.5`, 8u `v * 128 + 128` saturated, 16s with
+16384, 16u over its range); the four quarters are exact mirrors. `keliImageRamp`: `x * slope +
+offset` (`axis` 0), `y * slope + offset` (1), `x * y * slope + offset` (any other), rounded to
+nearest and saturated for integers. `keliAddRandUniform` adds uniform noise in [`low`, `high`],
+`keliAddRandGauss` normal noise of `mean` and `stDev` (polar method), both from the library's
+own subtract-with-borrow generator seeded by `*pSeed`, rounded to nearest and saturated (32f
+unsaturated); `*pSeed` is advanced, so the same seed and image give the same result and a
+next call goes on with a new sequence.
+
+**AC4.** The generators write three channels, the same value in each, and leave alpha; noise is
+added to the colour channels only.
+
+**Checks, in order.** Jaehne, Ramp: null pointer `kelStatusNullPtr`, a step below 1
+`kelStatusBadStep`, size `kelStatusBadSize`; `axis` is never refused. Noise: `pSrcDst` or
+`pSeed` null, size, step; `low > high` and a negative `stDev` are not refused. No warnings;
+nothing is written on an error.
+
+```c
+unsigned seed = 12345;
+KelStatus st = keliImageJaehne_8u_C1R(img, step, roi);
+st = keliAddRandGauss_8u_C1IR(img, step, roi, 0, 8, &seed);   // add noise of deviation 8
+```""",
+        'keliImageJaehne_8u_C1R keliImageJaehne_8u_C3R keliImageJaehne_8u_C4R keliImageJaehne_8u_AC4R keliImageJaehne_16u_C1R keliImageJaehne_16u_C3R keliImageJaehne_16u_C4R keliImageJaehne_16u_AC4R keliImageJaehne_16s_C1R keliImageJaehne_16s_C3R keliImageJaehne_16s_C4R keliImageJaehne_16s_AC4R keliImageJaehne_32f_C1R keliImageJaehne_32f_C3R keliImageJaehne_32f_C4R keliImageJaehne_32f_AC4R keliImageRamp_8u_C1R keliImageRamp_8u_C3R keliImageRamp_8u_C4R keliImageRamp_8u_AC4R keliImageRamp_16u_C1R keliImageRamp_16u_C3R keliImageRamp_16u_C4R keliImageRamp_16u_AC4R keliImageRamp_16s_C1R keliImageRamp_16s_C3R keliImageRamp_16s_C4R keliImageRamp_16s_AC4R keliImageRamp_32f_C1R keliImageRamp_32f_C3R keliImageRamp_32f_C4R keliImageRamp_32f_AC4R keliAddRandUniform_8u_C1IR keliAddRandUniform_8u_C3IR keliAddRandUniform_8u_C4IR keliAddRandUniform_8u_AC4IR keliAddRandUniform_16u_C1IR keliAddRandUniform_16u_C3IR keliAddRandUniform_16u_C4IR keliAddRandUniform_16u_AC4IR keliAddRandUniform_16s_C1IR keliAddRandUniform_16s_C3IR keliAddRandUniform_16s_C4IR keliAddRandUniform_16s_AC4IR keliAddRandUniform_32f_C1IR keliAddRandUniform_32f_C3IR keliAddRandUniform_32f_C4IR keliAddRandUniform_32f_AC4IR keliAddRandGauss_8u_C1IR keliAddRandGauss_8u_C3IR keliAddRandGauss_8u_C4IR keliAddRandGauss_8u_AC4IR keliAddRandGauss_16u_C1IR keliAddRandGauss_16u_C3IR keliAddRandGauss_16u_C4IR keliAddRandGauss_16u_AC4IR keliAddRandGauss_16s_C1IR keliAddRandGauss_16s_C3IR keliAddRandGauss_16s_C4IR keliAddRandGauss_16s_AC4IR keliAddRandGauss_32f_C1IR keliAddRandGauss_32f_C3IR keliAddRandGauss_32f_C4IR keliAddRandGauss_32f_AC4IR',
+    ),
     "threshold/threshold-otsu": (
         "Thresholds and Otsu's global threshold",
         """`keliThreshold*` replaces pixels on one or both sides of a threshold, channel by channel:
