@@ -1348,6 +1348,54 @@ KELI_API KelStatus keliSwapChannels_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, Keli
 
 /* ==== Thresholds and comparison ============================================================= */
 
+/* ---- Comparison and range counting */
+KELI_API KelStatus keliCompare_8u_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_8u_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_8u_C4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_8u_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16u_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16u_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16u_C4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16u_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16s_C1R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16s_C3R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16s_C4R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16s_AC4R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_32f_C1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_32f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_32f_C4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u value, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u value, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s value, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f value, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_8u_C3R(const Kel8u* pSrc, int srcStep, const Kel8u value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_8u_C4R(const Kel8u* pSrc, int srcStep, const Kel8u value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_8u_AC4R(const Kel8u* pSrc, int srcStep, const Kel8u value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16u_C3R(const Kel16u* pSrc, int srcStep, const Kel16u value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16u_C4R(const Kel16u* pSrc, int srcStep, const Kel16u value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16u_AC4R(const Kel16u* pSrc, int srcStep, const Kel16u value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16s_C3R(const Kel16s* pSrc, int srcStep, const Kel16s value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16s_C4R(const Kel16s* pSrc, int srcStep, const Kel16s value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16s_AC4R(const Kel16s* pSrc, int srcStep, const Kel16s value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_32f_C3R(const Kel32f* pSrc, int srcStep, const Kel32f value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_32f_C4R(const Kel32f* pSrc, int srcStep, const Kel32f value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_32f_AC4R(const Kel32f* pSrc, int srcStep, const Kel32f value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareEqualEps_32f_C1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEps_32f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEps_32f_C4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEps_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEpsC_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f value, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEpsC_32f_C3R(const Kel32f* pSrc, int srcStep, const Kel32f value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEpsC_32f_C4R(const Kel32f* pSrc, int srcStep, const Kel32f value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEpsC_32f_AC4R(const Kel32f* pSrc, int srcStep, const Kel32f value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCountInRange_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, int* pCounts, Kel8u lowerBound, Kel8u upperBound);
+KELI_API KelStatus keliCountInRange_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, int* pCounts, Kel32f lowerBound, Kel32f upperBound);
+KELI_API KelStatus keliCountInRange_8u_C3R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, int pCounts[3], const Kel8u lowerBound[3], const Kel8u upperBound[3]);
+KELI_API KelStatus keliCountInRange_8u_AC4R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, int pCounts[3], const Kel8u lowerBound[3], const Kel8u upperBound[3]);
+KELI_API KelStatus keliCountInRange_32f_C3R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, int pCounts[3], const Kel32f lowerBound[3], const Kel32f upperBound[3]);
+KELI_API KelStatus keliCountInRange_32f_AC4R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, int pCounts[3], const Kel32f lowerBound[3], const Kel32f upperBound[3]);
+
 /* ---- Thresholds and Otsu's global threshold */
 KELI_API KelStatus keliThreshold_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel8u threshold, KelCmpOp cmpOp);
 KELI_API KelStatus keliThreshold_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, Kel16u threshold, KelCmpOp cmpOp);
