@@ -1653,6 +1653,24 @@ KELI_API KelStatus keliLUTPalette_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16
 KELI_API KelStatus keliLUTPalette_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, const Kel8u* const pTable[3], int nBitSize);
 KELI_API KelStatus keliLUTPalette_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, const Kel16u* const pTable[3], int nBitSize);
 
+/* ---- Moments */
+KELI_API KelStatus keliMomentGetStateSize_64f(KelHintAlgorithm hint, int* pSize);
+KELI_API KelStatus keliMomentInit_64f(Kel8u* pState, KelHintAlgorithm hint);
+KELI_API KelStatus keliMoments64f_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_8u_C3R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_8u_AC4R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_16u_C1R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_16u_C3R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_16u_AC4R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_32f_C3R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_32f_AC4R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliGetSpatialMoment_64f(const Kel8u* pState, int mOrd, int nOrd, int nChannel, KeliPoint roiOffset, Kel64f* pValue);
+KELI_API KelStatus keliGetCentralMoment_64f(const Kel8u* pState, int mOrd, int nOrd, int nChannel, Kel64f* pValue);
+KELI_API KelStatus keliGetNormalizedSpatialMoment_64f(const Kel8u* pState, int mOrd, int nOrd, int nChannel, KeliPoint roiOffset, Kel64f* pValue);
+KELI_API KelStatus keliGetNormalizedCentralMoment_64f(const Kel8u* pState, int mOrd, int nOrd, int nChannel, Kel64f* pValue);
+KELI_API KelStatus keliGetHuMoments_64f(const Kel8u* pState, int nChannel, Kel64f pHm[7]);
+
 /* ---- Norms, dot products, quality index and SAD */
 KELI_API KelStatus keliNorm_Inf_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel64f* pValue);
 KELI_API KelStatus keliNorm_Inf_16u_C1R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel64f* pValue);
