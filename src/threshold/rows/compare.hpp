@@ -194,10 +194,26 @@ inline void mask_row(const Row& row, Kel8u* dst, std::size_t width)
 {
     constexpr std::size_t processed = Alpha ? 3 : C;
     std::size_t x = 0;
+    auto store = [dst](std::size_t at, __m128i m) {
+        if constexpr (Stream) simd::stream(dst + at, m);
+        else simd::storeu(dst + at, m);
+    };
+    // One-byte pixels are cheap enough that the loop itself would cost as much as the
+    // comparison: 64 of them a turn, a whole cache line of mask.
+    if constexpr (sizeof(T) * C == 1) {
+        for (; x + 64 <= width; x += 64) {
+            const __m128i m0 = detail::pixel_mask16<T, C, Alpha>(row, x);
+            const __m128i m1 = detail::pixel_mask16<T, C, Alpha>(row, x + 16);
+            const __m128i m2 = detail::pixel_mask16<T, C, Alpha>(row, x + 32);
+            const __m128i m3 = detail::pixel_mask16<T, C, Alpha>(row, x + 48);
+            store(x, m0);
+            store(x + 16, m1);
+            store(x + 32, m2);
+            store(x + 48, m3);
+        }
+    }
     for (; x + 16 <= width; x += 16) {
-        const __m128i m = detail::pixel_mask16<T, C, Alpha>(row, x * C);
-        if constexpr (Stream) simd::stream(dst + x, m);
-        else simd::storeu(dst + x, m);
+        store(x, detail::pixel_mask16<T, C, Alpha>(row, x * C));
     }
     for (; x < width; ++x) {
         bool hit = true;
