@@ -2,7 +2,8 @@
 // S0 = sum v, S1 = sum x v, S2 = sum x^2 v, S3 = sum x^3 v, x counted from the row's start.
 //
 // The elements of a run are converted to doubles in order, two to a register, so each lane of
-// a register holds a known channel and a known x. A run of C channels repeats its lane layout
+// a register holds a known channel and a known x, read from a table of the chunk of the row
+// it lies in. A run of C channels repeats its lane layout
 // every P registers (one for C1, three for C3, two for four-channel pixels), and each of the P
 // positions keeps its own four sums; the lanes are sorted into channels once a row. C1 keeps
 // two such sets so that consecutive registers do not wait on each other's additions.
@@ -68,15 +69,42 @@ inline void accumulate(PowerSums& a, __m128d v, __m128d x)
     a.s[3] = _mm_add_pd(a.s[3], t3);
 }
 
-// Eight registers that follow register `Base` of a block, each into the sums of its phase,
-// whose x then moves on by one turn. The phases are constants, so the sums stay in registers.
+// Eight registers from register `Base` of a block, each into the sums of its phase, with the
+// x of its lanes read from the chunk's table (`u` at the block's first element). The phases
+// are constants, so the sums stay in registers.
 template <std::size_t P, std::size_t Base, std::size_t... K>
-inline void feed(const __m128d (&d)[8], PowerSums (&acc)[P], __m128d (&x)[P], __m128d step, std::index_sequence<K...>)
+inline void feed(const __m128d (&d)[8], PowerSums (&acc)[P], const double* u, std::index_sequence<K...>)
 {
-    ((accumulate(acc[(Base + K) % P], d[K], x[(Base + K) % P]),
-      x[(Base + K) % P] = _mm_add_pd(x[(Base + K) % P], step)),
-     ...);
+    (accumulate(acc[(Base + K) % P], d[K], _mm_load_pd(u + 2 * (Base + K))), ...);
 }
+
+// Moves sums taken about x = 0 to the origin -x0 and adds them to `total`: the binomial
+// expansion of (x + x0)^k in Horner form.
+inline void shift_into(PowerSums& total, const PowerSums& local, __m128d x0)
+{
+    const __m128d l0 = local.s[0], l1 = local.s[1], l2 = local.s[2], l3 = local.s[3];
+    const __m128d two = _mm_set1_pd(2), three = _mm_set1_pd(3);
+    total.s[0] = _mm_add_pd(total.s[0], l0);
+    total.s[1] = _mm_add_pd(total.s[1], _mm_add_pd(l1, _mm_mul_pd(x0, l0)));
+    total.s[2] = _mm_add_pd(total.s[2], _mm_add_pd(l2, _mm_mul_pd(x0, _mm_add_pd(_mm_mul_pd(two, l1), _mm_mul_pd(x0, l0)))));
+    const __m128d inner = _mm_add_pd(_mm_mul_pd(three, l1), _mm_mul_pd(x0, l0));
+    total.s[3] = _mm_add_pd(total.s[3], _mm_add_pd(l3, _mm_mul_pd(x0, _mm_add_pd(_mm_mul_pd(three, l2), _mm_mul_pd(x0, inner)))));
+}
+
+// The x of every element of a chunk, counted from the chunk's first pixel. A row is walked in
+// chunks so that x comes from this table instead of being counted up in the loop; each
+// chunk's sums are then moved to its place in the row. For integer images every term is an
+// integer, so while the sums stay below 2^53 they are exact either way.
+template <std::size_t C> struct ChunkX {
+    static constexpr std::size_t kPixels = C == 1 ? 256 : 128;
+    static constexpr std::size_t kElements = kPixels * C;
+    alignas(16) double x[kElements];
+    constexpr ChunkX() : x()
+    {
+        for (std::size_t e = 0; e < kElements; ++e) x[e] = double(e / C);
+    }
+};
+template <std::size_t C> inline constexpr ChunkX<C> kChunkX{};
 
 }  // namespace detail
 
@@ -92,27 +120,35 @@ inline void moment_row(const T* src, std::size_t width, double (&sums)[3][4])
     std::size_t i = 0;
     if (width >= 4) {
         detail::PowerSums acc[P];
-        __m128d x[P];   // the x of each lane of each phase
-        __m128d step;   // how far x moves from one turn of P registers to the next
-        for (std::size_t g = 0; g < P; ++g) {
-            for (auto& s : acc[g].s) s = _mm_setzero_pd();
-            const std::size_t e = 2 * g;
-            x[g] = _mm_setr_pd(double(e / C), double((e + 1) / C));
-        }
-        step = _mm_set1_pd(double(2 * P / C));
-        // A block is a whole number of turns: 16 elements, or 48 for three channels.
+        for (auto& a : acc)
+            for (auto& s : a.s) s = _mm_setzero_pd();
+        // A block is a whole number of turns: 16 elements, or 48 for three channels; a chunk
+        // a whole number of blocks.
         constexpr std::size_t B = C == 3 ? 48 : 16;
+        constexpr std::size_t chunk = detail::ChunkX<C>::kElements;
+        static_assert(chunk % B == 0 && chunk % C == 0, "chunks hold whole blocks and pixels");
+        const double* u = detail::kChunkX<C>.x;
         __m128d d[8];
-        for (; i + B <= n; i += B) {
-            simd::read_ahead(src + i);
-            detail::to_doubles16(src + i, d);
-            detail::feed<P, 0>(d, acc, x, step, std::make_index_sequence<8>{});
-            if constexpr (C == 3) {
-                detail::to_doubles16(src + i + 16, d);
-                detail::feed<P, 8>(d, acc, x, step, std::make_index_sequence<8>{});
-                detail::to_doubles16(src + i + 32, d);
-                detail::feed<P, 16>(d, acc, x, step, std::make_index_sequence<8>{});
+        while (n - i >= B) {
+            const std::size_t start = i;
+            const std::size_t end = start + ((n - start) / B * B < chunk ? (n - start) / B * B : chunk);
+            detail::PowerSums local[P];
+            for (auto& a : local)
+                for (auto& s : a.s) s = _mm_setzero_pd();
+            for (; i < end; i += B) {
+                simd::read_ahead(src + i);
+                const double* ub = u + (i - start);
+                detail::to_doubles16(src + i, d);
+                detail::feed<P, 0>(d, local, ub, std::make_index_sequence<8>{});
+                if constexpr (C == 3) {
+                    detail::to_doubles16(src + i + 16, d);
+                    detail::feed<P, 8>(d, local, ub, std::make_index_sequence<8>{});
+                    detail::to_doubles16(src + i + 32, d);
+                    detail::feed<P, 16>(d, local, ub, std::make_index_sequence<8>{});
+                }
             }
+            const __m128d x0 = _mm_set1_pd(double(start / C));
+            for (std::size_t g = 0; g < P; ++g) detail::shift_into(acc[g], local[g], x0);
         }
         for (std::size_t g = 0; g < P; ++g) {
             alignas(16) double lane[4][2];
