@@ -467,7 +467,7 @@ template <class T> void count_sweep()
         o.elementBytes = sizeof(T);
         o.maxWidth = 70;
         kit::sweep(o, [&](const kit::Geometry& g) { check(g.width, g.height, g.src); });
-        check(4500, 3, {1, 7, false});  // 8u: 255 vectors and 255 three-vector turns a fold
+        check(4500, 3, {1, 8, false});  // 8u: 255 vectors and 255 three-vector turns a fold
     }
 }
 
