@@ -2116,6 +2116,77 @@ KELI_API KelStatus keliAddRandGauss_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, K
 
 /* ==== Thresholds and comparison ============================================================= */
 
+/* ---- Comparison and range counting */
+/*
+ * `keliCompare` (two images) and `keliCompareC` (an image and a constant, one a channel) write a
+ * one-channel 8u mask: 255 where `src1 cmpOp src2` (`kelCmpLess`, `kelCmpLessEq`, `kelCmpEq`,
+ * `kelCmpGreaterEq`, `kelCmpGreater`) holds in every processed channel (AC4: three), else 0.
+ * `keliCompareEqualEps(C)`: 255 where `|a - b| <= eps` in 32f in every channel.
+ * `keliCountInRange`: per channel, the number of elements with `lowerBound <= v <= upperBound`
+ * (a 32-bit count that wraps).
+ *
+ * **Rule.** Integers compare exactly in their own signedness. 32f: a not-a-number in either
+ * operand makes every relation false (greater-or-equal too) and is never in range. An unknown
+ * `cmpOp` writes nothing and returns `kelStatusOk`.
+ *
+ * **Checks, in order.** Compare, CompareC: null pointer `kelStatusNullPtr`, a step below 1
+ * `kelStatusBadStep`, size `kelStatusBadSize`; `cmpOp` is not tested. EqualEps(C): the same,
+ * then `eps` below 0 `kelStatusNegativeEps`. CountInRange: pointers (bound arrays too),
+ * `srcStep` below 1, size, then `lowerBound > upperBound` in any channel `kelStatusBadRange` (a
+ * not-a-number bound passes). No warnings; nothing is written on an error.
+ *
+ * ```c
+ * // mask of pixels brighter than 200
+ * KelStatus st = keliCompareC_8u_C1R(img, step, 200, mask, maskStep, roi, kelCmpGreater);
+ * ```
+ */
+KELI_API KelStatus keliCompare_8u_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_8u_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_8u_C4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_8u_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16u_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16u_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16u_C4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16u_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16s_C1R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16s_C3R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16s_C4R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_16s_AC4R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_32f_C1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_32f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_32f_C4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompare_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u value, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u value, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s value, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f value, Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_8u_C3R(const Kel8u* pSrc, int srcStep, const Kel8u value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_8u_C4R(const Kel8u* pSrc, int srcStep, const Kel8u value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_8u_AC4R(const Kel8u* pSrc, int srcStep, const Kel8u value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16u_C3R(const Kel16u* pSrc, int srcStep, const Kel16u value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16u_C4R(const Kel16u* pSrc, int srcStep, const Kel16u value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16u_AC4R(const Kel16u* pSrc, int srcStep, const Kel16u value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16s_C3R(const Kel16s* pSrc, int srcStep, const Kel16s value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16s_C4R(const Kel16s* pSrc, int srcStep, const Kel16s value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_16s_AC4R(const Kel16s* pSrc, int srcStep, const Kel16s value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_32f_C3R(const Kel32f* pSrc, int srcStep, const Kel32f value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_32f_C4R(const Kel32f* pSrc, int srcStep, const Kel32f value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareC_32f_AC4R(const Kel32f* pSrc, int srcStep, const Kel32f value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, KelCmpOp cmpOp);
+KELI_API KelStatus keliCompareEqualEps_32f_C1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEps_32f_C3R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEps_32f_C4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEps_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEpsC_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f value, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEpsC_32f_C3R(const Kel32f* pSrc, int srcStep, const Kel32f value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEpsC_32f_C4R(const Kel32f* pSrc, int srcStep, const Kel32f value[4], Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCompareEqualEpsC_32f_AC4R(const Kel32f* pSrc, int srcStep, const Kel32f value[3], Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f eps);
+KELI_API KelStatus keliCountInRange_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, int* pCounts, Kel8u lowerBound, Kel8u upperBound);
+KELI_API KelStatus keliCountInRange_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, int* pCounts, Kel32f lowerBound, Kel32f upperBound);
+KELI_API KelStatus keliCountInRange_8u_C3R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, int pCounts[3], const Kel8u lowerBound[3], const Kel8u upperBound[3]);
+KELI_API KelStatus keliCountInRange_8u_AC4R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, int pCounts[3], const Kel8u lowerBound[3], const Kel8u upperBound[3]);
+KELI_API KelStatus keliCountInRange_32f_C3R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, int pCounts[3], const Kel32f lowerBound[3], const Kel32f upperBound[3]);
+KELI_API KelStatus keliCountInRange_32f_AC4R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, int pCounts[3], const Kel32f lowerBound[3], const Kel32f upperBound[3]);
+
 /* ---- Thresholds and Otsu's global threshold */
 /*
  * `keliThreshold*` replaces pixels on one or both sides of a threshold, channel by channel:
@@ -2440,6 +2511,52 @@ KELI_API KelStatus keliLUTPalette_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* 
 KELI_API KelStatus keliLUTPalette_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, const Kel16u* const pTable[4], int nBitSize);
 KELI_API KelStatus keliLUTPalette_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, const Kel8u* const pTable[3], int nBitSize);
 KELI_API KelStatus keliLUTPalette_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, const Kel16u* const pTable[3], int nBitSize);
+
+/* ---- Moments */
+/*
+ * `keliMoments64f_<t>_<form>` sums the raw spatial moments `m(p, q) = sum x^p y^q v(x, y)`,
+ * `p + q <= 3`, of each channel (AC4: three) into a 400-byte state from
+ * `keliMomentGetStateSize_64f` and `keliMomentInit_64f`; x and y count from the region's first
+ * pixel. `keliGetSpatialMoment_64f` reads a moment about an origin shifted by `roiOffset`
+ * (binomial expansion), `keliGetCentralMoment_64f` about the centroid,
+ * `keliGetNormalized*Moment_64f` divide by `m00^((p + q + 2) / 2)`, and `keliGetHuMoments_64f`
+ * gives the seven Hu invariants.
+ *
+ * **Arithmetic.** Every sum is in 64f, row by row: the row's sums of `v`, `x v`, `x^2 v`, `x^3 v`,
+ * then times the row's `y` powers. 8u sums stay exact while they are below 2^53.
+ *
+ * **Checks, in order.** StateSize, Init: null pointer `kelStatusNullPtr`. Moments64f: `pSrc` or
+ * `pState` null, a state not from init `kelStatusSpecMismatch`, `srcStep` below 1
+ * `kelStatusBadStep`, size `kelStatusBadSize`, `srcStep` below a row `kelStatusStepTooSmall`.
+ * Get*: pointers, state `kelStatusSpecMismatch`, `mOrd + nOrd` above 3 `kelStatusBadSize`,
+ * `nChannel` outside the computed channels (none after init) `kelStatusBadChannel`, then for
+ * central, normalised and Hu `|m00|` not above 2^-52 `kelStatusZeroMoment`; the normalised
+ * spatial form writes its unnormalised value before it returns that status.
+ *
+ * ```c
+ * Kel8u state[400]; Kel64f area, mu20;
+ * keliMomentInit_64f(state, kelAlgHintAccurate);
+ * keliMoments64f_8u_C1R(img, step, roi, state);
+ * keliGetSpatialMoment_64f(state, 0, 0, 0, (KeliPoint){0, 0}, &area);
+ * KelStatus st = keliGetCentralMoment_64f(state, 2, 0, 0, &mu20);
+ * ```
+ */
+KELI_API KelStatus keliMomentGetStateSize_64f(KelHintAlgorithm hint, int* pSize);
+KELI_API KelStatus keliMomentInit_64f(Kel8u* pState, KelHintAlgorithm hint);
+KELI_API KelStatus keliMoments64f_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_8u_C3R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_8u_AC4R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_16u_C1R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_16u_C3R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_16u_AC4R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_32f_C3R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliMoments64f_32f_AC4R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, Kel8u* pState);
+KELI_API KelStatus keliGetSpatialMoment_64f(const Kel8u* pState, int mOrd, int nOrd, int nChannel, KeliPoint roiOffset, Kel64f* pValue);
+KELI_API KelStatus keliGetCentralMoment_64f(const Kel8u* pState, int mOrd, int nOrd, int nChannel, Kel64f* pValue);
+KELI_API KelStatus keliGetNormalizedSpatialMoment_64f(const Kel8u* pState, int mOrd, int nOrd, int nChannel, KeliPoint roiOffset, Kel64f* pValue);
+KELI_API KelStatus keliGetNormalizedCentralMoment_64f(const Kel8u* pState, int mOrd, int nOrd, int nChannel, Kel64f* pValue);
+KELI_API KelStatus keliGetHuMoments_64f(const Kel8u* pState, int nChannel, Kel64f pHm[7]);
 
 /* ---- Norms, dot products, quality index and SAD */
 /*

@@ -298,6 +298,31 @@ st = keliAddRandGauss_8u_C1IR(img, step, roi, 0, 8, &seed);   // add noise of de
 ```""",
         'keliImageJaehne_8u_C1R keliImageJaehne_8u_C3R keliImageJaehne_8u_C4R keliImageJaehne_8u_AC4R keliImageJaehne_16u_C1R keliImageJaehne_16u_C3R keliImageJaehne_16u_C4R keliImageJaehne_16u_AC4R keliImageJaehne_16s_C1R keliImageJaehne_16s_C3R keliImageJaehne_16s_C4R keliImageJaehne_16s_AC4R keliImageJaehne_32f_C1R keliImageJaehne_32f_C3R keliImageJaehne_32f_C4R keliImageJaehne_32f_AC4R keliImageRamp_8u_C1R keliImageRamp_8u_C3R keliImageRamp_8u_C4R keliImageRamp_8u_AC4R keliImageRamp_16u_C1R keliImageRamp_16u_C3R keliImageRamp_16u_C4R keliImageRamp_16u_AC4R keliImageRamp_16s_C1R keliImageRamp_16s_C3R keliImageRamp_16s_C4R keliImageRamp_16s_AC4R keliImageRamp_32f_C1R keliImageRamp_32f_C3R keliImageRamp_32f_C4R keliImageRamp_32f_AC4R keliAddRandUniform_8u_C1IR keliAddRandUniform_8u_C3IR keliAddRandUniform_8u_C4IR keliAddRandUniform_8u_AC4IR keliAddRandUniform_16u_C1IR keliAddRandUniform_16u_C3IR keliAddRandUniform_16u_C4IR keliAddRandUniform_16u_AC4IR keliAddRandUniform_16s_C1IR keliAddRandUniform_16s_C3IR keliAddRandUniform_16s_C4IR keliAddRandUniform_16s_AC4IR keliAddRandUniform_32f_C1IR keliAddRandUniform_32f_C3IR keliAddRandUniform_32f_C4IR keliAddRandUniform_32f_AC4IR keliAddRandGauss_8u_C1IR keliAddRandGauss_8u_C3IR keliAddRandGauss_8u_C4IR keliAddRandGauss_8u_AC4IR keliAddRandGauss_16u_C1IR keliAddRandGauss_16u_C3IR keliAddRandGauss_16u_C4IR keliAddRandGauss_16u_AC4IR keliAddRandGauss_16s_C1IR keliAddRandGauss_16s_C3IR keliAddRandGauss_16s_C4IR keliAddRandGauss_16s_AC4IR keliAddRandGauss_32f_C1IR keliAddRandGauss_32f_C3IR keliAddRandGauss_32f_C4IR keliAddRandGauss_32f_AC4IR',
     ),
+    "threshold/compare-count": (
+        'Comparison and range counting',
+        """`keliCompare` (two images) and `keliCompareC` (an image and a constant, one a channel) write a
+one-channel 8u mask: 255 where `src1 cmpOp src2` (`kelCmpLess`, `kelCmpLessEq`, `kelCmpEq`,
+`kelCmpGreaterEq`, `kelCmpGreater`) holds in every processed channel (AC4: three), else 0.
+`keliCompareEqualEps(C)`: 255 where `|a - b| <= eps` in 32f in every channel.
+`keliCountInRange`: per channel, the number of elements with `lowerBound <= v <= upperBound`
+(a 32-bit count that wraps).
+
+**Rule.** Integers compare exactly in their own signedness. 32f: a not-a-number in either
+operand makes every relation false (greater-or-equal too) and is never in range. An unknown
+`cmpOp` writes nothing and returns `kelStatusOk`.
+
+**Checks, in order.** Compare, CompareC: null pointer `kelStatusNullPtr`, a step below 1
+`kelStatusBadStep`, size `kelStatusBadSize`; `cmpOp` is not tested. EqualEps(C): the same,
+then `eps` below 0 `kelStatusNegativeEps`. CountInRange: pointers (bound arrays too),
+`srcStep` below 1, size, then `lowerBound > upperBound` in any channel `kelStatusBadRange` (a
+not-a-number bound passes). No warnings; nothing is written on an error.
+
+```c
+// mask of pixels brighter than 200
+KelStatus st = keliCompareC_8u_C1R(img, step, 200, mask, maskStep, roi, kelCmpGreater);
+```""",
+        'keliCompare_8u_C1R keliCompare_8u_C3R keliCompare_8u_C4R keliCompare_8u_AC4R keliCompare_16u_C1R keliCompare_16u_C3R keliCompare_16u_C4R keliCompare_16u_AC4R keliCompare_16s_C1R keliCompare_16s_C3R keliCompare_16s_C4R keliCompare_16s_AC4R keliCompare_32f_C1R keliCompare_32f_C3R keliCompare_32f_C4R keliCompare_32f_AC4R keliCompareC_8u_C1R keliCompareC_16u_C1R keliCompareC_16s_C1R keliCompareC_32f_C1R keliCompareC_8u_C3R keliCompareC_8u_C4R keliCompareC_8u_AC4R keliCompareC_16u_C3R keliCompareC_16u_C4R keliCompareC_16u_AC4R keliCompareC_16s_C3R keliCompareC_16s_C4R keliCompareC_16s_AC4R keliCompareC_32f_C3R keliCompareC_32f_C4R keliCompareC_32f_AC4R keliCompareEqualEps_32f_C1R keliCompareEqualEps_32f_C3R keliCompareEqualEps_32f_C4R keliCompareEqualEps_32f_AC4R keliCompareEqualEpsC_32f_C1R keliCompareEqualEpsC_32f_C3R keliCompareEqualEpsC_32f_C4R keliCompareEqualEpsC_32f_AC4R keliCountInRange_8u_C1R keliCountInRange_32f_C1R keliCountInRange_8u_C3R keliCountInRange_8u_AC4R keliCountInRange_32f_C3R keliCountInRange_32f_AC4R',
+    ),
     "threshold/threshold-otsu": (
         "Thresholds and Otsu's global threshold",
         """`keliThreshold*` replaces pixels on one or both sides of a threshold, channel by channel:
@@ -369,6 +394,36 @@ keliHistogramUniformInit(kel8u, &lo, &hi, &nLevels, 1, spec);
 KelStatus st = keliHistogram_8u_C1R(img, step, roi, bins, spec, buffer);
 ```""",
         'keliHistogramGetBufferSize keliHistogramInit keliHistogramUniformInit keliHistogramGetLevels keliHistogram_8u_C1R keliHistogram_16u_C1R keliHistogram_16s_C1R keliHistogram_8u_C3R keliHistogram_16u_C3R keliHistogram_16s_C3R keliHistogram_8u_C4R keliHistogram_16u_C4R keliHistogram_16s_C4R keliHistogram_32f_C1R keliHistogram_32f_C3R keliHistogram_32f_C4R keliLUT_GetSize keliLUT_Init_8u keliLUT_Init_16u keliLUT_Init_16s keliLUT_Init_32f keliLUT_8u_C1R keliLUT_8u_C3R keliLUT_8u_C4R keliLUT_8u_AC4R keliLUT_16u_C1R keliLUT_16u_C3R keliLUT_16u_C4R keliLUT_16u_AC4R keliLUT_16s_C1R keliLUT_16s_C3R keliLUT_16s_C4R keliLUT_16s_AC4R keliLUT_32f_C1R keliLUT_32f_C3R keliLUT_32f_C4R keliLUT_32f_AC4R keliLUT_8u_C1IR keliLUT_8u_C3IR keliLUT_8u_C4IR keliLUT_8u_AC4IR keliLUT_16u_C1IR keliLUT_16u_C3IR keliLUT_16u_C4IR keliLUT_16u_AC4IR keliLUT_16s_C1IR keliLUT_16s_C3IR keliLUT_16s_C4IR keliLUT_16s_AC4IR keliLUT_32f_C1IR keliLUT_32f_C3IR keliLUT_32f_C4IR keliLUT_32f_AC4IR keliLUTPalette_8u_C1R keliLUTPalette_16u_C1R keliLUTPalette_8u24u_C1R keliLUTPalette_8u32u_C1R keliLUTPalette_16u8u_C1R keliLUTPalette_16u24u_C1R keliLUTPalette_16u32u_C1R keliLUTPalette_8u_C3R keliLUTPalette_16u_C3R keliLUTPalette_8u_C4R keliLUTPalette_16u_C4R keliLUTPalette_8u_AC4R keliLUTPalette_16u_AC4R',
+    ),
+    "stats/moments": (
+        'Moments',
+        """`keliMoments64f_<t>_<form>` sums the raw spatial moments `m(p, q) = sum x^p y^q v(x, y)`,
+`p + q <= 3`, of each channel (AC4: three) into a 400-byte state from
+`keliMomentGetStateSize_64f` and `keliMomentInit_64f`; x and y count from the region's first
+pixel. `keliGetSpatialMoment_64f` reads a moment about an origin shifted by `roiOffset`
+(binomial expansion), `keliGetCentralMoment_64f` about the centroid,
+`keliGetNormalized*Moment_64f` divide by `m00^((p + q + 2) / 2)`, and `keliGetHuMoments_64f`
+gives the seven Hu invariants.
+
+**Arithmetic.** Every sum is in 64f, row by row: the row's sums of `v`, `x v`, `x^2 v`, `x^3 v`,
+then times the row's `y` powers. 8u sums stay exact while they are below 2^53.
+
+**Checks, in order.** StateSize, Init: null pointer `kelStatusNullPtr`. Moments64f: `pSrc` or
+`pState` null, a state not from init `kelStatusSpecMismatch`, `srcStep` below 1
+`kelStatusBadStep`, size `kelStatusBadSize`, `srcStep` below a row `kelStatusStepTooSmall`.
+Get*: pointers, state `kelStatusSpecMismatch`, `mOrd + nOrd` above 3 `kelStatusBadSize`,
+`nChannel` outside the computed channels (none after init) `kelStatusBadChannel`, then for
+central, normalised and Hu `|m00|` not above 2^-52 `kelStatusZeroMoment`; the normalised
+spatial form writes its unnormalised value before it returns that status.
+
+```c
+Kel8u state[400]; Kel64f area, mu20;
+keliMomentInit_64f(state, kelAlgHintAccurate);
+keliMoments64f_8u_C1R(img, step, roi, state);
+keliGetSpatialMoment_64f(state, 0, 0, 0, (KeliPoint){0, 0}, &area);
+KelStatus st = keliGetCentralMoment_64f(state, 2, 0, 0, &mu20);
+```""",
+        'keliMomentGetStateSize_64f keliMomentInit_64f keliMoments64f_8u_C1R keliMoments64f_8u_C3R keliMoments64f_8u_AC4R keliMoments64f_16u_C1R keliMoments64f_16u_C3R keliMoments64f_16u_AC4R keliMoments64f_32f_C1R keliMoments64f_32f_C3R keliMoments64f_32f_AC4R keliGetSpatialMoment_64f keliGetCentralMoment_64f keliGetNormalizedSpatialMoment_64f keliGetNormalizedCentralMoment_64f keliGetHuMoments_64f',
     ),
     "stats/norms-similarity": (
         'Norms, dot products, quality index and SAD',
