@@ -222,7 +222,7 @@ template <class T> void order_table_edges()
     T src[16], dst[16];
     for (int i = 0; i < 16; ++i) src[i] = static_cast<T>(i + 1);
     const KeliSize one{1, 1};
-    auto refused = [&](auto call) {
+    auto refused = [&](auto call) -> KelStatus {
         std::memset(dst, kit::kCanary, sizeof dst);
         const KelStatus s = call();
         for (std::size_t i = 0; i < sizeof dst; ++i)
