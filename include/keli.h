@@ -20,6 +20,23 @@ extern "C" {
 /* ==== Library frame ========================================================================= */
 
 /* ---- Absolute value */
+/*
+ * `keliAbs`: `dst = |src|` element by element; in place `srcDst = |srcDst|`.
+ *
+ * **Rounding and saturation.** 16s: |-32768| saturates to 32767. 32f: the sign bit is cleared,
+ * so -0.0 gives +0.0 and a not-a-number keeps its payload.
+ *
+ * **In place and AC4.** AC4 leaves each destination alpha as it stood.
+ *
+ * **Checks, in order.** Null pointer: `kelStatusNullPtr`; width or height below 1:
+ * `kelStatusBadSize`; a step below 1: `kelStatusBadStep`. Steps advance in whole elements. No
+ * warnings; on an error nothing is written.
+ *
+ * ```c
+ * KeliSize roi = {width, height};
+ * KelStatus st = keliAbs_16s_C1IR(diff, diffStep, roi);   // in place
+ * ```
+ */
 KELI_API KelStatus keliAbs_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize);
 KELI_API KelStatus keliAbs_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize);
 KELI_API KelStatus keliAbs_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize);
@@ -38,6 +55,27 @@ KELI_API KelStatus keliAbs_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize ro
 KELI_API KelStatus keliAbs_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize);
 
 /* ---- Image allocation and version */
+/*
+ * `keliMalloc_<type>_<layout>(width, height, &step)` allocates an image whose rows are rounded
+ * up to a multiple of 64 bytes and reports that row step; `keliFree` releases it.
+ * `keliGetLibVersion` returns a pointer to the constant version record (the same pointer at
+ * every call; never freed).
+ *
+ * **Sizes.** A pixel is element size times channels (AC4 counts four, 32sc and 32fc eight bytes
+ * an element). `step = (width * pixelBytes + 63) & ~63`.
+ *
+ * **Failures** (no status: the result is null). A null `pStep` returns null and writes nothing;
+ * otherwise `*pStep` is set to 0 first. Then null for `width < 1` or a row above 2^31 - 1 bytes,
+ * for `height < 1`, and for `step * height` above 0x7FFFFFFF, in which case `*pStep` still holds
+ * the computed step. A failed allocation is passed through as null. The `_L` members take 64-bit
+ * sizes and a 64-bit step and test the product in 32-bit halves.
+ *
+ * ```c
+ * int step;
+ * Kel8u* img = keliMalloc_8u_C3(640, 480, &step);  // step == 1920
+ * keliFree(img);
+ * ```
+ */
 KELI_API Kel8u* keliMalloc_8u_C1(int widthPixels, int heightPixels, int* pStepBytes);
 KELI_API Kel8u* keliMalloc_8u_C2(int widthPixels, int heightPixels, int* pStepBytes);
 KELI_API Kel8u* keliMalloc_8u_C3(int widthPixels, int heightPixels, int* pStepBytes);
@@ -114,6 +152,33 @@ KELI_API const KelLibraryVersion* keliGetLibVersion(void);
 /* ==== Pixel arithmetic ====================================================================== */
 
 /* ---- Saturating add and subtract */
+/*
+ * `keliAdd`: `dst = src1 + src2`. `keliSub`: `dst = src2 - src1` (the first image is the one
+ * subtracted). `keliAddC`: `dst = src + value`; `keliSubC`: `dst = src - value`, one value a
+ * colour channel for C3, C4 and AC4. In place (`I`), `srcDst = srcDst + src` and
+ * `srcDst = srcDst - src`.
+ *
+ * **Rounding and saturation (`Sfs`).** The exact result `r` of two elements is computed in 32
+ * bits, scaled by 2^-n (`n = scaleFactor`, any value) with ties to even, then saturated to the
+ * element type: 8u [0, 255], 16u [0, 65535], 16s [-32768, 32767]. A negative `n` multiplies by
+ * 2^-n. In the unsigned types a negative difference saturates to 0 before the scale. From
+ * `n >= 10` (8u add; 9 for 8u subtract, 18/17 for 16u, 17 for 16s) the result is 0 and the
+ * sources are not read. 32f: one IEEE addition or subtraction an element, no saturation.
+ *
+ * **In place and AC4.** The in-place forms read and write each element in one step. AC4 leaves
+ * each destination alpha as it stood; a source alpha takes no part. The C1 constant forms with
+ * `value == 0` and `n == 0` copy (or, in place, return at once).
+ *
+ * **Checks, in order.** Null pointer (any image or `pValue`): `kelStatusNullPtr`; width or height
+ * below 1: `kelStatusBadSize`. Steps are not checked (negative steps run). No `scaleFactor` is an
+ * error. No warnings. On an error nothing is written. `_L` members take 64-bit steps and sizes.
+ *
+ * ```c
+ * KeliSize roi = {640, 480};
+ * // average of two 8u images, rounded half to even: (a + b) / 2
+ * KelStatus st = keliAdd_8u_C1RSfs(a, aStep, b, bStep, avg, avgStep, roi, 1);
+ * ```
+ */
 KELI_API KelStatus keliAdd_8u_C1RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, int scaleFactor);
 KELI_API KelStatus keliAdd_8u_C3RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, int scaleFactor);
 KELI_API KelStatus keliAdd_8u_C4RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, int scaleFactor);
@@ -372,6 +437,42 @@ KELI_API KelStatus keliSubC_32f_C4IR_L(const Kel32f* pValue, Kel32f* pSrcDst, in
 KELI_API KelStatus keliSubC_32f_AC4IR_L(const Kel32f* pValue, Kel32f* pSrcDst, int64_t srcDstStep, KeliSizeL roiSize);
 
 /* ---- Multiply and divide */
+/*
+ * `keliMul`: `dst = src1 * src2`; `keliMulC`: `dst = src * value`. `keliDiv`: `dst = src2 / src1`
+ * (the first image divides; in place `srcDst = srcDst / src`); `keliDivC`: `dst = src / value`.
+ * `keliDiv_Round`: `keliDiv` computed in 64f and rounded by `roundMode`. `keliMulScale` and
+ * `keliMulCScale`: the product divided by the type's largest value, which stands for 1.0.
+ * `keliMulC64f`: `src * constant` with one 64f constant a channel.
+ *
+ * **Rounding and saturation.** Mul, MulC: the exact product in 32 bits, scaled by 2^-n
+ * (`n = scaleFactor`) with ties to even, saturated; a negative `n` multiplies. Past the reach of
+ * the shift (8u `n >= 17`, 16s `n >= 31`, 16u `n >= 33`) the result is 0 and the sources are not
+ * read. Div: the quotient scaled by 2^-n, rounded to nearest, saturated. A zero divisor element
+ * gives the type's largest value for a positive dividend, 0 for zero, the smallest (16s) for a
+ * negative one, and the call returns the warning `kelStatusDivByZeroWarn` with everything
+ * computed. DivC multiplies 32f by `1.0f / value` computed once (the last place may differ from
+ * a division). MulScale: `(r + 1 + (r >> 8)) >> 8` for 8u (`>> 16` for 16u), so 255 * 255 gives
+ * 255. MulC64f and Div_Round: `kelRndZero` truncates, `kelRndNear` rounds to even,
+ * `kelRndFinancial` rounds half away from zero; results clamped to the destination's range.
+ * 32f: one IEEE operation an element.
+ *
+ * **In place and AC4.** In-place forms read and write each element in one step. AC4 leaves each
+ * destination alpha as it stood.
+ *
+ * **Checks, in order.** Mul, MulC, MulC64f: null pointer `kelStatusNullPtr`, size below 1
+ * `kelStatusBadSize` (MulC64f then `roundMode` above 2: `kelStatusBadRoundMode`). Div, DivC,
+ * Div_Round: pointers, size, then a step below 1 `kelStatusBadStep`; DivC then a zero value
+ * (channel by channel, minus zero too) `kelStatusDivByZero`; Div_Round then `roundMode` above 2
+ * `kelStatusBadRoundMode`. MulScale, MulCScale: pointers, steps, size. On an error nothing is
+ * written.
+ *
+ * ```c
+ * // darken by a mask: dst = src * mask / 255, exactly 255 where both are 255
+ * KelStatus st = keliMulScale_8u_C1R(src, srcStep, mask, maskStep, dst, dstStep, roi);
+ * st = keliDiv_16s_C1RSfs(den, denStep, num, numStep, q, qStep, roi, 0);   // q = num / den
+ * if (st == kelStatusDivByZeroWarn) { } // zeros in den met: their results are defined
+ * ```
+ */
 KELI_API KelStatus keliMul_8u_C1RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, int scaleFactor);
 KELI_API KelStatus keliMul_8u_C3RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, int scaleFactor);
 KELI_API KelStatus keliMul_8u_C4RSfs(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, int scaleFactor);
@@ -712,6 +813,32 @@ KELI_API KelStatus keliDiv_Round_16s_AC4IRSfs(const Kel16s* pSrc, int srcStep, K
 /* ==== Data movement and conversion ========================================================== */
 
 /* ---- Border extension */
+/*
+ * Each copies a source image into a larger destination at (`leftBorderWidth`,
+ * `topBorderHeight`) and fills the frame around it: `keliCopyConstBorder` with a constant (one
+ * value a channel), `keliCopyReplicateBorder` with the nearest edge pixel,
+ * `keliCopyMirrorBorder` by reflection about the edge pixel without repeating it (period
+ * `2W - 2`; a frame wider than the image folds to and fro), `keliCopyWrapBorder` periodically.
+ * The right border is `dstWidth - left - srcWidth` wide, the bottom `dstHeight - top - srcHeight`.
+ * These meanings are the library's border kinds; the filters and geometric functions apply the
+ * same ones on the fly, with the in-memory side flags (16 top, 32 bottom, 64 left, 128 right:
+ * read the caller's pixels on that side) and 240 for no border handling.
+ *
+ * **In place and AC4.** In place, `pSrc` is the source as it lies inside the destination, which
+ * starts `top` rows and `left` pixels before it; only the frame is written. Replicate, mirror and
+ * wrap calls with `pSrc == pDst` run as the in-place form. AC4 writes no destination alpha.
+ *
+ * **Checks, in order.** (Replicate, mirror, wrap: the `pSrc == pDst` test first.) Null pointer
+ * `kelStatusNullPtr`; a step below 1 `kelStatusBadStep`; `kelStatusBadSize` for a source or
+ * destination side below 1, a negative offset, or a source that does not fit at its offset; then,
+ * for the constant border with several channels, a null `pValue` `kelStatusNullPtr`. No
+ * warnings; nothing is written on an error.
+ *
+ * ```c
+ * KeliSize src = {w, h}, dst = {w + 4, h + 4};
+ * KelStatus st = keliCopyMirrorBorder_8u_C1R(img, step, src, padded, paddedStep, dst, 2, 2);
+ * ```
+ */
 KELI_API KelStatus keliCopyConstBorder_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Kel8u value);
 KELI_API KelStatus keliCopyConstBorder_16u_C1R(const Kel16u* pSrc, int srcStep, KeliSize srcRoiSize, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Kel16u value);
 KELI_API KelStatus keliCopyConstBorder_16s_C1R(const Kel16s* pSrc, int srcStep, KeliSize srcRoiSize, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Kel16s value);
@@ -942,6 +1069,40 @@ KELI_API KelStatus keliCopyWrapBorder_32s_C1IR_L(Kel32s* pSrc, Kel64s srcDstStep
 KELI_API KelStatus keliCopyWrapBorder_32f_C1IR_L(Kel32f* pSrc, Kel64s srcDstStep, KeliSizeL srcRoiSize, KeliSizeL dstRoiSize, Kel64s topBorderHeight, Kel64s leftBorderWidth);
 
 /* ---- Type conversion and scaling */
+/*
+ * `keliConvert` changes the element type (pair tokens name source then destination): exact
+ * widening; integer narrowing that saturates; float to integer by `roundMode`; scaled forms
+ * (`Sfs`: `x * 2^-scaleFactor`, rounded by `roundMode`, saturated); clamped sign (`C1Rs`:
+ * negatives become 0). `keliScale` stretches the range of one type over another (8u to 16u is
+ * `x * 257`; 8u32f `vMin + x * ((vMax - vMin) / 255)`; 32f8u clamps to [vMin, vMax] then maps to
+ * [0, 255]). `keliScaleC`: `dst = saturate(round(src * mVal + aVal))`, in 64f with
+ * `kelAlgHintAccurate`, otherwise in 32f with the constants rounded to 32f. `keliBinToGray` and
+ * `keliGrayToBin` pass between one-bit rows (low bit first, from `bitOffset & 7` of the row's
+ * first byte) and gray values (`bit = src > threshold`; the other bits of a byte stay).
+ *
+ * **Rounding and saturation.** Integer scale factors: `kelRndZero` truncates toward zero,
+ * `kelRndNear` ties to even, `kelRndFinancial` ties away from zero; a negative factor shifts
+ * left and saturates. Float to integer: `roundMode` 0 is toward zero, 1 nearest even, any other
+ * value financial (no convert raises `kelStatusBadRoundMode`); a not-a-number gives the
+ * destination's largest value, minus infinity its smallest. The processor's rounding field is
+ * set for the call and restored on return. Integer to 32f rounds by the processor's current mode.
+ *
+ * **In place and AC4.** `keliConvert_32f32u_C1IRSfs` and `keliScaleC` `C1IR` run in place.
+ * AC4 keeps the destination alpha.
+ *
+ * **Checks, in order.** Null pointer `kelStatusNullPtr`, size below 1 `kelStatusBadSize`, a step
+ * below 1 `kelStatusBadStep` (clamped-sign forms check no step). `keliScale` with a float side
+ * first tests `vMax - vMin <= 0`: `kelStatusBadScaleRange`, before the pointers. `keliScaleC`
+ * with `mVal == 1` and `aVal == 0` (within 2^-52) forwards to the copy or conversion and takes
+ * its checks. `keliBinToGray`/`keliGrayToBin`: then a negative bit offset `kelStatusBadSize`. No
+ * warnings; nothing is written on an error.
+ *
+ * ```c
+ * // floats in [0, 1] to bytes: scale by 255 in 64f, round to nearest, saturate
+ * KelStatus st = keliScaleC_32f8u_C1R(f, fStep, 255.0, 0.0, bytes, bStep, roi, kelAlgHintAccurate);
+ * st = keliConvert_32f8u_C1R(f, fStep, bytes, bStep, roi, kelRndNear);
+ * ```
+ */
 KELI_API KelStatus keliConvert_8u16u_C1R(const Kel8u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize);
 KELI_API KelStatus keliConvert_8u16u_C3R(const Kel8u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize);
 KELI_API KelStatus keliConvert_8u16u_C4R(const Kel8u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize);
@@ -1145,6 +1306,36 @@ KELI_API KelStatus keliGrayToBin_16s1u_C1R(const Kel16s* pSrc, int srcStep, Kel8
 KELI_API KelStatus keliGrayToBin_32f1u_C1R(const Kel32f* pSrc, int srcStep, Kel8u* pDst, int dstStep, int dstBitOffset, KeliSize roiSize, Kel32f threshold);
 
 /* ---- Copy, set, duplicate and channel swaps */
+/*
+ * `keliCopy` copies a region in every arrangement: whole pixels (C1, C3, C4; AC4 writes the
+ * three colour elements and keeps the destination alpha), one channel out of or into a pixel
+ * (C3C1, C4C1, C1C3, C1C4: the pointer on the multi-channel side points at the channel wanted),
+ * one channel to the same channel (C3C, C4C), three channels to four and back (C3AC4 keeps the
+ * destination alpha, AC4C3 drops the source alpha), interleaved to planes and back (one step for
+ * all planes), and under an 8u mask (`MR`: a pixel is written where its mask element is not 0).
+ * `keliCopyManaged_8u_C1R` lets the caller choose the stores (`flags` 1: non-temporal stores, 2:
+ * streaming loads and non-temporal stores; 2 wins). `keliSet` fills a region with a value (one
+ * a channel; C3C/C4C one channel only; `MR` under a mask). `keliDup` copies one channel into
+ * every channel of a pixel. `keliSwapChannels`: destination channel `i` takes source channel
+ * `dstOrder[i]`; a channel may be named twice; C3C4R takes 3 for the constant `val` and any larger
+ * value to keep the destination's channel; AC4R keeps the destination alpha.
+ *
+ * **Checks, in order.** Copy, Set, Dup: null pointer (planar forms: the array, then each plane;
+ * masked forms: the mask too) `kelStatusNullPtr`, then size below 1 `kelStatusBadSize`. No step
+ * is checked: zero and negative steps run (`keliSet_8u_C1R` with step 0 writes one row over and
+ * over); flags are not checked. SwapChannels: pointers; a step of exactly 0
+ * `kelStatusBadStep` and size `kelStatusBadSize` (C3R, C3C4R, C4C3R test size first; AC4R, C3IR
+ * and C4IR steps first; C3IR tests `dstOrder` for null after the size); then the order table:
+ * an entry compared unsigned above 2 (C3R, AC4R, C3IR) or above 3 (C4R, C4IR, C4C3R), or a
+ * negative entry in C3C4R, gives `kelStatusBadChannelOrder`. No warnings; nothing is written on
+ * an error.
+ *
+ * ```c
+ * const int bgr[3] = {2, 1, 0};
+ * KelStatus st = keliSwapChannels_8u_C3R(rgb, rgbStep, bgrImage, bgrStep, roi, bgr);
+ * st = keliCopy_8u_C3P3R(rgb, rgbStep, planes, planeStep, roi);   // Kel8u* planes[3]
+ * ```
+ */
 KELI_API KelStatus keliCopy_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize);
 KELI_API KelStatus keliCopy_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize);
 KELI_API KelStatus keliCopy_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize);
@@ -1349,6 +1540,38 @@ KELI_API KelStatus keliSwapChannels_8u_C4IR(Kel8u* pSrcDst, int srcDstStep, Keli
 /* ==== Thresholds and comparison ============================================================= */
 
 /* ---- Thresholds and Otsu's global threshold */
+/*
+ * `keliThreshold*` replaces pixels on one or both sides of a threshold, channel by channel:
+ * `_LT` (below becomes the threshold), `_GT` (above becomes the threshold), `_LTVal`/`_GTVal`
+ * (below/above becomes `value`), `keliThreshold` and `_Val` with `cmpOp` `kelCmpLess` or
+ * `kelCmpGreater`, and `_LTValGTVal` (below `thresholdLT` becomes `valueLT`, above
+ * `thresholdGT` becomes `valueGT`). C1 forms take thresholds and values by value, C3 and AC4 an
+ * array of three, C4 of four. `keliComputeThreshold_Otsu_8u_C1R` writes the level that
+ * maximises the between-class variance of the image's histogram (level centres `i + 0.5` in
+ * double; the first strict maximum wins; an image of one level gives 0).
+ *
+ * **Rule.** An element equal to its threshold is never replaced. Integers compare in their own
+ * signedness. 32f not-a-number: plain less and greater give the threshold, `_LTVal` and
+ * `_LTValGTVal` give the (low) value, `_GTVal` keeps the not-a-number.
+ *
+ * **In place and AC4.** `I` forms run in place. AC4 processes three channels and leaves the
+ * destination's fourth element as it stood.
+ *
+ * **Checks, in order.** `keliThreshold`, `_GT`, `_LT`: null pointer `kelStatusNullPtr`, size
+ * below 1 `kelStatusBadSize`, step below 1 `kelStatusBadStep`, threshold array null
+ * `kelStatusNullPtr`, then `cmpOp` not 0 or 4 `kelStatusUnsupportedMode`. `_Val`, `_GTVal`,
+ * `_LTVal`: `cmpOp` first (where there is one), then pointers, size, steps, arrays.
+ * `_LTValGTVal`: pointers, size, steps, arrays, then `thresholdLT > thresholdGT` in any channel
+ * `kelStatusThresholdOrder`. Otsu: `pSrc` or `pThreshold` null, size, then `srcStep` below the
+ * width `kelStatusBadStep`. No warnings; nothing is written on an error.
+ *
+ * ```c
+ * Kel8u t;
+ * KelStatus st = keliComputeThreshold_Otsu_8u_C1R(img, step, roi, &t);
+ * st = keliThreshold_GTVal_8u_C1IR(img, step, roi, t, 255);   // above t: 255
+ * st = keliThreshold_LTVal_8u_C1IR(img, step, roi, 255, 0);   // the rest: 0
+ * ```
+ */
 KELI_API KelStatus keliThreshold_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel8u threshold, KelCmpOp cmpOp);
 KELI_API KelStatus keliThreshold_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, Kel16u threshold, KelCmpOp cmpOp);
 KELI_API KelStatus keliThreshold_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize roiSize, Kel16s threshold, KelCmpOp cmpOp);
@@ -1538,6 +1761,42 @@ KELI_API KelStatus keliComputeThreshold_Otsu_8u_C1R(const Kel8u* pSrc, int srcSt
 /* ==== Statistics ============================================================================ */
 
 /* ---- Histograms, lookup tables and palettes */
+/*
+ * **Histograms.** `keliHistogramGetBufferSize` gives the spec and work sizes; `keliHistogramInit`
+ * (strictly increasing levels, rounded up for integer images) or `keliHistogramUniformInit`
+ * (`n` levels from `lower` to `upper`, truncated for integer images) fills the caller's spec;
+ * `keliHistogram` counts each channel: with `n` levels, bin `i` counts `level[i] <= v <
+ * level[i + 1]`; values outside and not-a-number are not counted. `keliHistogramGetLevels`
+ * reads the levels back as floats. Integer types count through the caller's work buffer.
+ *
+ * **Lookup tables.** `keliLUT_GetSize`, then `keliLUT_Init_<t>` builds the table of a curve
+ * given by levels and values (`kelNearest`: a step a segment; `kelLinear`: linear inside a
+ * segment, rounded half up in 64f; `kelCubic`: a cubic through four neighbouring points, linear
+ * below four levels); values outside the curve stay as they are. `keliLUT_<t>_<form>` applies it
+ * (the spec's type and channels must match the member). `keliLUTPalette`: `dst =
+ * table[src & ((1 << nBitSize) - 1)]`, no spec.
+ *
+ * **In place and AC4.** LUT `I` forms run in place; AC4 leaves the destination alpha as it stood.
+ *
+ * **Checks, in order.** GetBufferSize: pointers, size, `numChannels` (1, 3, 4)
+ * `kelStatusBadChannelCount`, a level count below 2 `kelStatusBadHistLevels`, type
+ * `kelStatusBadDataType`. Init: type, pointers, channels, channel pointers, level count, then
+ * levels not increasing (uniform: `lower >= upper`) `kelStatusBadRange`. Histogram: pointers
+ * (each `pHist` entry too), size, `srcStep` below a row `kelStatusBadStep`, a spec of another
+ * kind `kelStatusBadArg`. LUT_GetSize: `interpolation` `kelStatusBadInterpolation`, pointers,
+ * size, `channels` (1, 3, 4, 9 for AC4) `kelStatusBadChannel`, levels below 2
+ * `kelStatusBadLutLevels`, type. LUT: pointers, steps below 1, size, a spec of another member
+ * `kelStatusBadArg`. Palette: pointers, size, `nBitSize` out of 1..8 (1..16 for 16-bit sources)
+ * `kelStatusOutOfRange`, a step below the row `kelStatusBadStep`. Nothing is written on an error.
+ *
+ * ```c
+ * int nLevels = 257, specSize, bufSize; Kel32f lo = 0, hi = 256; Kel32u bins[256];
+ * keliHistogramGetBufferSize(kel8u, roi, &nLevels, 1, 1, &specSize, &bufSize);
+ * // allocate spec and buffer, then:
+ * keliHistogramUniformInit(kel8u, &lo, &hi, &nLevels, 1, spec);
+ * KelStatus st = keliHistogram_8u_C1R(img, step, roi, bins, spec, buffer);
+ * ```
+ */
 KELI_API KelStatus keliHistogramGetBufferSize(KelDataType dataType, KeliSize roiSize, const int nLevels[], int numChannels, int uniform, int* pSpecSize, int* pBufferSize);
 KELI_API KelStatus keliHistogramInit(KelDataType dataType, const Kel32f* const pLevels[], const int nLevels[], int numChannels, Kel8u* pSpec);
 KELI_API KelStatus keliHistogramUniformInit(KelDataType dataType, const Kel32f lowerLevel[], const Kel32f upperLevel[], const int nLevels[], int numChannels, Kel8u* pSpec);
@@ -1606,6 +1865,35 @@ KELI_API KelStatus keliLUTPalette_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u*
 KELI_API KelStatus keliLUTPalette_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize, const Kel16u* const pTable[3], int nBitSize);
 
 /* ---- Norms, dot products, quality index and SAD */
+/*
+ * Images compared by single numbers, per channel, as 64f: `keliNorm_Inf`/`_L1`/`_L2` (largest
+ * absolute element, sum of absolute elements, square root of the sum of squares),
+ * `keliNormDiff_*` (the same norm of `src1 - src2`), `keliNormRel_*` (`norm(src1 - src2) /
+ * norm(src2)`, L2 with one square root), `keliDotProd` (sum of `src1 * src2`), `keliDotProdCol`
+ * (`dst[i] = sum_k coeffs[k] * vectors[k][i]`, vectors taken three at a time in list order), and
+ * `keliQualityIndex` (the global quality index `4 sxy m1 m2 / ((sq1 + sq2)(m1^2 + m2^2))` per
+ * channel, with a scratch buffer from `keliQualityIndexGetBufferSize`).
+ *
+ * **Exactness.** Integer L1, L2 and products are summed in integer lanes over tiles sized from
+ * the width so that no lane overflows, then added in 64f. 32f L1 and L2: `kelAlgHintAccurate`
+ * widens every element to 64f; other hints sum rows in 32f lanes in a fixed order. A not-a-number
+ * input gives a not-a-number result. NormRel with a zero divisor writes not-a-number (numerator 0
+ * too) or +infinity and returns the warning `kelStatusDivByZeroWarn`; every channel is written.
+ * QualityIndex of a flat or black channel writes a not-a-number and returns
+ * `kelStatusZeroDenominator`.
+ *
+ * **Checks, in order.** Norms: null pointer `kelStatusNullPtr`, size below 1 `kelStatusBadSize`,
+ * step below 1 `kelStatusBadStep` (16u members test the step before the size). DotProd: pointers,
+ * then a size below 1 or a step of exactly 0 `kelStatusBadSize`. DotProdCol: any pointer or
+ * vector null, then `length` or `count` below 1 `kelStatusBadSize`. QualityIndex: the pointers
+ * and buffer, size, steps. Nothing is written on an error.
+ *
+ * ```c
+ * Kel64f l2, rel;
+ * KelStatus st = keliNormDiff_L2_8u_C1R(a, aStep, b, bStep, roi, &l2);
+ * st = keliNormRel_L2_8u_C1R(a, aStep, b, bStep, roi, &rel);  // ||a-b|| / ||b||
+ * ```
+ */
 KELI_API KelStatus keliNorm_Inf_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel64f* pValue);
 KELI_API KelStatus keliNorm_Inf_16u_C1R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel64f* pValue);
 KELI_API KelStatus keliNorm_Inf_16s_C1R(const Kel16s* pSrc, int srcStep, KeliSize roiSize, Kel64f* pValue);
@@ -1752,6 +2040,26 @@ KELI_API KelStatus keliQualityIndex_32f_C3R(const Kel32f* pSrc1, int src1Step, c
 KELI_API KelStatus keliQualityIndex_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, KeliSize roiSize, Kel32f pQualityIndex[3], Kel8u* pBuffer);
 
 /* ---- Sum of absolute differences */
+/*
+ * `keliSAD`: for every position where the template lies wholly in the image (`shape` 0x10000),
+ * the sum over the template of `|src(x + i, y + j) - tpl(i, j)|`. The destination has
+ * `(srcWidth - tplWidth + 1) x (srcHeight - tplHeight + 1)` elements, 32s (scaled by
+ * 2^-scaleFactor, ties to even; sums wrap in 32 bits) or 32f. 16s differences are formed in 16
+ * bits with wrap-around, so a difference beyond 32767 folds. `keliSADGetBufferSize` reports the
+ * scratch size (0).
+ *
+ * **Checks, in order.** `pSrc`, `pTpl`, `pDst` null `kelStatusNullPtr`; a step below 1 or a
+ * `dstStep` not a multiple of 4 `kelStatusBadStep`; a size not positive `kelStatusBadSize`;
+ * `shape` other than 0x10000 or a destination overlapping the source or template
+ * `kelStatusUnsupportedMode`; a negative `scaleFactor` `kelStatusBadArg`. The size query:
+ * `pBufferSize` null, sizes, `dataType` (8u, 16u, 16s, 32f) `kelStatusBadDataType`, then
+ * `numChannels` other than 1 or another shape `kelStatusUnsupportedMode`.
+ *
+ * ```c
+ * KeliSize frame = {640, 480}, patch = {16, 16};
+ * KelStatus st = keliSAD_8u32s_C1RSfs(img, step, frame, tpl, 16, patch, map, mapStep, 0x10000, 0, NULL);
+ * ```
+ */
 KELI_API KelStatus keliSAD_8u32s_C1RSfs(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel8u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32s* pDst, int dstStep, int shape, int scaleFactor, Kel8u* pBuffer);
 KELI_API KelStatus keliSAD_16u32s_C1RSfs(const Kel16u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel16u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32s* pDst, int dstStep, int shape, int scaleFactor, Kel8u* pBuffer);
 KELI_API KelStatus keliSAD_16s32s_C1RSfs(const Kel16s* pSrc, int srcStep, KeliSize srcRoiSize, const Kel16s* pTpl, int tplStep, KeliSize tplRoiSize, Kel32s* pDst, int dstStep, int shape, int scaleFactor, Kel8u* pBuffer);
@@ -1759,6 +2067,33 @@ KELI_API KelStatus keliSAD_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize src
 KELI_API KelStatus keliSADGetBufferSize(KeliSize srcRoiSize, KeliSize tplRoiSize, KelDataType dataType, int numChannels, int shape, int* pBufferSize);
 
 /* ---- Sums, means and extrema */
+/*
+ * Reductions of an image to a few numbers, per channel: `keliSum` and `keliMean` (64f results,
+ * one a channel), `keliMin`, `keliMax`, `keliMinMax` (the element type), `keliMinIndx` and
+ * `keliMaxIndx` (with the first position in row-major order, per channel, relative to the
+ * region), and `keliBlockMinMax` (a table of per-block extrema; partial blocks at the right and
+ * bottom are blocks of their own; either table may be null; the global extremes too).
+ *
+ * **Exactness.** Integer totals are exact: lanes widen before they could overflow, and the large
+ * paths add row totals into 64-bit floats (exact to 2^53). 32f sums: with `kelAlgHintAccurate`
+ * every element is added in 64f; any other hint sums each row in 32f in a fixed lane order, then
+ * the row totals in 64f. `keliMean` divides by the pixel count (C3, C4 multiply by its
+ * reciprocal: the last bit may differ from C1). 32f extrema: a not-a-number never replaces a held
+ * value. AC4 forms ignore the fourth element.
+ *
+ * **Checks, in order.** Sum, Min, Max, MinMax, MinIndx, MaxIndx: any pointer null
+ * `kelStatusNullPtr`; width, then height below 1 `kelStatusBadSize`; `srcStep` is not tested.
+ * Mean: `pMean` null first, then the sum's checks. BlockMinMax: `pSrc` null or both tables null
+ * `kelStatusNullPtr`; a size or block side below 1 `kelStatusBadSize`; `srcStep` below the row
+ * `kelStatusBadStep`; a table's step below its row of blocks `kelStatusBadStep`. Hints never
+ * fail. No warnings; nothing is written on an error.
+ *
+ * ```c
+ * Kel64f mean[3]; Kel8u lo[3], hi[3];
+ * KelStatus st = keliMean_8u_C3R(img, step, roi, mean);
+ * st = keliMinMax_8u_C3R(img, step, roi, lo, hi);
+ * ```
+ */
 KELI_API KelStatus keliSum_8u_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, Kel64f* pSum);
 KELI_API KelStatus keliSum_16u_C1R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, Kel64f* pSum);
 KELI_API KelStatus keliSum_16s_C1R(const Kel16s* pSrc, int srcStep, KeliSize roiSize, Kel64f* pSum);
