@@ -13,6 +13,7 @@
 #include <smmintrin.h>
 
 #include <cstdint>
+#include <type_traits>
 
 #include "frame/check.hpp"
 #include "frame/layout.hpp"
@@ -46,11 +47,57 @@ inline KelStatus check(const void* src, const void* dst, int mask, int anchor)
     return kelStatusOk;
 }
 
+template <class T> inline __m128i widen4(const T* p)
+{
+    if constexpr (sizeof(T) == 1) {
+        std::int32_t v;
+        __builtin_memcpy(&v, p, 4);
+        return _mm_cvtepu8_epi32(_mm_cvtsi32_si128(v));
+    } else {
+        const __m128i w = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+        return std::is_signed_v<T> ? _mm_cvtepi16_epi32(w) : _mm_cvtepu16_epi32(w);
+    }
+}
+
+// While every partial sum is an integer below 2^24 in magnitude, each f32 addition is exact and
+// the ordered f32 sum is the integer sum: it may then be formed in integer lanes and converted
+// once, which gives the same bits.
+template <class T> constexpr bool exact_in_f32(int mask)
+{
+    const std::int64_t largest = sizeof(T) == 1 ? 255 : std::is_signed_v<T> ? 32768 : 65535;
+    return largest * mask < (std::int64_t(1) << 24);
+}
+
 // out[e] = sum of first[e + i * stride] for i < mask, in order, for e < n. `stride` is in
 // elements: the channel count along a row, the row step down a column.
 template <class T> void sums(const T* first, std::int64_t stride, int mask, Kel32f* out, std::int64_t n)
 {
     std::int64_t e = 0;
+    if (exact_in_f32<T>(mask)) {
+        if constexpr (sizeof(T) == 1) {
+            // Bytes: eight sums a turn in 16-bit lanes while 255 * mask fits them.
+            if (mask <= 257)
+                for (; e + 8 <= n; e += 8) {
+                    __m128i s = _mm_setzero_si128();
+                    for (int i = 0; i < mask; ++i)
+                        s = _mm_add_epi16(s, _mm_cvtepu8_epi16(_mm_loadl_epi64(
+                                                 reinterpret_cast<const __m128i*>(first + e + i * stride))));
+                    _mm_storeu_ps(out + e, _mm_cvtepi32_ps(_mm_cvtepu16_epi32(s)));
+                    _mm_storeu_ps(out + e + 4, _mm_cvtepi32_ps(_mm_cvtepu16_epi32(_mm_srli_si128(s, 8))));
+                }
+        }
+        for (; e + 4 <= n; e += 4) {
+            __m128i s = widen4(first + e);
+            for (int i = 1; i < mask; ++i) s = _mm_add_epi32(s, widen4(first + e + i * stride));
+            _mm_storeu_ps(out + e, _mm_cvtepi32_ps(s));
+        }
+        for (; e < n; ++e) {
+            std::int32_t s = first[e];
+            for (int i = 1; i < mask; ++i) s += first[e + i * stride];
+            out[e] = static_cast<float>(s);
+        }
+        return;
+    }
     for (; e + 4 <= n; e += 4) {
         __m128 s = load4(first + e);
         for (int i = 1; i < mask; ++i) s = _mm_add_ps(s, load4(first + e + i * stride));

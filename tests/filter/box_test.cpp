@@ -270,6 +270,30 @@ TEST(SumWindowRowColumn, SumsInOrderOverTheCallersPixels)
     EXPECT_EQ(keliSumWindowRow_8u32f_C3R(s, 4, d, 16, {0, -3}, 3, 2), kelStatusOk);
 }
 
+// Long masks: bytes in 16-bit lanes up to 257 taps, and 16u sums past 2^24, which round in f32
+// and so must follow the left-to-right order exactly.
+TEST(SumWindowRowColumn, LongMasksKeepTheOrderedFloatSum)
+{
+    kit::Rng random;
+    for (int mask : {200, 257, 300}) {
+        const int w = 19, width = w + mask;
+        std::vector<Kel8u> bytes(width);
+        std::vector<Kel16u> words(width);
+        for (auto& v : bytes) v = random.any<Kel8u>();
+        for (auto& v : words) v = Kel16u(60000 + random.below(5536));
+        std::vector<Kel32f> a(w), b(w);
+        ASSERT_EQ(keliSumWindowRow_8u32f_C1R(bytes.data() + 7, width, a.data(), w * 4, {w, 1}, mask, 7), kelStatusOk);
+        ASSERT_EQ(keliSumWindowRow_16u32f_C1R(words.data() + 7, width * 2, b.data(), w * 4, {w, 1}, mask, 7),
+                  kelStatusOk);
+        for (int x = 0; x < w; ++x) {
+            float sa = bytes[x], sb = words[x];
+            for (int i = 1; i < mask; ++i) sa += bytes[x + i], sb += words[x + i];
+            ASSERT_EQ(a[x], sa) << "mask " << mask << " at " << x;
+            ASSERT_EQ(b[x], sb) << "mask " << mask << " at " << x;
+        }
+    }
+}
+
 // The border-less 64f mean: the window at (x - anchor.x, y - anchor.y), column sums first.
 TEST(FilterBox64f, MeansInTheirOrder)
 {
