@@ -1,0 +1,226 @@
+// The edge driver of the neighbourhood filters: it walks a region, hands each output row
+// segment to a row kernel with the kh source rows its window covers, and makes the pixels
+// beyond the region's edges out of the border rule, so that no row kernel ever tests a border.
+//
+// A row kernel is any callable
+//
+//     void kernel(const T* const* rows, D* out, std::int64_t n) const;
+//
+// that writes n output pixels (n * C elements) at `out`. rows[j], j = 0 .. kh - 1, points at
+// the first element of window row j for the segment's first output pixel, that is at the source
+// pixel (x - ax, y - ay + j); the kernel reads rows[j][0 .. (n + kw - 1) * C). It knows nothing
+// of images, borders or steps, and may keep state between calls: the driver visits segments in
+// a fixed order (below) and always passes the rows top to bottom.
+//
+// Where the window reaches past the region, the pixel comes from the border rule, axis by axis:
+// a side whose in-memory flag is set grows the image by the window's reach on that side (those
+// pixels are read from the caller's memory, nothing else beyond the region ever is), and a
+// coordinate outside that grown image maps back into it by the base kind (replicated, mirrored,
+// or the constant value). A corner thus reads the caller's memory along a flagged axis and the
+// border rule along the other.
+//
+// Two modes, with the same pixels:
+//
+// * run(): the interior columns [xl, xr) of every row are filtered straight from the caller's
+//   image; rows above and below the region are pointers to the rows the border rule names (a
+//   constant border points at one row of the value). Then the left columns [0, xl) and the right
+//   columns [xr, W) are filtered from tall strips that the Extender builds in the scratch
+//   buffer. Segment order: interior rows top to bottom, left strip rows, right strip rows. When
+//   the window is wider than the region there is no interior: one strip covers everything.
+// * run_in_place(): for a destination that is the source. Each source row enters a ring of kh + 1
+//   extended rows (the row with its left and right border) before any output overwrites it, and
+//   every output row is one full-width segment from the ring, top to bottom. A row the border
+//   rule takes from a part of the region already overwritten is copied from its ring entry,
+//   which is still there: the ring holds the kh + 1 most recent rows.
+//
+// The scratch bytes each mode needs are given by scratch_bytes() and scratch_bytes_in_place().
+// Nothing here checks arguments or allocates: the kernel's row table lives on the stack for
+// windows up to kStackRows rows, and in the caller's `rowTable` (kh pointers) beyond that.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "frame/layout.hpp"
+#include "move/border.hpp"
+
+namespace keli::filter {
+
+// A window of kw x kh pixels whose output pixel lies at column ax and row ay inside it.
+struct Footprint {
+    int kw, kh, ax, ay;
+    int rx() const { return kw - 1 - ax; }
+    int ry() const { return kh - 1 - ay; }
+};
+
+// The anchor of the border filters: the middle, or for even sizes the pixel just left of and
+// above the middle, so that an even window reaches one pixel further right and down.
+constexpr Footprint centred(int kw, int kh) { return {kw, kh, (kw - 1) >> 1, (kh - 1) >> 1}; }
+
+template <class T, class D> struct EdgeJob {
+    const T* src;             // first pixel of the region
+    std::int64_t srcStep;     // bytes
+    D* dst;                   // first output pixel
+    std::int64_t dstStep;     // bytes
+    std::int64_t width, height;
+    Footprint fp;
+    int border;               // an accepted filter border value
+    const T* value;           // one element per channel, read for the constant kind only
+    unsigned char* scratch;   // scratch_bytes() (or _in_place()) bytes, any alignment
+    const void** rowTable = nullptr;  // kh pointers, needed only when kh > kStackRows
+};
+
+constexpr int kStackRows = 512;
+
+template <class T, Layout L, class D = T> class EdgeDriver {
+public:
+    static constexpr std::size_t C = channels<L>;
+    static constexpr std::int64_t P = static_cast<std::int64_t>(C * sizeof(T));
+
+    explicit EdgeDriver(const EdgeJob<T, D>& job)
+        : job_(job), fp_(job.fp), W_(job.width), H_(job.height),
+          kind_(kind_of(job.border)),
+          flags_(sides(job.border)),
+          bx0_(flags_.left ? -fp_.ax : 0), by0_(flags_.top ? -fp_.ay : 0),
+          bw_(W_ + (flags_.right ? fp_.rx() : 0) - bx0_), bh_(H_ + (flags_.bottom ? fp_.ry() : 0) - by0_),
+          ext_(kind_, at(job.src, job.srcStep, bx0_, by0_), job.srcStep, bw_, bh_, job.value)
+    {
+        xl_ = flags_.left ? 0 : std::min<std::int64_t>(fp_.ax, W_);
+        xr_ = flags_.right ? W_ : W_ - fp_.rx();
+    }
+
+    // Scratch of run(): the tallest strip, or one row of the constant.
+    static std::size_t scratch_bytes(std::int64_t width, std::int64_t height, Footprint fp, int border)
+    {
+        const Sides f = sides(border);
+        const std::int64_t rows = height + fp.kh - 1, ww = width + fp.kw - 1;
+        const std::int64_t xl = f.left ? 0 : std::min<std::int64_t>(fp.ax, width);
+        const std::int64_t xr = f.right ? width : width - fp.rx();
+        std::int64_t pixels = 0;
+        if (xl >= xr) return static_cast<std::size_t>(ww * rows * P);
+        if (kind_of(border) == border::Kind::Const && fp.kh > 1) pixels = ww;
+        if (xl > 0) pixels = std::max(pixels, (xl + fp.kw - 1) * rows);
+        if (xr < width) pixels = std::max(pixels, (width - xr + fp.kw - 1) * rows);
+        return static_cast<std::size_t>(pixels * P);
+    }
+
+    // Scratch of run_in_place(): the ring.
+    static std::size_t scratch_bytes_in_place(std::int64_t width, Footprint fp)
+    {
+        return static_cast<std::size_t>((fp.kh + 1) * (width + fp.kw - 1) * P);
+    }
+
+    template <class K> void run(const K& kernel) const
+    {
+        RowTable table(fp_.kh, job_.rowTable);
+        if (xl_ >= xr_) return strip(kernel, table, 0, W_);
+        if (kind_ == border::Kind::Const && fp_.kh > 1 && !(flags_.top && flags_.bottom))
+            ext_.window(reinterpret_cast<T*>(job_.scratch), 0, -fp_.ax - bx0_, bh_, W_ + fp_.kw - 1, 1, false);
+        const std::int64_t shift = (xl_ - fp_.ax) * P;
+        for (std::int64_t y = 0; y < H_; ++y) {
+            for (int j = 0; j < fp_.kh; ++j) table[j] = reinterpret_cast<const T*>(row_at(y - fp_.ay + j) + shift);
+            kernel(table.get(), out_row(y) + xl_ * std::int64_t(C), xr_ - xl_);
+        }
+        if (xl_ > 0) strip(kernel, table, 0, xl_);
+        if (xr_ < W_) strip(kernel, table, xr_, W_);
+    }
+
+    template <class K> void run_in_place(const K& kernel) const
+    {
+        RowTable table(fp_.kh, job_.rowTable);
+        const std::int64_t ww = W_ + fp_.kw - 1, slotBytes = ww * P, slots = fp_.kh + 1;
+        unsigned char* ring = job_.scratch;
+        const auto slot = [&](std::int64_t r) { return ring + border::wrap_mod(r, slots) * slotBytes; };
+        // Region row y is overwritten once output row y is written; `written` counts those.
+        const auto enter = [&](std::int64_t r, std::int64_t written) {
+            T* to = reinterpret_cast<T*>(slot(r));
+            const std::int64_t br = r - by0_;
+            if (br < 0 || br >= bh_) {
+                const std::int64_t s = border::source_index(kind_, br, bh_) + by0_;
+                if (kind_ != border::Kind::Const && s >= 0 && s < written) {
+                    std::memcpy(to, slot(s), static_cast<std::size_t>(slotBytes));
+                    return;
+                }
+            }
+            ext_.window(to, slotBytes, -fp_.ax - bx0_, br, ww, 1, false);
+        };
+        for (std::int64_t r = -fp_.ay; r < fp_.ry(); ++r) enter(r, 0);
+        for (std::int64_t y = 0; y < H_; ++y) {
+            enter(y + fp_.ry(), y);
+            for (int j = 0; j < fp_.kh; ++j) table[j] = reinterpret_cast<const T*>(slot(y - fp_.ay + j));
+            kernel(table.get(), out_row(y), W_);
+        }
+    }
+
+private:
+    struct Sides {
+        bool top, bottom, left, right;
+    };
+
+    static Sides sides(int border)
+    {
+        return {border::in_memory(border, kelBorderInMemTop), border::in_memory(border, kelBorderInMemBottom),
+                border::in_memory(border, kelBorderInMemLeft), border::in_memory(border, kelBorderInMemRight)};
+    }
+
+    // With all four flags no pixel is ever synthesised and the base kind is never looked at.
+    static border::Kind kind_of(int border)
+    {
+        const int k = border::base_kind(border);
+        return k == kelBorderConst ? border::Kind::Const : k == kelBorderMirror ? border::Kind::Mirror : border::Kind::Repl;
+    }
+
+    class RowTable {
+    public:
+        RowTable(int kh, const void** caller) : rows_(kh <= kStackRows ? stack_ : reinterpret_cast<const T**>(caller)) {}
+        const T*& operator[](int j) { return rows_[j]; }
+        const T* const* get() const { return rows_; }
+
+    private:
+        const T* stack_[kStackRows];
+        const T** rows_;
+    };
+
+    static const T* at(const T* p, std::int64_t step, std::int64_t x, std::int64_t y)
+    {
+        return reinterpret_cast<const T*>(reinterpret_cast<const unsigned char*>(p) + y * step + x * P);
+    }
+
+    D* out_row(std::int64_t y) const { return reinterpret_cast<D*>(reinterpret_cast<unsigned char*>(job_.dst) + y * job_.dstStep); }
+
+    // Column 0 of extended row r (r relative to the region's first row): a row of the caller's
+    // memory, the row the border rule names, or the row of the constant.
+    const unsigned char* row_at(std::int64_t r) const
+    {
+        const auto* src = reinterpret_cast<const unsigned char*>(job_.src);
+        const std::int64_t br = r - by0_;
+        if (br >= 0 && br < bh_) return src + r * job_.srcStep;
+        if (kind_ == border::Kind::Const) return job_.scratch + fp_.ax * P;
+        return src + (border::source_index(kind_, br, bh_) + by0_) * job_.srcStep;
+    }
+
+    // Output columns [x0, x1) of every row, from a strip of the extended image built in scratch.
+    template <class K> void strip(const K& kernel, RowTable& table, std::int64_t x0, std::int64_t x1) const
+    {
+        const std::int64_t w = x1 - x0 + fp_.kw - 1, rows = H_ + fp_.kh - 1, step = w * P;
+        ext_.window(reinterpret_cast<T*>(job_.scratch), step, x0 - fp_.ax - bx0_, -fp_.ay - by0_, w, rows, false);
+        for (std::int64_t y = 0; y < H_; ++y) {
+            for (int j = 0; j < fp_.kh; ++j) table[j] = reinterpret_cast<const T*>(job_.scratch + (y + j) * step);
+            kernel(table.get(), out_row(y) + x0 * std::int64_t(C), x1 - x0);
+        }
+    }
+
+    EdgeJob<T, D> job_;
+    Footprint fp_;
+    std::int64_t W_, H_;
+    border::Kind kind_;
+    Sides flags_;
+    // The image the border rule extends: the region grown by the reach of every flagged side.
+    std::int64_t bx0_, by0_, bw_, bh_;
+    border::Extender<T, L> ext_;
+    std::int64_t xl_, xr_;  // the interior columns, filtered straight from the source
+};
+
+}  // namespace keli::filter
