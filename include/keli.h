@@ -2897,6 +2897,101 @@ KELI_API KelStatus keliBlockMinMax_16u_C1R(const Kel16u* pSrc, int srcStep, Keli
 KELI_API KelStatus keliBlockMinMax_16s_C1R(const Kel16s* pSrc, int srcStep, KeliSize srcSize, Kel16s* pDstMin, int dstMinStep, Kel16s* pDstMax, int dstMaxStep, KeliSize blockSize, Kel16s* pDstGlobalMin, Kel16s* pDstGlobalMax);
 KELI_API KelStatus keliBlockMinMax_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize srcSize, Kel32f* pDstMin, int dstMinStep, Kel32f* pDstMax, int dstMaxStep, KeliSize blockSize, Kel32f* pDstGlobalMin, Kel32f* pDstGlobalMax);
 
+/* ==== Neighbourhood filters ================================================================= */
+
+/* ---- Box filter and window sums */
+/*
+ * `keliFilterBoxBorder`: each pixel becomes the mean of the `maskSize` window around it;
+ * `keliSumWindow`: the window's sum. The anchor is `((maskWidth - 1) >> 1, (maskHeight - 1) >> 1)`,
+ * so an even mask reaches one pixel further right and down. Pixels beyond the region come from
+ * `border`: `kelBorderRepl`, `kelBorderMirror` or `kelBorderConst` (`borderValue`, one element a
+ * processed channel), each with any of the in-memory flags (16 top, 32 bottom, 64 left, 128
+ * right: that side's pixels are read from the caller's image), or 240 for no border handling.
+ * `keliSumWindowRow`/`keliSumWindowColumn`: one-dimensional f32 sums of `maskSize` pixels from
+ * `anchor` before the output, left to right or top to bottom, no border (the caller's image
+ * holds the reach). `keliFilterBox_64f_C1R`: the mean in f64 of the window starting at
+ * `(x - anchor.x, y - anchor.y)`, no border.
+ *
+ * **Rounding.** Integer sources sum exactly; 8u, 16u and 16s means are
+ * `floor((float)S * (1.0f / area) + 0.5f)` (for 8u every mask gives the exact sum rounded half up
+ * where the area is odd: 3x3, 5x5, 7x7 among them). 32f: the window's column sums top to bottom,
+ * then left to right, times `1.0f / area`: the same order everywhere, so pieces and in-place calls
+ * give the same bits. Sums: 8u32s the exact integer (wrapping past 32 bits), 16u32f and 16s32f
+ * the exact sum rounded once to f32.
+ *
+ * **In place and AC4.** `pSrc == pDst` filters in place (same element type) with the same result.
+ * AC4 leaves the destination's alpha as it stood. A 1x1 mask copies the pixels unchanged.
+ *
+ * **Checks, in order.** Border members: `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; a step
+ * below 1 `kelStatusBadStep`; the region `kelStatusBadSize`; the mask `kelStatusBadMaskSize`;
+ * `border` not accepted `kelStatusBadBorder`; a constant border with a null `borderValue`
+ * `kelStatusNullPtr`. `dstStep` is not compared with the row. Size queries: `pBufferSize` null,
+ * region, mask, `dataType` (the source type) `kelStatusBadDataType`, `numChannels` (1, 3, 4)
+ * `kelStatusBadChannelCount`, a size past 2^31 - 1 `kelStatusSizeOverflow`; the buffer needs no
+ * alignment. One-dimensional: pointers, mask, then `anchor` compared unsigned at or past the mask
+ * `kelStatusBadAnchor`; no size or step check. 64f: pointers, region or mask `kelStatusBadSize`,
+ * `srcStep` below `(width + maskWidth - 1) * 8` or `dstStep` below `width * 8` `kelStatusBadStep`.
+ *
+ * ```c
+ * int size; KeliSize mask = {5, 5};
+ * keliFilterBoxBorderGetBufferSize(roi, mask, kel8u, 1, &size);   // then allocate buffer
+ * KelStatus st = keliFilterBoxBorder_8u_C1R(src, sStep, dst, dStep, roi, mask, kelBorderRepl, NULL, buffer);
+ * ```
+ */
+KELI_API KelStatus keliFilterBoxBorder_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[1], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[1], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[1], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_16s_AC4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel32f borderValue[1], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel32f borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorder_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_8u32s_C1R(const Kel8u* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[1], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_8u32s_C3R(const Kel8u* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_8u32s_C4R(const Kel8u* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_8u32s_AC4R(const Kel8u* pSrc, int srcStep, Kel32s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[1], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_16u32f_C3R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_16u32f_C4R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_16u32f_AC4R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[1], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_16s32f_C3R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_16s32f_C4R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_16s32f_AC4R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel32f borderValue[1], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel32f borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliSumWindow_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBoxBorderGetBufferSize(KeliSize roiSize, KeliSize maskSize, KelDataType dataType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliSumWindowGetBufferSize(KeliSize roiSize, KeliSize maskSize, KelDataType dataType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliSumWindowRow_8u32f_C1R(const Kel8u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowRow_8u32f_C3R(const Kel8u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowRow_8u32f_C4R(const Kel8u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowRow_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowRow_16u32f_C3R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowRow_16u32f_C4R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowRow_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowRow_16s32f_C3R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowRow_16s32f_C4R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_8u32f_C1R(const Kel8u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_8u32f_C3R(const Kel8u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_8u32f_C4R(const Kel8u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_16u32f_C3R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_16u32f_C4R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_16s32f_C3R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliSumWindowColumn_16s32f_C4R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
+KELI_API KelStatus keliFilterBox_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliPoint anchor);
+
 /* ==== Geometric transforms ================================================================== */
 
 /* ---- Remap */

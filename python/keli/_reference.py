@@ -507,6 +507,46 @@ st = keliMinMax_8u_C3R(img, step, roi, lo, hi);
 ```""",
         'keliSum_8u_C1R keliSum_16u_C1R keliSum_16s_C1R keliMean_8u_C1R keliMean_16u_C1R keliMean_16s_C1R keliSum_8u_C3R keliSum_8u_C4R keliSum_16u_C3R keliSum_16u_C4R keliSum_16s_C3R keliSum_16s_C4R keliMean_8u_C3R keliMean_8u_C4R keliMean_16u_C3R keliMean_16u_C4R keliMean_16s_C3R keliMean_16s_C4R keliSum_32f_C1R keliMean_32f_C1R keliSum_32f_C3R keliSum_32f_C4R keliMean_32f_C3R keliMean_32f_C4R keliMin_8u_C1R keliMin_16u_C1R keliMin_16s_C1R keliMin_32f_C1R keliMax_8u_C1R keliMax_16u_C1R keliMax_16s_C1R keliMax_32f_C1R keliMinMax_8u_C1R keliMinMax_16u_C1R keliMinMax_16s_C1R keliMinMax_32f_C1R keliMinIndx_8u_C1R keliMinIndx_16u_C1R keliMinIndx_16s_C1R keliMinIndx_32f_C1R keliMaxIndx_8u_C1R keliMaxIndx_16u_C1R keliMaxIndx_16s_C1R keliMaxIndx_32f_C1R keliMin_8u_C3R keliMin_8u_C4R keliMin_8u_AC4R keliMin_16u_C3R keliMin_16u_C4R keliMin_16u_AC4R keliMin_16s_C3R keliMin_16s_C4R keliMin_16s_AC4R keliMin_32f_C3R keliMin_32f_C4R keliMin_32f_AC4R keliMax_8u_C3R keliMax_8u_C4R keliMax_8u_AC4R keliMax_16u_C3R keliMax_16u_C4R keliMax_16u_AC4R keliMax_16s_C3R keliMax_16s_C4R keliMax_16s_AC4R keliMax_32f_C3R keliMax_32f_C4R keliMax_32f_AC4R keliMinMax_8u_C3R keliMinMax_8u_C4R keliMinMax_8u_AC4R keliMinMax_16u_C3R keliMinMax_16u_C4R keliMinMax_16u_AC4R keliMinMax_16s_C3R keliMinMax_16s_C4R keliMinMax_16s_AC4R keliMinMax_32f_C3R keliMinMax_32f_C4R keliMinMax_32f_AC4R keliMinIndx_8u_C3R keliMinIndx_8u_C4R keliMinIndx_8u_AC4R keliMinIndx_16u_C3R keliMinIndx_16u_C4R keliMinIndx_16u_AC4R keliMinIndx_16s_C3R keliMinIndx_16s_C4R keliMinIndx_16s_AC4R keliMinIndx_32f_C3R keliMinIndx_32f_C4R keliMinIndx_32f_AC4R keliMaxIndx_8u_C3R keliMaxIndx_8u_C4R keliMaxIndx_8u_AC4R keliMaxIndx_16u_C3R keliMaxIndx_16u_C4R keliMaxIndx_16u_AC4R keliMaxIndx_16s_C3R keliMaxIndx_16s_C4R keliMaxIndx_16s_AC4R keliMaxIndx_32f_C3R keliMaxIndx_32f_C4R keliMaxIndx_32f_AC4R keliBlockMinMax_8u_C1R keliBlockMinMax_16u_C1R keliBlockMinMax_16s_C1R keliBlockMinMax_32f_C1R',
     ),
+    "filter/box-window": (
+        'Box filter and window sums',
+        """`keliFilterBoxBorder`: each pixel becomes the mean of the `maskSize` window around it;
+`keliSumWindow`: the window's sum. The anchor is `((maskWidth - 1) >> 1, (maskHeight - 1) >> 1)`,
+so an even mask reaches one pixel further right and down. Pixels beyond the region come from
+`border`: `kelBorderRepl`, `kelBorderMirror` or `kelBorderConst` (`borderValue`, one element a
+processed channel), each with any of the in-memory flags (16 top, 32 bottom, 64 left, 128
+right: that side's pixels are read from the caller's image), or 240 for no border handling.
+`keliSumWindowRow`/`keliSumWindowColumn`: one-dimensional f32 sums of `maskSize` pixels from
+`anchor` before the output, left to right or top to bottom, no border (the caller's image
+holds the reach). `keliFilterBox_64f_C1R`: the mean in f64 of the window starting at
+`(x - anchor.x, y - anchor.y)`, no border.
+
+**Rounding.** Integer sources sum exactly; 8u, 16u and 16s means are
+`floor((float)S * (1.0f / area) + 0.5f)` (for 8u every mask gives the exact sum rounded half up
+where the area is odd: 3x3, 5x5, 7x7 among them). 32f: the window's column sums top to bottom,
+then left to right, times `1.0f / area`: the same order everywhere, so pieces and in-place calls
+give the same bits. Sums: 8u32s the exact integer (wrapping past 32 bits), 16u32f and 16s32f
+the exact sum rounded once to f32.
+
+**In place and AC4.** `pSrc == pDst` filters in place (same element type) with the same result.
+AC4 leaves the destination's alpha as it stood. A 1x1 mask copies the pixels unchanged.
+
+**Checks, in order.** Border members: `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; a step
+below 1 `kelStatusBadStep`; the region `kelStatusBadSize`; the mask `kelStatusBadMaskSize`;
+`border` not accepted `kelStatusBadBorder`; a constant border with a null `borderValue`
+`kelStatusNullPtr`. `dstStep` is not compared with the row. Size queries: `pBufferSize` null,
+region, mask, `dataType` (the source type) `kelStatusBadDataType`, `numChannels` (1, 3, 4)
+`kelStatusBadChannelCount`, a size past 2^31 - 1 `kelStatusSizeOverflow`; the buffer needs no
+alignment. One-dimensional: pointers, mask, then `anchor` compared unsigned at or past the mask
+`kelStatusBadAnchor`; no size or step check. 64f: pointers, region or mask `kelStatusBadSize`,
+`srcStep` below `(width + maskWidth - 1) * 8` or `dstStep` below `width * 8` `kelStatusBadStep`.
+
+```c
+int size; KeliSize mask = {5, 5};
+keliFilterBoxBorderGetBufferSize(roi, mask, kel8u, 1, &size);   // then allocate buffer
+KelStatus st = keliFilterBoxBorder_8u_C1R(src, sStep, dst, dStep, roi, mask, kelBorderRepl, NULL, buffer);
+```""",
+        'keliFilterBoxBorder_8u_C1R keliFilterBoxBorder_8u_C3R keliFilterBoxBorder_8u_C4R keliFilterBoxBorder_8u_AC4R keliFilterBoxBorder_16u_C1R keliFilterBoxBorder_16u_C3R keliFilterBoxBorder_16u_C4R keliFilterBoxBorder_16u_AC4R keliFilterBoxBorder_16s_C1R keliFilterBoxBorder_16s_C3R keliFilterBoxBorder_16s_C4R keliFilterBoxBorder_16s_AC4R keliFilterBoxBorder_32f_C1R keliFilterBoxBorder_32f_C3R keliFilterBoxBorder_32f_C4R keliFilterBoxBorder_32f_AC4R keliSumWindow_8u32s_C1R keliSumWindow_8u32s_C3R keliSumWindow_8u32s_C4R keliSumWindow_8u32s_AC4R keliSumWindow_16u32f_C1R keliSumWindow_16u32f_C3R keliSumWindow_16u32f_C4R keliSumWindow_16u32f_AC4R keliSumWindow_16s32f_C1R keliSumWindow_16s32f_C3R keliSumWindow_16s32f_C4R keliSumWindow_16s32f_AC4R keliSumWindow_32f_C1R keliSumWindow_32f_C3R keliSumWindow_32f_C4R keliSumWindow_32f_AC4R keliFilterBoxBorderGetBufferSize keliSumWindowGetBufferSize keliSumWindowRow_8u32f_C1R keliSumWindowRow_8u32f_C3R keliSumWindowRow_8u32f_C4R keliSumWindowRow_16u32f_C1R keliSumWindowRow_16u32f_C3R keliSumWindowRow_16u32f_C4R keliSumWindowRow_16s32f_C1R keliSumWindowRow_16s32f_C3R keliSumWindowRow_16s32f_C4R keliSumWindowColumn_8u32f_C1R keliSumWindowColumn_8u32f_C3R keliSumWindowColumn_8u32f_C4R keliSumWindowColumn_16u32f_C1R keliSumWindowColumn_16u32f_C3R keliSumWindowColumn_16u32f_C4R keliSumWindowColumn_16s32f_C1R keliSumWindowColumn_16s32f_C3R keliSumWindowColumn_16s32f_C4R keliFilterBox_64f_C1R',
+    ),
     "geometry/remap": (
         'Remap',
         """`keliRemap`: `dst(x, y) = src(xMap(x, y), yMap(x, y))` over the source region `srcRoi`, with
