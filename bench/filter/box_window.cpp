@@ -59,26 +59,26 @@ template <class T> void box(const char* name, int channels, KeliSize mask, KelDa
 }
 
 const bench::Rows rows([] {
-    box<Kel8u>("keliFilterBoxBorder_8u_C1R[3x3]", 1, {3, 3}, kel8u, keliFilterBoxBorder_8u_C1R);
-    box<Kel8u>("keliFilterBoxBorder_8u_C1R[5x5]", 1, {5, 5}, kel8u, keliFilterBoxBorder_8u_C1R);
-    box<Kel8u>("keliFilterBoxBorder_8u_C1R[7x7]", 1, {7, 7}, kel8u, keliFilterBoxBorder_8u_C1R);
-    box<Kel8u>("keliFilterBoxBorder_8u_C1R[15x15]", 1, {15, 15}, kel8u, keliFilterBoxBorder_8u_C1R);
-    box<Kel8u>("keliFilterBoxBorder_8u_C3R[5x5]", 3, {5, 5}, kel8u, keliFilterBoxBorder_8u_C3R);
-    box<Kel16u>("keliFilterBoxBorder_16u_C1R[5x5]", 1, {5, 5}, kel16u, keliFilterBoxBorder_16u_C1R);
-    box<Kel32f>("keliFilterBoxBorder_32f_C1R[5x5]", 1, {5, 5}, kel32f, keliFilterBoxBorder_32f_C1R);
-    box<Kel32f>("keliFilterBoxBorder_32f_C1R[31x31]", 1, {31, 31}, kel32f, keliFilterBoxBorder_32f_C1R);
+    box<Kel8u>("keliFilterBoxBorder_8u_C1R@3x3", 1, {3, 3}, kel8u, keliFilterBoxBorder_8u_C1R);
+    box<Kel8u>("keliFilterBoxBorder_8u_C1R@5x5", 1, {5, 5}, kel8u, keliFilterBoxBorder_8u_C1R);
+    box<Kel8u>("keliFilterBoxBorder_8u_C1R@7x7", 1, {7, 7}, kel8u, keliFilterBoxBorder_8u_C1R);
+    box<Kel8u>("keliFilterBoxBorder_8u_C1R@15x15", 1, {15, 15}, kel8u, keliFilterBoxBorder_8u_C1R);
+    box<Kel8u>("keliFilterBoxBorder_8u_C3R@5x5", 3, {5, 5}, kel8u, keliFilterBoxBorder_8u_C3R);
+    box<Kel16u>("keliFilterBoxBorder_16u_C1R@5x5", 1, {5, 5}, kel16u, keliFilterBoxBorder_16u_C1R);
+    box<Kel32f>("keliFilterBoxBorder_32f_C1R@5x5", 1, {5, 5}, kel32f, keliFilterBoxBorder_32f_C1R);
+    box<Kel32f>("keliFilterBoxBorder_32f_C1R@31x31", 1, {31, 31}, kel32f, keliFilterBoxBorder_32f_C1R);
     {
-        const char* name = "keliSumWindow_8u32s_C1R[7x7]";
+        const char* name = "keliSumWindow_8u32s_C1R@7x7";
         keli_row<Kel8u, Kel32s>(name, 1, {7, 7}, kel8u, keliSumWindow_8u32s_C1R);
         cv_row<Kel8u, Kel32s>(name, 1, {7, 7}, false, CV_32S);
     }
     {
-        const char* name = "keliSumWindow_32f_C1R[7x7]";
+        const char* name = "keliSumWindow_32f_C1R@7x7";
         keli_row<Kel32f, Kel32f>(name, 1, {7, 7}, kel32f, keliSumWindow_32f_C1R);
         cv_row<Kel32f, Kel32f>(name, 1, {7, 7}, false, CV_32F);
     }
     {
-        const char* name = "keliSumWindowRow_8u32f_C1R[15]";
+        const char* name = "keliSumWindowRow_8u32f_C1R@15";
         bench::keli(name, 5, [](bench::Size s) {
             const auto& src = bench::images<Kel8u>(bench::Size{s.width + 16, s.height}, 1, 1);
             const auto& dst = bench::images<Kel32f>(s, 1, 1);

@@ -19,7 +19,7 @@ template <class T, int C> void mirror_rows(const std::string& base, MirrorFn<T> 
     for (int axis = 0; axis < 3; ++axis) {
         // One row name per axis: <export>/<axis> would break the name pattern, so the axis
         // goes into the export part as the flag value the caller passes.
-        const std::string name = base + "_flip" + std::to_string(axis);
+        const std::string name = base + "@flip" + std::to_string(axis);
         bench::keli(name, traffic, [fn, axis](bench::Size s) {
             const auto& im = bench::images<T>(s, C, 2);
             return bench::Call([&im, fn, axis, s] {
