@@ -5,7 +5,8 @@
 // Names:
 //   keli's own row       "<export>/<W>x<H>"            keliAbs_16s_C1R/256x256
 //   a peer of an export  "<peer>/<export>/<W>x<H>"     opencv:absdiff/keliAbs_16s_C1R/256x256
-// where <peer> is "opencv:<function>", "memcpy", "memset" or "libc:<function>".
+// where <peer> is "opencv:<function>", "memcpy", "memset" or "libc:<function>". An export timed
+// with several argument sets names each after an @: keliFilterBoxBorder_8u_C1R@5x5.
 #pragma once
 
 #include <cstddef>
