@@ -1868,6 +1868,30 @@ KELI_API KelStatus keliBlockMinMax_16u_C1R(const Kel16u* pSrc, int srcStep, Keli
 KELI_API KelStatus keliBlockMinMax_16s_C1R(const Kel16s* pSrc, int srcStep, KeliSize srcSize, Kel16s* pDstMin, int dstMinStep, Kel16s* pDstMax, int dstMaxStep, KeliSize blockSize, Kel16s* pDstGlobalMin, Kel16s* pDstGlobalMax);
 KELI_API KelStatus keliBlockMinMax_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize srcSize, Kel32f* pDstMin, int dstMinStep, Kel32f* pDstMax, int dstMaxStep, KeliSize blockSize, Kel32f* pDstGlobalMin, Kel32f* pDstGlobalMax);
 
+/* ==== Neighbourhood filters ================================================================= */
+
+/* ---- General kernel filter */
+KELI_API KelStatus keliFilterBorderGetSize(KeliSize kernelSize, KeliSize dstRoiSize, KelDataType dataType, KelDataType kernelType, int numChannels, int* pSpecSize, int* pBufferSize);
+KELI_API KelStatus keliFilterBorderInit_16s(const Kel16s* pKernel, KeliSize kernelSize, int divisor, KelDataType dataType, int numChannels, KelRoundMode roundMode, KeliFilterBorderSpec* pSpec);
+KELI_API KelStatus keliFilterBorderInit_32f(const Kel32f* pKernel, KeliSize kernelSize, KelDataType dataType, int numChannels, KelRoundMode roundMode, KeliFilterBorderSpec* pSpec);
+KELI_API KelStatus keliFilterBorderInit_64f(const Kel64f* pKernel, KeliSize kernelSize, KelDataType dataType, int numChannels, KelRoundMode roundMode, KeliFilterBorderSpec* pSpec);
+KELI_API KelStatus keliFilterBorderSetMode(KelHintAlgorithm hint, int offset, KeliFilterBorderSpec* pSpec);
+KELI_API KelStatus keliFilterBorder_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel8u borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel8u borderValue[3], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel8u borderValue[4], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16u borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16u borderValue[3], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16u borderValue[4], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16s borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16s borderValue[3], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16s borderValue[4], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel32f borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel32f borderValue[3], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel32f borderValue[4], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel64f borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterGetBufSize_64f_C1R(KeliSize kernelSize, int dstRoiWidth, int* pBufferSize);
+KELI_API KelStatus keliFilter_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, const Kel64f* pKernel, KeliSize kernelSize, KeliPoint anchor, Kel8u* pBuffer);
+
 #ifdef __cplusplus
 }
 #endif

@@ -8,26 +8,17 @@
 #include <vector>
 
 #include "filter/edge_driver.hpp"
+#include "filter/framed.hpp"
 #include "kit/random.hpp"
 #include "reference/filter.hpp"
 
 namespace {
 
+using filtertest::Framed;
+using filtertest::kMargin;
 using keli::filter::EdgeDriver;
 using keli::filter::EdgeJob;
 using keli::filter::Footprint;
-
-constexpr int kMargin = 9;  // memory around the region, read through the flags
-
-template <class T> struct Framed {
-    int width, height, channels, pitch;  // pitch in elements
-    std::vector<T> data;
-    Framed(int w, int h, int c) : width(w), height(h), channels(c), pitch((w + 2 * kMargin) * c + 5),
-        data(static_cast<std::size_t>(pitch) * (h + 2 * kMargin)) {}
-    T* region() { return data.data() + kMargin * pitch + kMargin * channels; }
-    T& at(std::int64_t x, std::int64_t y, int c) { return region()[y * pitch + x * channels + c]; }
-    std::int64_t step() const { return std::int64_t(pitch) * sizeof(T); }
-};
 
 inline std::uint32_t weight(int j, int i) { return std::uint32_t(j * 31 + i) * 2654435761u + 1; }
 
