@@ -163,13 +163,16 @@ template <class T> struct IntegerRows {
     void operator()(const T* const* rows, T* out, std::int64_t n) const
     {
         const std::int64_t m = n * C;
-        std::int64_t x = 0;
-        if (vector) {
-            const IntegerResultVector<T> finish(result);
-            constexpr std::int64_t B = std::is_same_v<T, Kel8u> ? 16 : 8;
-            for (; x + B <= m; x += B) block(rows, out + x, x, finish);
+        constexpr std::int64_t B = std::is_same_v<T, Kel8u> ? 16 : 8;
+        if (!vector || m < B) {
+            for (std::int64_t x = 0; x < m; ++x) out[x] = result.scalar<T>(sum(rows, x));
+            return;
         }
-        for (; x < m; ++x) out[x] = result.scalar<T>(sum(rows, x));
+        const IntegerResultVector<T> finish(result);
+        for (std::int64_t x = 0; x + B <= m; x += B) block(rows, out + x, x, finish);
+        // The last block overlaps the one before: it recomputes those outputs from the same
+        // rows, which are never the destination, so they come out the same.
+        if (m % B) block(rows, out + m - B, m - B, finish);
     }
 
 private:
@@ -285,14 +288,18 @@ template <class T> struct FloatRows {
     {
         const std::int64_t m = n * C;
         std::int64_t x = 0;
-        for (; x + 16 <= m; x += 16) block<4>(rows, out + x, x);
+        // Eight accumulators keep two additions in flight each cycle despite their latency.
+        for (; x + 32 <= m; x += 32) block<8>(rows, out + x, x);
         for (; x + 4 <= m; x += 4) block<1>(rows, out + x, x);
-        for (; x < m; ++x) {
-            float s = last[0] * float(rows[0][x]);
-            for (int j = 0; j < kh; ++j)
-                for (int i = j == 0; i < kw; ++i) s = s + last[-(j * kw + i)] * float(rows[j][x + i * C]);
-            out[x] = finish(s);
-        }
+        // The last block overlaps the one before and recomputes its outputs from the same rows.
+        if (x < m && m >= 4) block<1>(rows, out + m - 4, m - 4);
+        else
+            for (; x < m; ++x) {
+                float s = last[0] * float(rows[0][x]);
+                for (int j = 0; j < kh; ++j)
+                    for (int i = j == 0; i < kw; ++i) s = s + last[-(j * kw + i)] * float(rows[j][x + i * C]);
+                out[x] = finish(s);
+            }
     }
 
 private:
@@ -345,9 +352,11 @@ struct DoubleRows {
     void operator()(const Kel64f* const* rows, Kel64f* out, std::int64_t n) const
     {
         std::int64_t x = 0;
-        for (; x + 8 <= n; x += 8) block<4>(rows, out + x, x);
+        for (; x + 16 <= n; x += 16) block<8>(rows, out + x, x);
         for (; x + 2 <= n; x += 2) block<1>(rows, out + x, x);
-        for (; x < n; ++x) {
+        if (x < n && n >= 2) {
+            block<1>(rows, out + n - 2, n - 2);
+        } else if (x < n) {
             double s = last[0] * rows[0][x];
             for (int j = 0; j < kh; ++j)
                 for (int i = j == 0; i < kw; ++i) s = s + last[-(j * kw + i)] * rows[j][x + i];
