@@ -79,7 +79,7 @@ KelStatus filter_border(const T* pSrc, int srcStep, T* pDst, int dstStep, KeliSi
     const filter::EdgeDriver<T, L> driver(job);
     const std::int64_t N = std::int64_t(kernel.width) * kernel.height;
     if constexpr (std::is_same_v<T, Kel64f>) {
-        driver.run(filter::rows::DoubleRows{kernel.width, kernel.height, s.reversed64f + N - 1});
+        driver.run(filter::rows::FloatRows<Kel64f>{kernel.width, kernel.height, 1, s.reversed64f + N - 1, {}});
     } else {
         if constexpr (std::is_same_v<T, Kel8u> || std::is_same_v<T, Kel16s>) {
             if (path == filter::kPath8uInt || path == filter::kPath16sInt) {
@@ -111,7 +111,8 @@ inline KelStatus filter_64f(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int d
     const filter::EdgeJob<Kel64f, Kel64f> job{pSrc, srcStep, pDst, dstStep, roi.width, roi.height, fp,
                                               kelBorderInMem, nullptr, nullptr, reinterpret_cast<const void**>(pBuffer)};
     const std::int64_t N = std::int64_t(kernelSize.width) * kernelSize.height;
-    filter::EdgeDriver<Kel64f, Layout::C1>(job).run(filter::rows::DoubleRows{kernelSize.width, kernelSize.height, pKernel + N - 1});
+    filter::EdgeDriver<Kel64f, Layout::C1>(job).run(
+        filter::rows::FloatRows<Kel64f>{kernelSize.width, kernelSize.height, 1, pKernel + N - 1, {}});
     return kelStatusOk;
 }
 

@@ -6,7 +6,7 @@
 //   FloatRows    8u, 16s, 16u, 32f data, f32 kernel: one f32 accumulator per output, products
 //                added rows top to bottom and left to right within a row; integer outputs are
 //                saturated in f32 and rounded (FloatResult).
-//   DoubleRows   64f data and kernel, the same order in f64.
+//                64f data and kernel take the same order in f64.
 //
 // The vector body and the scalar tail of a kernel compute the same function, so a segment's
 // split between them never shows: in the integer kernels every step is exact, and the float
@@ -264,10 +264,12 @@ struct FloatResult {
     }
 };
 
-// Four elements of T widened to f32.
-template <class T> inline __m128 load4(const T* p)
+// One register of T widened to the accumulator: four elements as f32, or two f64.
+template <class T> inline auto load_wide(const T* p)
 {
-    if constexpr (std::is_same_v<T, Kel32f>) {
+    if constexpr (std::is_same_v<T, Kel64f>) {
+        return _mm_loadu_pd(p);
+    } else if constexpr (std::is_same_v<T, Kel32f>) {
         return _mm_loadu_ps(p);
     } else if constexpr (std::is_same_v<T, Kel8u>) {
         std::int32_t v;
@@ -279,58 +281,75 @@ template <class T> inline __m128 load4(const T* p)
     }
 }
 
+inline __m128 splat(float k) { return _mm_set1_ps(k); }
+inline __m128d splat(double k) { return _mm_set1_pd(k); }
+inline __m128 mul(__m128 a, __m128 b) { return _mm_mul_ps(a, b); }
+inline __m128d mul(__m128d a, __m128d b) { return _mm_mul_pd(a, b); }
+inline __m128 add(__m128 a, __m128 b) { return _mm_add_ps(a, b); }
+inline __m128d add(__m128d a, __m128d b) { return _mm_add_pd(a, b); }
+
+// The float kernels: f32 sums for 8u, 16s, 16u and 32f data, f64 sums for 64f.
 template <class T> struct FloatRows {
+    using Acc = std::conditional_t<std::is_same_v<T, Kel64f>, double, float>;
+    static constexpr std::int64_t L = 16 / sizeof(Acc);  // outputs a register holds
+
     int kw, kh, C;
-    const Kel32f* last;  // the reversed kernel's last entry: walking back meets the window's order
+    const Acc* last;  // the reversed kernel's last entry: walking back meets the window's order
     FloatResult result;
 
     void operator()(const T* const* rows, T* out, std::int64_t n) const
     {
         const std::int64_t m = n * C;
         std::int64_t x = 0;
-        // Eight accumulators keep two additions in flight each cycle despite their latency.
-        for (; x + 32 <= m; x += 32) block<8>(rows, out + x, x);
-        for (; x + 4 <= m; x += 4) block<1>(rows, out + x, x);
-        // The last block overlaps the one before and recomputes its outputs from the same rows.
-        if (x < m && m >= 4) block<1>(rows, out + m - 4, m - 4);
+        // Eight accumulators keep two additions in flight each cycle despite their latency. The
+        // last block overlaps the one before and recomputes its outputs from the same rows.
+        if (m >= 8 * L) {
+            for (; x + 8 * L <= m; x += 8 * L) block<8>(rows, out + x, x);
+            if (x < m) block<8>(rows, out + m - 8 * L, m - 8 * L);
+            return;
+        }
+        for (; x + L <= m; x += L) block<1>(rows, out + x, x);
+        if (x < m && m >= L) block<1>(rows, out + m - L, m - L);
         else
             for (; x < m; ++x) {
-                float s = last[0] * float(rows[0][x]);
+                Acc s = last[0] * Acc(rows[0][x]);
                 for (int j = 0; j < kh; ++j)
-                    for (int i = j == 0; i < kw; ++i) s = s + last[-(j * kw + i)] * float(rows[j][x + i * C]);
+                    for (int i = j == 0; i < kw; ++i) s = s + last[-(j * kw + i)] * Acc(rows[j][x + i * C]);
                 out[x] = finish(s);
             }
     }
 
 private:
-    T finish(float s) const
+    T finish(Acc s) const
     {
-        if constexpr (std::is_same_v<T, Kel32f>) return s;
+        if constexpr (std::is_floating_point_v<T>) return s;
         else return result.scalar<T>(s);
     }
 
     template <int V> void block(const T* const* rows, T* out, std::int64_t x) const
     {
-        __m128 s[V];
-        const Kel32f* k = last;
+        decltype(load_wide(out)) s[V];
+        const Acc* k = last;
         {
-            const __m128 c = _mm_set1_ps(*k--);
-            for (int v = 0; v < V; ++v) s[v] = _mm_mul_ps(c, load4(rows[0] + x + 4 * v));
+            const auto c = splat(*k--);
+            for (int v = 0; v < V; ++v) s[v] = mul(c, load_wide(rows[0] + x + L * v));
         }
         for (int j = 0; j < kh; ++j) {
             const T* r = rows[j] + x;
             for (int i = j == 0; i < kw; ++i) {
-                const __m128 c = _mm_set1_ps(*k--);
+                const auto c = splat(*k--);
                 const T* p = r + i * C;
-                for (int v = 0; v < V; ++v) s[v] = _mm_add_ps(s[v], _mm_mul_ps(c, load4(p + 4 * v)));
+                for (int v = 0; v < V; ++v) s[v] = add(s[v], mul(c, load_wide(p + L * v)));
             }
         }
-        for (int v = 0; v < V; ++v) store(out + 4 * v, s[v]);
+        for (int v = 0; v < V; ++v) store(out + L * v, s[v]);
     }
 
-    void store(T* out, __m128 s) const
+    template <class R> void store(T* out, R s) const
     {
-        if constexpr (std::is_same_v<T, Kel32f>) {
+        if constexpr (std::is_same_v<T, Kel64f>) {
+            _mm_storeu_pd(out, s);
+        } else if constexpr (std::is_same_v<T, Kel32f>) {
             _mm_storeu_ps(out, s);
         } else {
             const __m128i q = result.vector<T>(s);
@@ -342,45 +361,6 @@ private:
                 _mm_storel_epi64(reinterpret_cast<__m128i*>(out), p);
             }
         }
-    }
-};
-
-struct DoubleRows {
-    int kw, kh;
-    const Kel64f* last;  // walking back from it meets the coefficients in the window's order
-
-    void operator()(const Kel64f* const* rows, Kel64f* out, std::int64_t n) const
-    {
-        std::int64_t x = 0;
-        for (; x + 16 <= n; x += 16) block<8>(rows, out + x, x);
-        for (; x + 2 <= n; x += 2) block<1>(rows, out + x, x);
-        if (x < n && n >= 2) {
-            block<1>(rows, out + n - 2, n - 2);
-        } else if (x < n) {
-            double s = last[0] * rows[0][x];
-            for (int j = 0; j < kh; ++j)
-                for (int i = j == 0; i < kw; ++i) s = s + last[-(j * kw + i)] * rows[j][x + i];
-            out[x] = s;
-        }
-    }
-
-private:
-    template <int V> void block(const Kel64f* const* rows, Kel64f* out, std::int64_t x) const
-    {
-        __m128d s[V];
-        const Kel64f* k = last;
-        {
-            const __m128d c = _mm_set1_pd(*k--);
-            for (int v = 0; v < V; ++v) s[v] = _mm_mul_pd(c, _mm_loadu_pd(rows[0] + x + 2 * v));
-        }
-        for (int j = 0; j < kh; ++j) {
-            const Kel64f* r = rows[j] + x;
-            for (int i = j == 0; i < kw; ++i) {
-                const __m128d c = _mm_set1_pd(*k--);
-                for (int v = 0; v < V; ++v) s[v] = _mm_add_pd(s[v], _mm_mul_pd(c, _mm_loadu_pd(r + i + 2 * v)));
-            }
-        }
-        for (int v = 0; v < V; ++v) _mm_storeu_pd(out + 2 * v, s[v]);
     }
 };
 
