@@ -73,7 +73,7 @@ template <class T, class D> struct EdgeJob {
     const void** rowTable = nullptr;  // kh pointers, needed only when kh > kStackRows
 };
 
-constexpr int kStackRows = 512;
+constexpr int kStackRows = 2048;
 
 template <class T, Layout L, class D = T> class EdgeDriver {
 public:

@@ -42,6 +42,8 @@ template <class T> filter::rows::IntegerRows<T> integer_rows(const GeneralSpec& 
     std::int64_t absSum = 0;
     for (std::int64_t i = 0; i < N; ++i) absSum += std::abs(std::int32_t(s.reversed16s[i]));
     const std::int64_t largestPixel = std::is_same_v<T, Kel8u> ? 255 : 32768;
+    // Every loop forms the exact rounded quotient of the same dividend, so the accurate flag
+    // beside the mode has nothing left to change: only the mode itself is read.
     filter::rows::IntegerResult r{s.divisor, s.divisorKind, s.divisorReciprocal, s.offsetF32,
                                   int(s.roundMode & 3), s.offsetF32 == 0.0f && absSum * largestPixel < (1 << 24)};
     const bool vector = s.pairTableUsable && (s.divisorKind != filter::kDivExact ||
@@ -56,6 +58,7 @@ KelStatus filter_border(const T* pSrc, int srcStep, T* pDst, int dstStep, KeliSi
                         const T* borderValue, const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer)
 {
     constexpr int C = static_cast<int>(channels<L>);
+    // The constant's value counts among the pointers, so it is tested right behind them.
     if (KelStatus s = check::pointers(pSrc, pDst, pSpec, pBuffer)) return s;
     if (border::base_kind(border) == kelBorderConst && !borderValue) return kelStatusNullPtr;
     if (KelStatus s = check::size(roi)) return s;
@@ -95,7 +98,8 @@ KelStatus filter_border(const T* pSrc, int srcStep, T* pDst, int dstStep, KeliSi
 
 // A true convolution with the caller's anchor and no border: the window around each output
 // pixel must lie in the caller's memory. Walking the window down and right meets the kernel
-// from its last coefficient backwards.
+// from its last coefficient backwards. Checks follow the frame's common order (pointers, sizes,
+// steps), then the anchor, which must lie inside the kernel.
 inline KelStatus filter_64f(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize roi,
                             const Kel64f* pKernel, KeliSize kernelSize, KeliPoint anchor, Kel8u* pBuffer)
 {
