@@ -562,8 +562,10 @@ TEST(FilterGeneral, FilterChecksInOrderAndWritesNothing)
             << "border " << c.border;
         EXPECT_EQ(dst, std::vector<Kel8u>(200, kCanaryValue));
     }
-    // The destination step counts one channel: 8 bytes pass for an 8-pixel C3 row.
-    EXPECT_EQ(keliFilterBorder_8u_C3R(s, 24, d, 8, {8, 1}, kelBorderInMem, nullptr, p.spec(), p.buffer()), kelStatusOk);
+    // The destination step counts one channel: 8 bytes pass for an 8-pixel C3 row. The region
+    // starts a row and a pixel into the source, whose memory holds the window all round.
+    EXPECT_EQ(keliFilterBorder_8u_C3R(s + 27, 24, d, 8, {8, 1}, kelBorderInMem, nullptr, p.spec(), p.buffer()),
+              kelStatusOk);
 }
 
 // keliFilter_64f_C1R: a true convolution with the caller's anchor over memory around the region.
