@@ -29,6 +29,7 @@ int main(int argc, char** argv)
     demo_stats_sad(&d);
     demo_geometry_remap(&d);
     demo_filter_box(&d);
+    demo_filter_general(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
     return d.failures ? 1 : 0;
 }

@@ -47,5 +47,6 @@ void demo_stats_products(Demo* d);
 void demo_stats_sad(Demo* d);
 void demo_geometry_remap(Demo* d);
 void demo_filter_box(Demo* d);
+void demo_filter_general(Demo* d);
 
 #endif

@@ -107,6 +107,9 @@ typedef enum {
     kelBorderInMem = 240
 } KeliBorderType;
 
+/* The general kernel filter's spec: a block the caller allocates at the size its query gives. */
+typedef struct KeliFilterBorderSpec KeliFilterBorderSpec;
+
 typedef enum {
     kelNearest = 1,
     kelLinear = 2,

@@ -10,7 +10,8 @@
 // the first element of window row j for the segment's first output pixel, that is at the source
 // pixel (x - ax, y - ay + j); the kernel reads rows[j][0 .. (n + kw - 1) * C). It knows nothing
 // of images, borders or steps, and may keep state between calls: the driver visits segments in
-// a fixed order (below) and always passes the rows top to bottom.
+// a fixed order (below) and always passes the rows top to bottom. The rows never overlap `out`,
+// so a kernel may compute an output twice (a last vector block that overlaps the one before).
 //
 // Where the window reaches past the region, the pixel comes from the border rule, axis by axis:
 // a side whose in-memory flag is set grows the image by the window's reach on that side (those
@@ -21,11 +22,11 @@
 //
 // Two modes, with the same pixels:
 //
-// * run(): the interior columns [xl, xr) of every row are filtered straight from the caller's
-//   image; rows above and below the region are pointers to the rows the border rule names (a
-//   constant border points at one row of the value). Then the left columns [0, xl) and the right
-//   columns [xr, W) are filtered from tall strips that the Extender builds in the scratch
-//   buffer. Segment order: interior rows top to bottom, left strip rows, right strip rows. When
+// * run(): for a destination apart from the source. The interior columns [xl, xr) of every row
+//   are filtered straight from the caller's image; rows above and below the region are pointers
+//   to the rows the border rule names (a constant border points at one row of the value). Then
+//   the left columns [0, xl) and the right columns [xr, W) are filtered from tall strips of the
+//   extended image in the scratch buffer (the Extender builds the wide ones). Segment order: interior rows top to bottom, left strip rows, right strip rows. When
 //   the window is wider than the region there is no interior: one strip covers everything.
 // * run_in_place(): for a destination that is the source. Each source row enters a ring of kh + 1
 //   extended rows (the row with its left and right border) before any output overwrites it, and
@@ -72,7 +73,7 @@ template <class T, class D> struct EdgeJob {
     const void** rowTable = nullptr;  // kh pointers, needed only when kh > kStackRows
 };
 
-constexpr int kStackRows = 512;
+constexpr int kStackRows = 2048;
 
 template <class T, Layout L, class D = T> class EdgeDriver {
 public:
@@ -205,10 +206,35 @@ private:
     template <class K> void strip(const K& kernel, RowTable& table, std::int64_t x0, std::int64_t x1) const
     {
         const std::int64_t w = x1 - x0 + fp_.kw - 1, rows = H_ + fp_.kh - 1, step = w * P;
-        ext_.window(reinterpret_cast<T*>(job_.scratch), step, x0 - fp_.ax - bx0_, -fp_.ay - by0_, w, rows, false);
+        if (w <= kNarrowColumns) narrow_strip(job_.scratch, step, x0 - fp_.ax, w);
+        else ext_.window(reinterpret_cast<T*>(job_.scratch), step, x0 - fp_.ax - bx0_, -fp_.ay - by0_, w, rows, false);
         for (std::int64_t y = 0; y < H_; ++y) {
             for (int j = 0; j < fp_.kh; ++j) table[j] = reinterpret_cast<const T*>(job_.scratch + (y + j) * step);
             kernel(table.get(), out_row(y) + x0 * std::int64_t(C), x1 - x0);
+        }
+    }
+
+    // A strip a few pixels wide and as tall as the region with its border: the general window
+    // would spend its setup on every row, so the strip is assembled pixel by pixel instead, from
+    // the rows row_at() names and a table of source columns that the border rule gives once.
+    static constexpr std::int64_t kNarrowColumns = 64;
+
+    void narrow_strip(unsigned char* to, std::int64_t step, std::int64_t c0, std::int64_t w) const
+    {
+        constexpr std::int64_t kConstant = INT64_MIN;
+        std::int64_t from[kNarrowColumns];  // byte offset of each column's source pixel in its row
+        for (std::int64_t i = 0; i < w; ++i) {
+            const std::int64_t bc = c0 + i - bx0_;
+            const std::int64_t sc = bc >= 0 && bc < bw_ ? bc : border::source_index(kind_, bc, bw_);
+            from[i] = sc < 0 ? kConstant : (sc + bx0_) * P;
+        }
+        const auto* value = reinterpret_cast<const unsigned char*>(job_.value);
+        for (std::int64_t r = -fp_.ay; r < H_ + fp_.ry(); ++r, to += step) {
+            const std::int64_t br = r - by0_;
+            const bool constant = kind_ == border::Kind::Const && (br < 0 || br >= bh_);
+            const unsigned char* s = constant ? nullptr : row_at(r);
+            for (std::int64_t i = 0; i < w; ++i)
+                std::memcpy(to + i * P, constant || from[i] == kConstant ? value : s + from[i], static_cast<std::size_t>(P));
         }
     }
 

@@ -1,0 +1,24 @@
+// An image with memory around its region, which filters read through the in-memory flags.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace filtertest {
+
+constexpr int kMargin = 9;  // memory around the region, read through the flags
+
+template <class T> struct Framed {
+    int width, height, channels, pitch, shift;  // pitch and shift in elements
+    std::vector<T> data;
+    // `pad` elements beyond each row's margin; `shift` moves the whole image off alignment.
+    Framed(int w, int h, int c, int pad = 5, int shift = 0)
+        : width(w), height(h), channels(c), pitch((w + 2 * kMargin) * c + pad), shift(shift),
+          data(static_cast<std::size_t>(pitch) * (h + 2 * kMargin) + shift) {}
+    T* region() { return data.data() + shift + kMargin * pitch + kMargin * channels; }
+    T& at(std::int64_t x, std::int64_t y, int c) { return region()[y * pitch + x * channels + c]; }
+    std::int64_t step() const { return std::int64_t(pitch) * sizeof(T); }
+};
+
+}  // namespace filtertest
