@@ -2992,6 +2992,68 @@ KELI_API KelStatus keliSumWindowColumn_16s32f_C3R(const Kel16s* pSrc, int srcSte
 KELI_API KelStatus keliSumWindowColumn_16s32f_C4R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
 KELI_API KelStatus keliFilterBox_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliPoint anchor);
 
+/* ---- General kernel filter */
+/*
+ * The general kernel filter. `keliFilterBorderGetSize` gives the spec and scratch sizes;
+ * `keliFilterBorderInit_16s` (an integer kernel with a `divisor`), `_32f` or `_64f` fills the
+ * caller's spec (any alignment: it is aligned up to 64 inside the block);
+ * `keliFilterBorderSetMode` may add an `offset` and a hint; then `keliFilterBorder_<t>_<l>`
+ * filters: `dst(x, y) = sum kernel[j][i] * src(x - ax + i, y - ay + j)` (a correlation: the
+ * kernel lies over the window as written), with `ax = (kw - 1) >> 1`, `ay = (kh - 1) >> 1`, so an
+ * even kernel reaches one pixel further right and down. Pixels beyond the region come from
+ * `border` (`kelBorderRepl`, `kelBorderMirror`, `kelBorderConst` with `borderValue`, any in-memory
+ * flags, or 240). `keliFilter_64f_C1R` is a true convolution with the caller's anchor and no
+ * border handling (the pixels around the region must be readable).
+ *
+ * **Rounding.** Integer kernels on 8u and 16s: the sum is exact in 32 bits, taken through f32 with
+ * the offset, divided by the divisor by `roundMode` (`kelRndZero` toward zero, `kelRndNear` ties to
+ * even, `kelRndFinancial` ties away from zero), saturated. Float kernels (16u, 16s outside the
+ * integer case, 8u with a 32f kernel): the sum in f32, coefficients left to right, rows top to
+ * bottom, then rounded and saturated the same way; 32f and 64f take the sum as it is. Init_16s on
+ * the float path multiplies the kernel by `1/divisor` once. The processor's rounding mode is
+ * restored before return.
+ *
+ * **In place and AC4.** Sources and destinations must not overlap; there are no AC4 members.
+ *
+ * **Checks, in order.** GetSize: sizes `kelStatusBadSize`, types `kelStatusBadDataType`, channels
+ * (1 to 4) `kelStatusBadChannel`, null outputs `kelStatusNullPtr`, a scratch past 2^31 - 1
+ * `kelStatusSizeOverflow`. Init_16s: pointers, size, type, channels, `roundMode` above 2 (bit 16,
+ * the accurate flag, aside) `kelStatusBadRoundMode`, divisor 0 `kelStatusZeroDivisor`; the warning
+ * `kelStatusAccurateIgnored` where the accurate flag has no effect. Init_64f accepts `kelRndNear`
+ * only. SetMode: null spec, then an offset on a path that takes none `kelStatusUnsupportedMode`.
+ * Filter: `pSrc`, `pDst`, spec, buffer null; a constant border with a null value
+ * `kelStatusNullPtr`; region `kelStatusBadSize`; `srcStep` below 1 or `dstStep` below the width
+ * times the element size `kelStatusBadStep`; `border` `kelStatusBadBorder`; a spec made for
+ * another element type `kelStatusSpecMismatch`. Nothing is written on an error.
+ *
+ * ```c
+ * const Kel16s k[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
+ * keliFilterBorderGetSize((KeliSize){3, 3}, roi, kel8u, kel16s, 1, &specSize, &bufSize);
+ * keliFilterBorderInit_16s(k, (KeliSize){3, 3}, 16, kel8u, 1, kelRndNear, spec);
+ * KelStatus st = keliFilterBorder_8u_C1R(src, sStep, dst, dStep, roi, kelBorderRepl, NULL, spec, buffer);
+ * ```
+ */
+KELI_API KelStatus keliFilterBorderGetSize(KeliSize kernelSize, KeliSize dstRoiSize, KelDataType dataType, KelDataType kernelType, int numChannels, int* pSpecSize, int* pBufferSize);
+KELI_API KelStatus keliFilterBorderInit_16s(const Kel16s* pKernel, KeliSize kernelSize, int divisor, KelDataType dataType, int numChannels, KelRoundMode roundMode, KeliFilterBorderSpec* pSpec);
+KELI_API KelStatus keliFilterBorderInit_32f(const Kel32f* pKernel, KeliSize kernelSize, KelDataType dataType, int numChannels, KelRoundMode roundMode, KeliFilterBorderSpec* pSpec);
+KELI_API KelStatus keliFilterBorderInit_64f(const Kel64f* pKernel, KeliSize kernelSize, KelDataType dataType, int numChannels, KelRoundMode roundMode, KeliFilterBorderSpec* pSpec);
+KELI_API KelStatus keliFilterBorderSetMode(KelHintAlgorithm hint, int offset, KeliFilterBorderSpec* pSpec);
+KELI_API KelStatus keliFilterBorder_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel8u borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel8u borderValue[3], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel8u borderValue[4], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16u borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16u borderValue[3], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16u borderValue[4], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16s borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16s borderValue[3], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel16s borderValue[4], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel32f borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel32f borderValue[3], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel32f borderValue[4], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterBorder_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel64f borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterGetBufSize_64f_C1R(KeliSize kernelSize, int dstRoiWidth, int* pBufferSize);
+KELI_API KelStatus keliFilter_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, const Kel64f* pKernel, KeliSize kernelSize, KeliPoint anchor, Kel8u* pBuffer);
+
 /* ==== Geometric transforms ================================================================== */
 
 /* ---- Remap */

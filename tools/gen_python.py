@@ -34,6 +34,7 @@ C_SCALARS = {
 COMMENT = re.compile(r"/\*.*?\*/|//[^\n]*", re.S)
 SCALAR_TYPEDEF = re.compile(r"typedef\s+(\w+)\s+(\w+)\s*;")
 STRUCT_TYPEDEF = re.compile(r"typedef\s+struct\s*\{(.*?)\}\s*(\w+)\s*;", re.S)
+OPAQUE_TYPEDEF = re.compile(r"typedef\s+struct\s+\w+\s+(\w+)\s*;")
 ENUM = re.compile(r"(typedef\s+)?enum\s*\{(.*?)\}\s*(\w*)\s*;", re.S)
 FIELD = re.compile(r"^(.*?)(\w+)\s*(?:\[(\d+)\])?$")
 
@@ -46,6 +47,8 @@ class TypesHeader:
         self.scalars = {}   # name -> ctypes expression
         self.structs = {}   # name -> [(field, ctypes expression)]
         self.enums = {}     # name -> [(member, value)]
+        # Records the caller only points at (a spec whose layout is the library's own).
+        self.opaque = set(OPAQUE_TYPEDEF.findall(text))
         items = []
         for regex, kind in ((SCALAR_TYPEDEF, "scalar"), (STRUCT_TYPEDEF, "struct"), (ENUM, "enum")):
             items += [(m.start(), kind, m) for m in regex.finditer(text)]
@@ -87,6 +90,8 @@ class TypesHeader:
         """ctypes expression of a C type passed by value."""
         if ctype in self.structs or ctype in self.scalars:
             return ctype
+        if ctype in self.opaque:
+            raise ValueError(f"{ctype} is opaque: it travels by pointer only")
         if ctype in self.enums:
             return "ctypes.c_int"
         return self.scalar(ctype)
@@ -130,7 +135,7 @@ def param_type(header, declaration):
     # of a numpy buffer, of a ctypes array, or None for a null pointer.
     if "*" in ctype or array:
         base = ctype.replace("const", "").replace("*", "").strip()
-        if base != "void":
+        if base != "void" and base not in header.opaque:
             header.value_type(base)  # an element type the header lacks stops the generator
         return name, "ctypes.c_void_p"
     return name, header.value_type(ctype.replace("const", "").strip())

@@ -243,7 +243,14 @@ A230 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, c_void_p, 
 A231 = ((KeliSize, KeliSize, c_int, c_int, c_void_p), "roiSize maskSize dataType numChannels pBufferSize")
 A232 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int), "pSrc srcStep pDst dstStep dstRoiSize maskSize anchor")
 A233 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, KeliPoint), "pSrc srcStep pDst dstStep dstRoiSize maskSize anchor")
-A234 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
+A234 = ((KeliSize, KeliSize, c_int, c_int, c_int, c_void_p, c_void_p), "kernelSize dstRoiSize dataType kernelType numChannels pSpecSize pBufferSize")
+A235 = ((c_void_p, KeliSize, c_int, c_int, c_int, c_int, c_void_p), "pKernel kernelSize divisor dataType numChannels roundMode pSpec")
+A236 = ((c_void_p, KeliSize, c_int, c_int, c_int, c_void_p), "pKernel kernelSize dataType numChannels roundMode pSpec")
+A237 = ((c_int, c_int, c_void_p), "hint offset pSpec")
+A238 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_void_p, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize border borderValue pSpec pBuffer")
+A239 = ((KeliSize, c_int, c_void_p), "kernelSize dstRoiWidth pBufferSize")
+A240 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_void_p, KeliSize, KeliPoint, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize pKernel kernelSize anchor pBuffer")
+A241 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2672,24 +2679,44 @@ EXPORTS = {
     "keliSumWindowColumn_16s32f_C3R": (KelStatus, *A232),
     "keliSumWindowColumn_16s32f_C4R": (KelStatus, *A232),
     "keliFilterBox_64f_C1R": (KelStatus, *A233),
-    "keliRemap_8u_C1R": (KelStatus, *A234),
-    "keliRemap_8u_C3R": (KelStatus, *A234),
-    "keliRemap_8u_C4R": (KelStatus, *A234),
-    "keliRemap_8u_AC4R": (KelStatus, *A234),
-    "keliRemap_16u_C1R": (KelStatus, *A234),
-    "keliRemap_16u_C3R": (KelStatus, *A234),
-    "keliRemap_16u_C4R": (KelStatus, *A234),
-    "keliRemap_16u_AC4R": (KelStatus, *A234),
-    "keliRemap_16s_C1R": (KelStatus, *A234),
-    "keliRemap_16s_C3R": (KelStatus, *A234),
-    "keliRemap_16s_C4R": (KelStatus, *A234),
-    "keliRemap_16s_AC4R": (KelStatus, *A234),
-    "keliRemap_32f_C1R": (KelStatus, *A234),
-    "keliRemap_32f_C3R": (KelStatus, *A234),
-    "keliRemap_32f_C4R": (KelStatus, *A234),
-    "keliRemap_32f_AC4R": (KelStatus, *A234),
-    "keliRemap_64f_C1R": (KelStatus, *A234),
-    "keliRemap_64f_C3R": (KelStatus, *A234),
-    "keliRemap_64f_C4R": (KelStatus, *A234),
-    "keliRemap_64f_AC4R": (KelStatus, *A234),
+    "keliFilterBorderGetSize": (KelStatus, *A234),
+    "keliFilterBorderInit_16s": (KelStatus, *A235),
+    "keliFilterBorderInit_32f": (KelStatus, *A236),
+    "keliFilterBorderInit_64f": (KelStatus, *A236),
+    "keliFilterBorderSetMode": (KelStatus, *A237),
+    "keliFilterBorder_8u_C1R": (KelStatus, *A238),
+    "keliFilterBorder_8u_C3R": (KelStatus, *A238),
+    "keliFilterBorder_8u_C4R": (KelStatus, *A238),
+    "keliFilterBorder_16u_C1R": (KelStatus, *A238),
+    "keliFilterBorder_16u_C3R": (KelStatus, *A238),
+    "keliFilterBorder_16u_C4R": (KelStatus, *A238),
+    "keliFilterBorder_16s_C1R": (KelStatus, *A238),
+    "keliFilterBorder_16s_C3R": (KelStatus, *A238),
+    "keliFilterBorder_16s_C4R": (KelStatus, *A238),
+    "keliFilterBorder_32f_C1R": (KelStatus, *A238),
+    "keliFilterBorder_32f_C3R": (KelStatus, *A238),
+    "keliFilterBorder_32f_C4R": (KelStatus, *A238),
+    "keliFilterBorder_64f_C1R": (KelStatus, *A238),
+    "keliFilterGetBufSize_64f_C1R": (KelStatus, *A239),
+    "keliFilter_64f_C1R": (KelStatus, *A240),
+    "keliRemap_8u_C1R": (KelStatus, *A241),
+    "keliRemap_8u_C3R": (KelStatus, *A241),
+    "keliRemap_8u_C4R": (KelStatus, *A241),
+    "keliRemap_8u_AC4R": (KelStatus, *A241),
+    "keliRemap_16u_C1R": (KelStatus, *A241),
+    "keliRemap_16u_C3R": (KelStatus, *A241),
+    "keliRemap_16u_C4R": (KelStatus, *A241),
+    "keliRemap_16u_AC4R": (KelStatus, *A241),
+    "keliRemap_16s_C1R": (KelStatus, *A241),
+    "keliRemap_16s_C3R": (KelStatus, *A241),
+    "keliRemap_16s_C4R": (KelStatus, *A241),
+    "keliRemap_16s_AC4R": (KelStatus, *A241),
+    "keliRemap_32f_C1R": (KelStatus, *A241),
+    "keliRemap_32f_C3R": (KelStatus, *A241),
+    "keliRemap_32f_C4R": (KelStatus, *A241),
+    "keliRemap_32f_AC4R": (KelStatus, *A241),
+    "keliRemap_64f_C1R": (KelStatus, *A241),
+    "keliRemap_64f_C3R": (KelStatus, *A241),
+    "keliRemap_64f_C4R": (KelStatus, *A241),
+    "keliRemap_64f_AC4R": (KelStatus, *A241),
 }

@@ -547,6 +547,48 @@ KelStatus st = keliFilterBoxBorder_8u_C1R(src, sStep, dst, dStep, roi, mask, kel
 ```""",
         'keliFilterBoxBorder_8u_C1R keliFilterBoxBorder_8u_C3R keliFilterBoxBorder_8u_C4R keliFilterBoxBorder_8u_AC4R keliFilterBoxBorder_16u_C1R keliFilterBoxBorder_16u_C3R keliFilterBoxBorder_16u_C4R keliFilterBoxBorder_16u_AC4R keliFilterBoxBorder_16s_C1R keliFilterBoxBorder_16s_C3R keliFilterBoxBorder_16s_C4R keliFilterBoxBorder_16s_AC4R keliFilterBoxBorder_32f_C1R keliFilterBoxBorder_32f_C3R keliFilterBoxBorder_32f_C4R keliFilterBoxBorder_32f_AC4R keliSumWindow_8u32s_C1R keliSumWindow_8u32s_C3R keliSumWindow_8u32s_C4R keliSumWindow_8u32s_AC4R keliSumWindow_16u32f_C1R keliSumWindow_16u32f_C3R keliSumWindow_16u32f_C4R keliSumWindow_16u32f_AC4R keliSumWindow_16s32f_C1R keliSumWindow_16s32f_C3R keliSumWindow_16s32f_C4R keliSumWindow_16s32f_AC4R keliSumWindow_32f_C1R keliSumWindow_32f_C3R keliSumWindow_32f_C4R keliSumWindow_32f_AC4R keliFilterBoxBorderGetBufferSize keliSumWindowGetBufferSize keliSumWindowRow_8u32f_C1R keliSumWindowRow_8u32f_C3R keliSumWindowRow_8u32f_C4R keliSumWindowRow_16u32f_C1R keliSumWindowRow_16u32f_C3R keliSumWindowRow_16u32f_C4R keliSumWindowRow_16s32f_C1R keliSumWindowRow_16s32f_C3R keliSumWindowRow_16s32f_C4R keliSumWindowColumn_8u32f_C1R keliSumWindowColumn_8u32f_C3R keliSumWindowColumn_8u32f_C4R keliSumWindowColumn_16u32f_C1R keliSumWindowColumn_16u32f_C3R keliSumWindowColumn_16u32f_C4R keliSumWindowColumn_16s32f_C1R keliSumWindowColumn_16s32f_C3R keliSumWindowColumn_16s32f_C4R keliFilterBox_64f_C1R',
     ),
+    "filter/general": (
+        'General kernel filter',
+        """The general kernel filter. `keliFilterBorderGetSize` gives the spec and scratch sizes;
+`keliFilterBorderInit_16s` (an integer kernel with a `divisor`), `_32f` or `_64f` fills the
+caller's spec (any alignment: it is aligned up to 64 inside the block);
+`keliFilterBorderSetMode` may add an `offset` and a hint; then `keliFilterBorder_<t>_<l>`
+filters: `dst(x, y) = sum kernel[j][i] * src(x - ax + i, y - ay + j)` (a correlation: the
+kernel lies over the window as written), with `ax = (kw - 1) >> 1`, `ay = (kh - 1) >> 1`, so an
+even kernel reaches one pixel further right and down. Pixels beyond the region come from
+`border` (`kelBorderRepl`, `kelBorderMirror`, `kelBorderConst` with `borderValue`, any in-memory
+flags, or 240). `keliFilter_64f_C1R` is a true convolution with the caller's anchor and no
+border handling (the pixels around the region must be readable).
+
+**Rounding.** Integer kernels on 8u and 16s: the sum is exact in 32 bits, taken through f32 with
+the offset, divided by the divisor by `roundMode` (`kelRndZero` toward zero, `kelRndNear` ties to
+even, `kelRndFinancial` ties away from zero), saturated. Float kernels (16u, 16s outside the
+integer case, 8u with a 32f kernel): the sum in f32, coefficients left to right, rows top to
+bottom, then rounded and saturated the same way; 32f and 64f take the sum as it is. Init_16s on
+the float path multiplies the kernel by `1/divisor` once. The processor's rounding mode is
+restored before return.
+
+**In place and AC4.** Sources and destinations must not overlap; there are no AC4 members.
+
+**Checks, in order.** GetSize: sizes `kelStatusBadSize`, types `kelStatusBadDataType`, channels
+(1 to 4) `kelStatusBadChannel`, null outputs `kelStatusNullPtr`, a scratch past 2^31 - 1
+`kelStatusSizeOverflow`. Init_16s: pointers, size, type, channels, `roundMode` above 2 (bit 16,
+the accurate flag, aside) `kelStatusBadRoundMode`, divisor 0 `kelStatusZeroDivisor`; the warning
+`kelStatusAccurateIgnored` where the accurate flag has no effect. Init_64f accepts `kelRndNear`
+only. SetMode: null spec, then an offset on a path that takes none `kelStatusUnsupportedMode`.
+Filter: `pSrc`, `pDst`, spec, buffer null; a constant border with a null value
+`kelStatusNullPtr`; region `kelStatusBadSize`; `srcStep` below 1 or `dstStep` below the width
+times the element size `kelStatusBadStep`; `border` `kelStatusBadBorder`; a spec made for
+another element type `kelStatusSpecMismatch`. Nothing is written on an error.
+
+```c
+const Kel16s k[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
+keliFilterBorderGetSize((KeliSize){3, 3}, roi, kel8u, kel16s, 1, &specSize, &bufSize);
+keliFilterBorderInit_16s(k, (KeliSize){3, 3}, 16, kel8u, 1, kelRndNear, spec);
+KelStatus st = keliFilterBorder_8u_C1R(src, sStep, dst, dStep, roi, kelBorderRepl, NULL, spec, buffer);
+```""",
+        'keliFilterBorderGetSize keliFilterBorderInit_16s keliFilterBorderInit_32f keliFilterBorderInit_64f keliFilterBorderSetMode keliFilterBorder_8u_C1R keliFilterBorder_8u_C3R keliFilterBorder_8u_C4R keliFilterBorder_16u_C1R keliFilterBorder_16u_C3R keliFilterBorder_16u_C4R keliFilterBorder_16s_C1R keliFilterBorder_16s_C3R keliFilterBorder_16s_C4R keliFilterBorder_32f_C1R keliFilterBorder_32f_C3R keliFilterBorder_32f_C4R keliFilterBorder_64f_C1R keliFilterGetBufSize_64f_C1R keliFilter_64f_C1R',
+    ),
     "geometry/remap": (
         'Remap',
         """`keliRemap`: `dst(x, y) = src(xMap(x, y), yMap(x, y))` over the source region `srcRoi`, with
