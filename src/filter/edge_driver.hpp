@@ -228,7 +228,12 @@ private:
             const std::int64_t sc = bc >= 0 && bc < bw_ ? bc : border::source_index(kind_, bc, bw_);
             from[i] = sc < 0 ? kConstant : (sc + bx0_) * P;
         }
-        const auto* value = reinterpret_cast<const unsigned char*>(job_.value);
+        // The constant pixel: the caller's values hold the processed channels only (three for
+        // AC4), so the pixel is assembled rather than read whole from them.
+        T pixel[C] = {};
+        if (kind_ == border::Kind::Const)
+            for (std::size_t c = 0; c < (has_alpha<L> ? 3 : C); ++c) pixel[c] = job_.value[c];
+        const auto* value = reinterpret_cast<const unsigned char*>(pixel);
         for (std::int64_t r = -fp_.ay; r < H_ + fp_.ry(); ++r, to += step) {
             const std::int64_t br = r - by0_;
             const bool constant = kind_ == border::Kind::Const && (br < 0 || br >= bh_);

@@ -73,8 +73,9 @@ template <class T, class D, int C, bool Alpha> void sweep(const Member<T, D, C, 
         const Window win{mask.width, mask.height, (mask.width - 1) >> 1, (mask.height - 1) >> 1};
         Framed<T> img(w, h, L);
         for (auto& v : img.data) v = random_pixel<T>(random);
-        T value[4];
-        for (auto& v : value) v = random_pixel<T>(random);
+        std::vector<T> values(C);  // one a processed channel, exactly: nothing may read past them
+        for (auto& v : values) v = random_pixel<T>(random);
+        const T* value = values.data();
         Framed<D> out(w, h, L);
         for (auto& v : out.data) v = canary<D>();
 

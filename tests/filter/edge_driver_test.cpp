@@ -8,14 +8,14 @@
 #include <vector>
 
 #include "filter/edge_driver.hpp"
-#include "filter/framed.hpp"
+#include "kit/framed.hpp"
 #include "kit/random.hpp"
 #include "reference/filter.hpp"
 
 namespace {
 
-using filtertest::Framed;
-using filtertest::kMargin;
+using kit::Framed;
+using kit::kMargin;
 using keli::filter::EdgeDriver;
 using keli::filter::EdgeJob;
 using keli::filter::Footprint;

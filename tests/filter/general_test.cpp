@@ -13,7 +13,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "filter/framed.hpp"
+#include "kit/framed.hpp"
 #include "filter/general_spec.hpp"
 #include "kelcore.h"
 #include "keli.h"
@@ -22,7 +22,7 @@
 
 namespace {
 
-using filtertest::Framed;
+using kit::Framed;
 
 template <class T> constexpr KelDataType type_of = std::is_same_v<T, Kel8u>    ? kel8u
                                                    : std::is_same_v<T, Kel16s> ? kel16s
@@ -164,8 +164,8 @@ bool matches_model(const Kernel& k, int width, int height, int border, kit::Rng&
     const KelStatus s = call<T, C>(src.region(), int(src.step()), dst.region(), int(dst.step()), {width, height},
                                    border, value, p.spec(), p.buffer());
     EXPECT_EQ(s, kelStatusOk);
-    for (int y = -filtertest::kMargin; y < height + filtertest::kMargin; ++y)
-        for (int x = -filtertest::kMargin; x < width + filtertest::kMargin; ++x)
+    for (int y = -kit::kMargin; y < height + kit::kMargin; ++y)
+        for (int x = -kit::kMargin; x < width + kit::kMargin; ++x)
             for (int c = 0; c < C; ++c) {
                 const bool inside = x >= 0 && y >= 0 && x < width && y < height;
                 const T want = inside ? model(k, src, border, value, x, y, c) : T(kCanaryValue);

@@ -1,5 +1,5 @@
-// An image with a margin of readable pixels around its region, the memory a filter reads through
-// the in-memory border flags; a test fills the margin too and checks it is never written.
+// An image with memory around its region, which filters read through the in-memory border
+// flags; a test fills the margin too and checks that nothing there is written.
 #pragma once
 
 #include <cstddef>
@@ -8,18 +8,21 @@
 
 namespace kit {
 
+constexpr int kMargin = 9;  // memory around the region, read through the flags
+
 template <class T> struct Framed {
-    int width, height, channels, margin, pitch;  // pitch in elements
+    int width, height, channels, margin, pitch, shift;  // pitch and shift in elements
     std::vector<T> data;
-    Framed(int w, int h, int c, int m = 9)
-        : width(w), height(h), channels(c), margin(m), pitch((w + 2 * m) * c + 5),
-          data(static_cast<std::size_t>(pitch) * (h + 2 * m))
+    // `pad` elements beyond each row's margin; `shift` moves the whole image off alignment.
+    Framed(int w, int h, int c, int pad = 5, int shift = 0)
+        : width(w), height(h), channels(c), margin(kMargin), pitch((w + 2 * kMargin) * c + pad), shift(shift),
+          data(static_cast<std::size_t>(pitch) * (h + 2 * kMargin) + shift)
     {
     }
-    T* region() { return data.data() + margin * pitch + margin * channels; }
+    T* region() { return data.data() + shift + kMargin * pitch + kMargin * channels; }
     T& at(std::int64_t x, std::int64_t y, int c) { return region()[y * pitch + x * channels + c]; }
     bool inside(std::int64_t x, std::int64_t y) const { return x >= 0 && y >= 0 && x < width && y < height; }
-    int step() const { return pitch * int(sizeof(T)); }
+    std::int64_t step() const { return std::int64_t(pitch) * sizeof(T); }
 };
 
 }  // namespace kit
