@@ -1868,6 +1868,34 @@ KELI_API KelStatus keliBlockMinMax_16u_C1R(const Kel16u* pSrc, int srcStep, Keli
 KELI_API KelStatus keliBlockMinMax_16s_C1R(const Kel16s* pSrc, int srcStep, KeliSize srcSize, Kel16s* pDstMin, int dstMinStep, Kel16s* pDstMax, int dstMaxStep, KeliSize blockSize, Kel16s* pDstGlobalMin, Kel16s* pDstGlobalMax);
 KELI_API KelStatus keliBlockMinMax_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize srcSize, Kel32f* pDstMin, int dstMinStep, Kel32f* pDstMax, int dstMaxStep, KeliSize blockSize, Kel32f* pDstGlobalMin, Kel32f* pDstGlobalMax);
 
+/* ==== Frequency transforms ================================================================== */
+
+/* ---- Two-dimensional FFT */
+KELI_API KelStatus keliFFTGetSize_R_32f(int orderX, int orderY, int flag, KelHintAlgorithm hint, int* pSizeSpec, int* pSizeInit, int* pSizeBuf);
+KELI_API KelStatus keliFFTInit_R_32f(int orderX, int orderY, int flag, KelHintAlgorithm hint, Kel8u* pSpec, Kel8u* pMemInit);
+KELI_API KelStatus keliFFTGetSize_C_32fc(int orderX, int orderY, int flag, KelHintAlgorithm hint, int* pSizeSpec, int* pSizeInit, int* pSizeBuf);
+KELI_API KelStatus keliFFTInit_C_32fc(int orderX, int orderY, int flag, KelHintAlgorithm hint, Kel8u* pSpec, Kel8u* pMemInit);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_CToC_32fc_C1R(const Kel32fc* pSrc, int srcStep, Kel32fc* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_CToC_32fc_C1R(const Kel32fc* pSrc, int srcStep, Kel32fc* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_CToC_32fc_C1IR(Kel32fc* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_CToC_32fc_C1IR(Kel32fc* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+
 #ifdef __cplusplus
 }
 #endif
