@@ -177,8 +177,8 @@ struct Real2D {
 TEST(FFTAccuracy, RealAndComplexAgainstModel)
 {
     kit::Rng rng;
-    std::vector<Real2D> cases = {{8, 9}, {9, 9}, {7, 3}, {3, 7}, {5, 5}, {6, 1}, {1, 6}, {2, 2}, {4, 10}, {10, 2}};
-    for (int k = 0; k <= 12; ++k) cases.push_back({k, 0}), cases.push_back({0, k});
+    std::vector<Real2D> cases = {{9, 9}, {7, 3}, {3, 7}, {5, 5}, {6, 1}, {1, 6}, {2, 2}, {4, 10}, {10, 2}};
+    for (int k = 0; k <= 11; ++k) cases.push_back({k, 0}), cases.push_back({0, k});
     for (const Real2D& c : cases) {
         const std::size_t w = std::size_t(1) << c.ox, h = std::size_t(1) << c.oy;
         const auto x = random_floats(w * h, rng);
@@ -194,6 +194,7 @@ TEST(FFTAccuracy, RealAndComplexAgainstModel)
         ASSERT_EQ(keliFFTFwd_RToPack_32f_C1R(x.data(), step, packed.data(), step, real.s(), real.b()), kelStatusOk);
         expect_within(error_of(packed, ref::pack(X, w, h), sumAbs), c.ox, c.oy, "real forward");
 
+        if (c.ox + c.oy > 14) continue;  // the f64 model's time grows with (W + H) * W * H
         // The complex transform of a complex image: real part x, imaginary part x reversed.
         std::vector<Kel32fc> z(w * h);
         double sumC = 0;
@@ -281,12 +282,12 @@ TEST(FFTRoundTrip, EveryFlagRestoresTheImage)
         }
 }
 
-// Long rows: a real row of order 20 and a complex row of order 18, whose plans decompose the
-// length and, for the complex row, run in place past the work buffer's size.
+// Long rows: real rows of order 20 and 21 (whose split factors come in two levels from 21 on)
+// and complex rows of order 18 and 19, which run in place past the work buffer's size.
 TEST(FFTRoundTrip, LongRows)
 {
     kit::Rng rng;
-    for (const auto& [real, o] : {std::pair{true, 20}, std::pair{false, 18}}) {
+    for (const auto& [real, o] : {std::pair{true, 20}, std::pair{true, 21}, std::pair{false, 18}, std::pair{false, 19}}) {
         const std::size_t n = std::size_t(1) << o;
         const auto x = random_floats(real ? n : 2 * n, rng);
         Plans s(real, o, 0, 2);
@@ -311,7 +312,7 @@ TEST(FFTRoundTrip, LongRows)
             xc[i] = real ? cd(x[i]) : cd(x[2 * i], x[2 * i + 1]);
             sumAbs += std::abs(xc[i]);
         }
-        for (int t = 0; t < 12; ++t) {
+        for (int t = 0; t < 4; ++t) {
             const std::size_t k = real ? 1 + rng.below(static_cast<int>(n / 2 - 1)) : rng.below(static_cast<int>(n));
             const cd want_k = ref::dft_bin(xc, static_cast<long long>(k), -1);
             const cd got_k = real ? cd(spec[2 * k - 1], spec[2 * k]) : cd(spec[2 * k], spec[2 * k + 1]);
