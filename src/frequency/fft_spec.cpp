@@ -117,6 +117,8 @@ void fill_header(Plan* p, std::uint32_t id, int o, int flag, int hint, std::int6
     p->order = o;
     p->scaleFwd = flag == 1 || flag == 4;
     p->scaleInv = flag == 2 || flag == 4;
+    // Each pass scales by its own length: 1/N, or for the symmetric flag 1/sqrt(N) computed in
+    // f64 and rounded once to f32.
     const double n = std::ldexp(1.0, o);
     p->scale = flag == 4 ? static_cast<float>(1.0 / std::sqrt(n)) : flag == 8 ? 1.0f : static_cast<float>(1.0 / n);
     p->hint = hint;

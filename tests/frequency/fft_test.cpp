@@ -381,8 +381,10 @@ TEST(FFTBits, InPlaceAndChannelsMatchOnePlane)
             kit::Image<float> out1[4] = {{w, h, 1, {3, 4}}, {w, h, 1, {3, 4}}, {w, h, 1, {3, 4}}, {w, h, 1, {3, 4}}};
             for (int ch = 0; ch < 4; ++ch) {
                 plane[ch].fill([&] { return rng.any<float>() / 1000.0f; });
+                const auto guards = out1[ch].snapshot();
                 ASSERT_EQ(inverse ? fwd(keliFFTInv_PackToR_32f_C1R, plane[ch], out1[ch]) : fwd(keliFFTFwd_RToPack_32f_C1R, plane[ch], out1[ch]),
                           kelStatusOk);
+                EXPECT_EQ(kit::first_stray_write(out1[ch], guards, kit::any_element), -1);
             }
             // In place, C1.
             kit::Image<float> inPlace = plane[0];
@@ -427,6 +429,29 @@ TEST(FFTBits, InPlaceAndChannelsMatchOnePlane)
                         }
                 EXPECT_EQ(kit::first_stray_write(dst, before, [&](int, int, int ch) { return ch < processed; }), -1);
             }
+        }
+}
+
+// Complex images: in place equals out of place, padded rows and guard bytes untouched.
+TEST(FFTBits, ComplexInPlaceAndGuards)
+{
+    kit::Rng rng;
+    for (const Real2D c : {Real2D{9, 9}, Real2D{5, 3}, Real2D{4, 0}, Real2D{0, 4}, Real2D{6, 6}})
+        for (bool inverse : {false, true}) {
+            const int w = 1 << c.ox, h = 1 << c.oy;
+            Plans s(false, c.ox, c.oy, 1);
+            kit::Image<Kel32fc> src(w, h, 1, {1, 24}), dst(w, h, 1, {3, 8});
+            src.fill([&] { return Kel32fc{rng.any<float>() / 1000.0f, rng.any<float>() / 1000.0f}; });
+            const auto guards = dst.snapshot();
+            kit::Image<Kel32fc> inPlace = src;
+            auto run = inverse ? keliFFTInv_CToC_32fc_C1R : keliFFTFwd_CToC_32fc_C1R;
+            auto runI = inverse ? keliFFTInv_CToC_32fc_C1IR : keliFFTFwd_CToC_32fc_C1IR;
+            ASSERT_EQ(run(src.data(), src.step(), dst.data(), dst.step(), s.s(), s.b()), kelStatusOk);
+            ASSERT_EQ(runI(inPlace.data(), inPlace.step(), s.s(), s.b()), kelStatusOk);
+            EXPECT_EQ(kit::first_stray_write(dst, guards, kit::any_element), -1);
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x)
+                    ASSERT_TRUE(std::memcmp(&dst.at(x, y), &inPlace.at(x, y), sizeof(Kel32fc)) == 0) << x << "," << y;
         }
 }
 

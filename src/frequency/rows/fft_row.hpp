@@ -40,7 +40,8 @@ inline void lane_factors(const Twiddles& tw, std::uint32_t k0, std::uint32_t ste
 inline std::size_t row_work_bytes(int n) { return n < kShortRowOrder ? 0 : std::size_t(8) << n; }
 
 // Complex transform of `in` (2^n interleaved values) into `out`; the two may be the same.
-// `work`: row_work_bytes(n), 16-byte aligned.
+// `work`: row_work_bytes(n), 16-byte aligned. The output is multiplied by `scale` unless it is
+// 1: an unscaled direction leaves the values exactly as the stages made them.
 template <bool Inverse>
 void transform_row(const float* in, float* out, int n, const Twiddles& tw, float scale, float* work)
 {
