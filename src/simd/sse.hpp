@@ -78,6 +78,34 @@ inline void read_ahead(const void* p)
     _mm_prefetch(static_cast<const char*>(p) + kReadAheadBytes, _MM_HINT_T0);
 }
 
+// Four lanes of f32 as a value type with the arithmetic the transforms spell out. The same
+// templates run on `float` for one lane, so a lane computes the same operations, in the same
+// order, whatever the width: results agree bit for bit across widths.
+struct F4 {
+    __m128 v;
+    F4() = default;
+    F4(__m128 x) : v(x) {}
+};
+inline F4 operator+(F4 a, F4 b) { return _mm_add_ps(a.v, b.v); }
+inline F4 operator-(F4 a, F4 b) { return _mm_sub_ps(a.v, b.v); }
+inline F4 operator*(F4 a, F4 b) { return _mm_mul_ps(a.v, b.v); }
+inline F4 operator-(F4 a) { return _mm_xor_ps(a.v, _mm_set1_ps(-0.0f)); }
+inline F4 splat4(float x) { return _mm_set1_ps(x); }
+inline F4 load4(const float* p) { return _mm_loadu_ps(p); }
+inline F4 loada4(const float* p) { return _mm_load_ps(p); }
+inline void store4(float* p, F4 a) { _mm_storeu_ps(p, a.v); }
+inline void storea4(float* p, F4 a) { _mm_store_ps(p, a.v); }
+inline F4 set4(float a, float b, float c, float d) { return _mm_setr_ps(a, b, c, d); }
+inline F4 reverse4(F4 a) { return _mm_shuffle_ps(a.v, a.v, _MM_SHUFFLE(0, 1, 2, 3)); }
+// Lanes 0 and 2 of a, then of b; lanes 1 and 3 of a, then of b: the real and imaginary parts
+// of four interleaved complex numbers held in two registers.
+inline F4 evens4(F4 a, F4 b) { return _mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(2, 0, 2, 0)); }
+inline F4 odds4(F4 a, F4 b) { return _mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(3, 1, 3, 1)); }
+// Back to interleaved pairs: (a0 b0 a1 b1) and (a2 b2 a3 b3).
+inline F4 interleave_lo4(F4 a, F4 b) { return _mm_unpacklo_ps(a.v, b.v); }
+inline F4 interleave_hi4(F4 a, F4 b) { return _mm_unpackhi_ps(a.v, b.v); }
+inline void transpose4(F4& a, F4& b, F4& c, F4& d) { _MM_TRANSPOSE4_PS(a.v, b.v, c.v, d.v); }
+
 inline bool aligned16(const void* p) { return (reinterpret_cast<std::uintptr_t>(p) & 15) == 0; }
 
 // Elements to handle one by one before `p` reaches a 16-byte boundary, or `npos` when it never
