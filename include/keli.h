@@ -3108,6 +3108,70 @@ KELI_API KelStatus keliRemap_64f_C3R(const Kel64f* pSrc, KeliSize srcSize, int s
 KELI_API KelStatus keliRemap_64f_C4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
 KELI_API KelStatus keliRemap_64f_AC4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
 
+/* ==== Frequency transforms ================================================================== */
+
+/* ---- Two-dimensional FFT */
+/*
+ * Two-dimensional fast Fourier transforms of `2^orderX` by `2^orderY` images.
+ * `keliFFTFwd_RToPack_32f` transforms a real image into the packed real layout of the same size
+ * (rows packed as `Re X(0)`, then `Re`, `Im` pairs, then `Re X(W/2)`; columns 0 and `W - 1`
+ * packed again down the column; the column pairs between hold complex sequences);
+ * `keliFFTInv_PackToR_32f` inverts it. `keliFFTFwd_CToC_32fc` and `keliFFTInv_CToC_32fc` transform
+ * complex images. The forward transform uses `e^(-2 pi i u x / N)`, the inverse `e^(+...)`.
+ * `keliFFTGetSize_*` gives the spec, init and work sizes; `keliFFTInit_*` fills the spec (any
+ * alignment: it is aligned up to 64 inside the block; `pMemInit` is needed from order 11 and may
+ * be freed after init).
+ *
+ * **Scaling** (`flag`): 1 scales the forward transform by `1/(W H)`, 2 the inverse, 4 both by
+ * `1/sqrt(W H)`, 8 neither. **Accuracy**: single-precision rounding; the relative error against an
+ * exact transform stays within a few `2^-24 log2(W H)`. Within the library results are fixed:
+ * in place equals out of place, and each channel of C3, C4 and AC4 equals the C1 transform of
+ * its plane.
+ *
+ * **In place and AC4.** `I` forms run in place. AC4 transforms three channels and never writes
+ * the fourth.
+ *
+ * **Checks, in order.** GetSize: a null size pointer `kelStatusNullPtr`, then per 1-D length an
+ * order past the limit (complex 28, real 29, compared unsigned) `kelStatusBadFftOrder`, a `flag`
+ * other than 1, 2, 4, 8 `kelStatusBadFftFlag`; sizes past 2^31 - 1 `kelStatusSizeOverflow`.
+ * Init: an order of 31 or more, `pSpec` null, then the same 1-D checks and, from order 11, a null
+ * `pMemInit`. Transforms: `pSpec` null, a spec of the other kind `kelStatusSpecMismatch`, `pSrc` or
+ * `pDst` null, a step below 1 `kelStatusBadStep`, `pBuffer` null where the spec needs one. Nothing
+ * is written on an error.
+ *
+ * ```c
+ * int specSize, initSize, bufSize;
+ * keliFFTGetSize_R_32f(9, 9, 1, kelAlgHintNone, &specSize, &initSize, &bufSize);   // 512x512
+ * // allocate spec, init and buffer, then:
+ * keliFFTInit_R_32f(9, 9, 1, kelAlgHintNone, spec, init);
+ * KelStatus st = keliFFTFwd_RToPack_32f_C1R(img, step, freq, fStep, spec, buffer);
+ * ```
+ */
+KELI_API KelStatus keliFFTGetSize_R_32f(int orderX, int orderY, int flag, KelHintAlgorithm hint, int* pSizeSpec, int* pSizeInit, int* pSizeBuf);
+KELI_API KelStatus keliFFTInit_R_32f(int orderX, int orderY, int flag, KelHintAlgorithm hint, Kel8u* pSpec, Kel8u* pMemInit);
+KELI_API KelStatus keliFFTGetSize_C_32fc(int orderX, int orderY, int flag, KelHintAlgorithm hint, int* pSizeSpec, int* pSizeInit, int* pSizeBuf);
+KELI_API KelStatus keliFFTInit_C_32fc(int orderX, int orderY, int flag, KelHintAlgorithm hint, Kel8u* pSpec, Kel8u* pMemInit);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_RToPack_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C1IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C3IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_C4IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_PackToR_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_CToC_32fc_C1R(const Kel32fc* pSrc, int srcStep, Kel32fc* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_CToC_32fc_C1R(const Kel32fc* pSrc, int srcStep, Kel32fc* pDst, int dstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTFwd_CToC_32fc_C1IR(Kel32fc* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliFFTInv_CToC_32fc_C1IR(Kel32fc* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
+
 #ifdef __cplusplus
 }
 #endif

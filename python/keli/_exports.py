@@ -251,6 +251,10 @@ A238 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_void_p, c_void_p, 
 A239 = ((KeliSize, c_int, c_void_p), "kernelSize dstRoiWidth pBufferSize")
 A240 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_void_p, KeliSize, KeliPoint, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize pKernel kernelSize anchor pBuffer")
 A241 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
+A242 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
+A243 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
+A244 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
+A245 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2719,4 +2723,28 @@ EXPORTS = {
     "keliRemap_64f_C3R": (KelStatus, *A241),
     "keliRemap_64f_C4R": (KelStatus, *A241),
     "keliRemap_64f_AC4R": (KelStatus, *A241),
+    "keliFFTGetSize_R_32f": (KelStatus, *A242),
+    "keliFFTInit_R_32f": (KelStatus, *A243),
+    "keliFFTGetSize_C_32fc": (KelStatus, *A242),
+    "keliFFTInit_C_32fc": (KelStatus, *A243),
+    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A244),
+    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A244),
+    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A244),
+    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A244),
+    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A245),
+    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A245),
+    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A245),
+    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A245),
+    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A244),
+    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A244),
+    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A244),
+    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A244),
+    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A245),
+    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A245),
+    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A245),
+    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A245),
+    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A244),
+    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A244),
+    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A245),
+    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A245),
 }

@@ -621,4 +621,42 @@ KelStatus st = keliRemap_8u_C1R(src, size, sStep, &roi, mx, mxStep, my, myStep, 
 ```""",
         'keliRemap_8u_C1R keliRemap_8u_C3R keliRemap_8u_C4R keliRemap_8u_AC4R keliRemap_16u_C1R keliRemap_16u_C3R keliRemap_16u_C4R keliRemap_16u_AC4R keliRemap_16s_C1R keliRemap_16s_C3R keliRemap_16s_C4R keliRemap_16s_AC4R keliRemap_32f_C1R keliRemap_32f_C3R keliRemap_32f_C4R keliRemap_32f_AC4R keliRemap_64f_C1R keliRemap_64f_C3R keliRemap_64f_C4R keliRemap_64f_AC4R',
     ),
+    "frequency/fft": (
+        'Two-dimensional FFT',
+        """Two-dimensional fast Fourier transforms of `2^orderX` by `2^orderY` images.
+`keliFFTFwd_RToPack_32f` transforms a real image into the packed real layout of the same size
+(rows packed as `Re X(0)`, then `Re`, `Im` pairs, then `Re X(W/2)`; columns 0 and `W - 1`
+packed again down the column; the column pairs between hold complex sequences);
+`keliFFTInv_PackToR_32f` inverts it. `keliFFTFwd_CToC_32fc` and `keliFFTInv_CToC_32fc` transform
+complex images. The forward transform uses `e^(-2 pi i u x / N)`, the inverse `e^(+...)`.
+`keliFFTGetSize_*` gives the spec, init and work sizes; `keliFFTInit_*` fills the spec (any
+alignment: it is aligned up to 64 inside the block; `pMemInit` is needed from order 11 and may
+be freed after init).
+
+**Scaling** (`flag`): 1 scales the forward transform by `1/(W H)`, 2 the inverse, 4 both by
+`1/sqrt(W H)`, 8 neither. **Accuracy**: single-precision rounding; the relative error against an
+exact transform stays within a few `2^-24 log2(W H)`. Within the library results are fixed:
+in place equals out of place, and each channel of C3, C4 and AC4 equals the C1 transform of
+its plane.
+
+**In place and AC4.** `I` forms run in place. AC4 transforms three channels and never writes
+the fourth.
+
+**Checks, in order.** GetSize: a null size pointer `kelStatusNullPtr`, then per 1-D length an
+order past the limit (complex 28, real 29, compared unsigned) `kelStatusBadFftOrder`, a `flag`
+other than 1, 2, 4, 8 `kelStatusBadFftFlag`; sizes past 2^31 - 1 `kelStatusSizeOverflow`.
+Init: an order of 31 or more, `pSpec` null, then the same 1-D checks and, from order 11, a null
+`pMemInit`. Transforms: `pSpec` null, a spec of the other kind `kelStatusSpecMismatch`, `pSrc` or
+`pDst` null, a step below 1 `kelStatusBadStep`, `pBuffer` null where the spec needs one. Nothing
+is written on an error.
+
+```c
+int specSize, initSize, bufSize;
+keliFFTGetSize_R_32f(9, 9, 1, kelAlgHintNone, &specSize, &initSize, &bufSize);   // 512x512
+// allocate spec, init and buffer, then:
+keliFFTInit_R_32f(9, 9, 1, kelAlgHintNone, spec, init);
+KelStatus st = keliFFTFwd_RToPack_32f_C1R(img, step, freq, fStep, spec, buffer);
+```""",
+        'keliFFTGetSize_R_32f keliFFTInit_R_32f keliFFTGetSize_C_32fc keliFFTInit_C_32fc keliFFTFwd_RToPack_32f_C1R keliFFTFwd_RToPack_32f_C3R keliFFTFwd_RToPack_32f_C4R keliFFTFwd_RToPack_32f_AC4R keliFFTFwd_RToPack_32f_C1IR keliFFTFwd_RToPack_32f_C3IR keliFFTFwd_RToPack_32f_C4IR keliFFTFwd_RToPack_32f_AC4IR keliFFTInv_PackToR_32f_C1R keliFFTInv_PackToR_32f_C3R keliFFTInv_PackToR_32f_C4R keliFFTInv_PackToR_32f_AC4R keliFFTInv_PackToR_32f_C1IR keliFFTInv_PackToR_32f_C3IR keliFFTInv_PackToR_32f_C4IR keliFFTInv_PackToR_32f_AC4IR keliFFTFwd_CToC_32fc_C1R keliFFTInv_CToC_32fc_C1R keliFFTFwd_CToC_32fc_C1IR keliFFTInv_CToC_32fc_C1IR',
+    ),
 }
