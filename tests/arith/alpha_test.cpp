@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -519,6 +520,71 @@ TEST(CompColorKey, OneDifferingChannelKeepsSrc1)
     ASSERT_EQ(keliCompColorKey_8u_C3R(a, 6, b, 6, d, 6, {2, 1}, key), kelStatusOk);
     const Kel8u want[6] = {1, 2, 3, 10, 21, 30};
     for (int i = 0; i < 6; ++i) EXPECT_EQ(d[i], want[i]) << i;
+}
+
+// Pointers, size, steps (all but keliAlphaComp), then the operation: the first failure is the
+// result and nothing is written.
+TEST(AlphaComp, ArgumentChecksInOrderWriteNothing)
+{
+    Kel8u s[64] = {}, d[64];
+    Kel16u s16[64] = {}, d16[64];
+    const Kel8u* sp[4] = {s, s, s, s};
+    const Kel8u* sHole[4] = {s, s, nullptr, s};
+    Kel8u* dp[4] = {d, d, d, d};
+    const Kel16u* sp16[4] = {s16, s16, s16, s16};
+    Kel16u* dp16[4] = {d16, d16, d16, d16};
+    Kel16u* dHole16[4] = {d16, d16, d16, nullptr};
+    const Kel8u key[4] = {1, 2, 3, 4};
+    const KeliSize ok{2, 2}, empty{0, 2}, negative{2, -1};
+    const auto bad = static_cast<KeliAlphaType>(12), below = static_cast<KeliAlphaType>(-1);
+    const auto plus = kelAlphaPlus, premul = kelAlphaOverPremul;
+    struct Case {
+        const char* what;
+        KelStatus want;
+        std::function<KelStatus()> call;
+    } cases[] = {
+        {"comp null src1", kelStatusNullPtr, [&] { return keliAlphaComp_8u_AC4R(nullptr, 8, s, 8, d, 8, empty, bad); }},
+        {"comp null dst", kelStatusNullPtr, [&] { return keliAlphaComp_8u_AC4R(s, 8, s, 8, nullptr, 8, ok, bad); }},
+        {"comp size", kelStatusBadSize, [&] { return keliAlphaComp_8u_AC4R(s, 8, s, 8, d, 8, empty, bad); }},
+        {"comp size", kelStatusBadSize, [&] { return keliAlphaComp_32f_AC1R((float*)s, 0, (float*)s, 0, (float*)d, 0, negative, bad); }},
+        {"comp op 12", kelStatusBadAlphaType, [&] { return keliAlphaComp_8u_AC4R(s, 0, s, -8, d, 0, ok, bad); }},
+        {"comp op -1", kelStatusBadAlphaType, [&] { return keliAlphaComp_16s_AC4IR((Kel16s*)s, 8, (Kel16s*)d, 8, ok, below); }},
+        {"comp planes null array", kelStatusNullPtr, [&] { return keliAlphaComp_8u_AP4R(nullptr, 8, sp, 8, dp, 8, empty, bad); }},
+        {"comp planes null plane", kelStatusNullPtr, [&] { return keliAlphaComp_8u_AP4R(sp, 8, sHole, 8, dp, 8, empty, bad); }},
+        {"comp planes op", kelStatusBadAlphaType, [&] { return keliAlphaComp_16u_AP4IR(sp16, 0, dp16, 0, ok, bad); }},
+        {"compC null", kelStatusNullPtr, [&] { return keliAlphaCompC_8u_C3R(s, 0, 1, nullptr, 0, 1, d, 0, empty, bad); }},
+        {"compC size", kelStatusBadSize, [&] { return keliAlphaCompC_8u_C3R(s, 0, 1, s, 0, 1, d, 0, negative, bad); }},
+        {"compC step", kelStatusBadStep, [&] { return keliAlphaCompC_8u_C3R(s, 8, 1, s, 0, 1, d, 8, ok, bad); }},
+        {"compC step", kelStatusBadStep, [&] { return keliAlphaCompC_32s_C1IR((Kel32s*)s, 8, 1, (Kel32s*)d, -8, 1, ok, bad); }},
+        {"compC op", kelStatusBadAlphaType, [&] { return keliAlphaCompC_8u_C3R(s, 8, 1, s, 8, 1, d, 8, ok, bad); }},
+        {"compC planes null plane", kelStatusNullPtr, [&] { return keliAlphaCompC_16u_AP4IR(sp16, 0, 1, dHole16, 0, 1, empty, bad); }},
+        {"compC planes step", kelStatusBadStep, [&] { return keliAlphaCompC_16u_AP4R(sp16, 8, 1, sp16, 8, 1, dp16, 0, ok, bad); }},
+        {"premul null", kelStatusNullPtr, [&] { return keliAlphaPremul_8u_AC4R(nullptr, 0, d, 0, empty); }},
+        {"premul size", kelStatusBadSize, [&] { return keliAlphaPremul_16u_AC4IR(d16, 0, empty); }},
+        {"premul step", kelStatusBadStep, [&] { return keliAlphaPremul_8u_AC4R(s, 0, d, 8, ok); }},
+        {"premul planes null plane", kelStatusNullPtr, [&] { return keliAlphaPremul_16u_AP4IR(dHole16, 0, empty); }},
+        {"premul planes step", kelStatusBadStep, [&] { return keliAlphaPremul_8u_AP4R(sp, 8, dp, -8, ok); }},
+        {"premulC null", kelStatusNullPtr, [&] { return keliAlphaPremulC_8u_C3IR(1, nullptr, 0, empty); }},
+        {"premulC size", kelStatusBadSize, [&] { return keliAlphaPremulC_16u_AC4R(s16, 0, 1, d16, 0, negative); }},
+        {"premulC step", kelStatusBadStep, [&] { return keliAlphaPremulC_8u_AP4R(sp, 0, 1, dp, 8, ok); }},
+        {"key null key", kelStatusNullPtr, [&] { return keliCompColorKey_8u_C3R(s, 0, s, 0, d, 0, empty, nullptr); }},
+        {"key size", kelStatusBadSize, [&] { return keliCompColorKey_16s_C1R((Kel16s*)s, 0, (Kel16s*)s, 0, (Kel16s*)d, 0, empty, 0); }},
+        {"key step", kelStatusBadStep, [&] { return keliCompColorKey_8u_C4R(s, 8, s, 8, d, 0, ok, key); }},
+        {"alpha key null", kelStatusNullPtr, [&] { return keliAlphaCompColorKey_8u_AC4R(s, 0, 1, s, 0, 1, d, 0, empty, nullptr, premul); }},
+        {"alpha key size", kelStatusBadSize, [&] { return keliAlphaCompColorKey_8u_AC4R(s, 0, 1, s, 0, 1, d, 0, empty, key, premul); }},
+        {"alpha key step", kelStatusBadStep, [&] { return keliAlphaCompColorKey_8u_AC4R(s, 8, 1, s, -8, 1, d, 8, ok, key, premul); }},
+        {"alpha key premultiplied op", kelStatusBadAlphaType, [&] { return keliAlphaCompColorKey_8u_AC4R(s, 8, 1, s, 8, 1, d, 8, ok, key, premul); }},
+    };
+    std::memset(d, 0xA5, sizeof d);
+    std::memset(d16, 0xA5, sizeof d16);
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.call(), c.want) << c.what;
+        for (Kel8u v : d) ASSERT_EQ(v, 0xA5) << c.what;
+        for (Kel16u v : d16) ASSERT_EQ(v, 0xA5A5) << c.what;
+    }
+    // keliAlphaComp takes its steps as given, and keliAlphaCompColorKey takes Plus.
+    EXPECT_EQ(keliAlphaComp_8u_AC4R(s, 0, s, -8, d + 32, 0, ok, plus), kelStatusOk);
+    EXPECT_EQ(keliAlphaCompColorKey_8u_AC4R(s, 8, 1, s, 8, 1, d, 8, ok, key, plus), kelStatusOk);
 }
 
 }  // namespace
