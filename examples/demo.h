@@ -33,6 +33,7 @@ double demo_speed(void (*fn)(void*), void* arg, double pixels);
 void demo_frame(Demo* d);
 void demo_arith_add_sub(Demo* d);
 void demo_arith_mul_div(Demo* d);
+void demo_arith_alpha(Demo* d);
 void demo_move_copy(Demo* d);
 void demo_move_border(Demo* d);
 void demo_move_convert(Demo* d);

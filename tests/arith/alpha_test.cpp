@@ -81,6 +81,20 @@ void expect_image(const Image<T>& got, const std::vector<std::uint8_t>& before, 
             }
 }
 
+template <class T, class Out, class InPlace, class Want>
+void check_planes(Planes<T>& d, Planes<T>& io, const Planes<T>& io0, Out out, InPlace inPlace, Want want)
+{
+    std::vector<std::vector<std::uint8_t>> before;
+    for (int c = 0; c < 4; ++c) before.push_back(d.p[c].snapshot());
+    ASSERT_EQ(out(), kelStatusOk);
+    ASSERT_EQ(inPlace(), kelStatusOk) << "in place";
+    for (int c = 0; c < 4; ++c) {
+        const auto plane = [&](int x, int y, int) { return want(c, x, y); };
+        expect_image(d.p[c], before[c], plane, "plane " + std::to_string(c));
+        expect_image(io.p[c], io0.p[c].snapshot(), plane, "in place, plane " + std::to_string(c));
+    }
+}
+
 // Runs call() on dst (expected status Ok) and checks it against want.
 template <class T, class Call, class Want> void check(Image<T>& dst, Call call, Want want, const std::string& what)
 {
@@ -150,19 +164,15 @@ template <class T> void sweep_comp(const char* name, const CompForms<T>& f)
         Planes<T> a(rng, w, h, op), b(rng, w, h, op + 1), d(rng, w, h, op + 2);
         Planes<T> io = b;
         const Planes<T> b0 = b;
-        std::vector<std::vector<std::uint8_t>> before;
-        for (int c = 0; c < 4; ++c) before.push_back(d.p[c].snapshot());
-        ASSERT_EQ(f.ap4(a.cptr(), a.step(), b.cptr(), b.step(), d.ptr(), d.step(), a.p[0].size(), op_of(op)), kelStatusOk);
-        ASSERT_EQ(f.ap4i(a.cptr(), a.step(), io.ptr(), io.step(), a.p[0].size(), op_of(op)), kelStatusOk);
-        for (int c = 0; c < 4; ++c) {
-            const auto want = [&](int x, int y, int) {
+        check_planes(
+            d, io, b0,
+            [&] { return f.ap4(a.cptr(), a.step(), b.cptr(), b.step(), d.ptr(), d.step(), a.p[0].size(), op_of(op)); },
+            [&] { return f.ap4i(a.cptr(), a.step(), io.ptr(), io.step(), a.p[0].size(), op_of(op)); },
+            [&](int c, int x, int y) {
                 const T al = a.p[3].at(x, y), bl = b0.p[3].at(x, y);
                 return c == 3 ? model::alpha<T>(op, al, bl)
                               : model::colour<T>(op, a.p[c].at(x, y), al, b0.p[c].at(x, y), bl);
-            };
-            expect_image(d.p[c], before[c], want, "AP4R plane " + std::to_string(c));
-            expect_image(io.p[c], b0.p[c].snapshot(), want, "AP4IR plane " + std::to_string(c));
-        }
+            });
     });
 }
 
@@ -224,17 +234,12 @@ void sweep_comp_c(std::initializer_list<CompCForm<T>> forms, CompCP<T> ap4 = nul
         Planes<T> io = b;
         const T a1 = draw<T>(rng), a2 = draw<T>(rng);
         const auto type = static_cast<KeliAlphaType>(op);
-        std::vector<std::vector<std::uint8_t>> before;
-        for (int c = 0; c < 4; ++c) before.push_back(d.p[c].snapshot());
-        ASSERT_EQ(ap4(a.cptr(), a.step(), a1, b.cptr(), b.step(), a2, d.ptr(), d.step(), a.p[0].size(), type), kelStatusOk);
-        ASSERT_EQ(ap4i(a.cptr(), a.step(), a1, io.ptr(), io.step(), a2, a.p[0].size(), type), kelStatusOk);
-        for (int c = 0; c < 4; ++c) {
-            const auto want = [&](int x, int y, int) {
+        check_planes(
+            d, io, b, [&] { return ap4(a.cptr(), a.step(), a1, b.cptr(), b.step(), a2, d.ptr(), d.step(), a.p[0].size(), type); },
+            [&] { return ap4i(a.cptr(), a.step(), a1, io.ptr(), io.step(), a2, a.p[0].size(), type); },
+            [&](int c, int x, int y) {
                 return c == 3 ? model::alpha<T>(op, a1, a2) : model::colour<T>(op, a.p[c].at(x, y), a1, b.p[c].at(x, y), a2);
-            };
-            expect_image(d.p[c], before[c], want, "AP4R plane " + std::to_string(c));
-            expect_image(io.p[c], b.p[c].snapshot(), want, "AP4IR plane " + std::to_string(c));
-        }
+            });
     });
 }
 
@@ -276,17 +281,12 @@ template <class T> void sweep_premul(const char* name, const PremulForms<T>& f)
         check(io, [&] { return f.ac4i(io.data(), io.step(), s.size()); }, want, "AC4IR");
         Planes<T> p(rng, w, h, w), q(rng, w, h, w + 2);
         Planes<T> pio = p;
-        std::vector<std::vector<std::uint8_t>> before;
-        for (int c = 0; c < 4; ++c) before.push_back(q.p[c].snapshot());
-        ASSERT_EQ(f.ap4(p.cptr(), p.step(), q.ptr(), q.step(), s.size()), kelStatusOk);
-        ASSERT_EQ(f.ap4i(pio.ptr(), pio.step(), s.size()), kelStatusOk);
-        for (int c = 0; c < 4; ++c) {
-            const auto wantP = [&](int x, int y, int) {
+        check_planes(
+            q, pio, p, [&] { return f.ap4(p.cptr(), p.step(), q.ptr(), q.step(), s.size()); },
+            [&] { return f.ap4i(pio.ptr(), pio.step(), s.size()); },
+            [&](int c, int x, int y) {
                 return c == 3 ? p.p[3].at(x, y) : model::premul<T>(p.p[c].at(x, y), p.p[3].at(x, y));
-            };
-            expect_image(q.p[c], before[c], wantP, "AP4R plane " + std::to_string(c));
-            expect_image(pio.p[c], p.p[c].snapshot(), wantP, "AP4IR plane " + std::to_string(c));
-        }
+            });
     });
 }
 
@@ -327,17 +327,10 @@ void sweep_premul_c(std::initializer_list<PremulCForm<T>> forms,
         Planes<T> p(rng, w, h, w), q(rng, w, h, w + 2);
         Planes<T> pio = p;
         const T alpha = draw<T>(rng);
-        std::vector<std::vector<std::uint8_t>> before;
-        for (int c = 0; c < 4; ++c) before.push_back(q.p[c].snapshot());
-        ASSERT_EQ(ap4(p.cptr(), p.step(), alpha, q.ptr(), q.step(), p.p[0].size()), kelStatusOk);
-        ASSERT_EQ(ap4i(alpha, pio.ptr(), pio.step(), p.p[0].size()), kelStatusOk);
-        for (int c = 0; c < 4; ++c) {
-            const auto want = [&](int x, int y, int) {
-                return c == 3 ? p.p[3].at(x, y) : model::premul<T>(p.p[c].at(x, y), alpha);
-            };
-            expect_image(q.p[c], before[c], want, "AP4R plane " + std::to_string(c));
-            expect_image(pio.p[c], p.p[c].snapshot(), want, "AP4IR plane " + std::to_string(c));
-        }
+        check_planes(
+            q, pio, p, [&] { return ap4(p.cptr(), p.step(), alpha, q.ptr(), q.step(), p.p[0].size()); },
+            [&] { return ap4i(alpha, pio.ptr(), pio.step(), p.p[0].size()); },
+            [&](int c, int x, int y) { return c == 3 ? p.p[3].at(x, y) : model::premul<T>(p.p[c].at(x, y), alpha); });
     });
 }
 

@@ -1,10 +1,12 @@
 // Vector alpha composition of 16u elements. Eight elements are handled as two halves of four
 // 32-bit lanes. A two-factor product (below 2^32) and its rounding t = x + 32768,
 // (t + (t >> 16)) >> 16 fit unsigned 32-bit lanes: t + (t >> 16) is at most 65535^2 + 32768 +
-// 65534 < 2^32. A three-factor product (below 2^48) is formed in 64f, where it is exact, and
-// divided by 65535^2 there: (x + 65535^2 / 2) / 65535^2 is at least 1 / (2 * 65535^2) away
-// from the next integer unless it is one, far more than the rounding error of one division
-// (2^-37 near 65536), so its floor is the exact half-up quotient. The unsigned pack saturates.
+// 65534 < 2^32. A three-factor product x (below 2^48) is formed in 64f, where it is exact, and
+// its half-up quotient floor((x + D/2) / D), D = 65535^2, is taken as the truncated product of
+// x + D/2 (exact too) with the 64f reciprocal of D. (x + D/2) / D = (2x + D) / 2D has an odd
+// numerator over an even denominator, so it is never an integer and lies at least 1 / 2D
+// (1.2e-10) from one; the two roundings of the product move it by less than 2^-36 (1.5e-11) below
+// 65536, so the truncation always lands on the exact quotient. The unsigned pack saturates.
 #pragma once
 
 #include "arith/rows/alpha_lanes.hpp"
@@ -41,10 +43,10 @@ inline Pair m1(__m128i x, __m128i y) { return m1(product(x, y)); }
 // c * k1 * k2 / 65535^2, half up, for the four 32-bit lanes of each argument.
 inline __m128i m2_half(__m128i c, __m128i k1, __m128i k2)
 {
-    const __m128d d = _mm_set1_pd(65535.0 * 65535.0), half = _mm_set1_pd(65535.0 * 65535.0 / 2);
+    const __m128d inverse = _mm_set1_pd(1.0 / (65535.0 * 65535.0)), half = _mm_set1_pd(65535.0 * 65535.0 / 2);
     auto two = [&](__m128i c, __m128i k1, __m128i k2) {
         const __m128d x = _mm_mul_pd(_mm_mul_pd(_mm_cvtepi32_pd(c), _mm_cvtepi32_pd(k1)), _mm_cvtepi32_pd(k2));
-        return _mm_cvttpd_epi32(_mm_floor_pd(_mm_div_pd(_mm_add_pd(x, half), d)));
+        return _mm_cvttpd_epi32(_mm_mul_pd(_mm_add_pd(x, half), inverse));
     };
     auto high = [](__m128i v) { return _mm_shuffle_epi32(v, 0xEE); };
     return _mm_unpacklo_epi64(two(c, k1, k2), two(high(c), high(k1), high(k2)));
