@@ -47,7 +47,9 @@ inline KelStatus alpha_comp_color_key_image(const Kel8u* pSrc1, int src1Step, Ke
     const std::size_t width = static_cast<std::size_t>(roi.width);
     walk_rows(
         roi.height,
-        [&](const Kel8u* x, const Kel8u* y, Kel8u* d) { rows::color_key::key_comp_pixels(f, x, y, d, width, colorKey); },
+        [&](const Kel8u* x, const Kel8u* y, Kel8u* d) {
+            rows::color_key::key_comp_pixels(f, x, y, d, width, colorKey);
+        },
         row_ptr(pSrc1, src1Step), row_ptr(pSrc2, src2Step), row_ptr(pDst, dstStep));
     return kelStatusOk;
 }

@@ -103,7 +103,8 @@ template <class T, int Op> inline void comp_const_pixels(const T* c1, const T* c
         }
     }
     for (; i < pixels; ++i) {
-        for (std::size_t c = 0; c < 3; ++c) d[4 * i + c] = Rule<T>::template colour<Op>(c1[4 * i + c], a, c2[4 * i + c], b);
+        for (std::size_t c = 0; c < 3; ++c)
+            d[4 * i + c] = Rule<T>::template colour<Op>(c1[4 * i + c], a, c2[4 * i + c], b);
         d[4 * i + 3] = alpha;
     }
 }

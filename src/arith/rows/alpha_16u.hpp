@@ -118,7 +118,10 @@ template <> struct Lanes<Kel16u> {
     static constexpr bool kVector = true;
     using V = __m128i;
 
-    template <int Op> static V colour(V c1, V a, V c2, V b) { return lanes16u::pack(lanes16u::colour<Op>(c1, a, c2, b)); }
+    template <int Op> static V colour(V c1, V a, V c2, V b)
+    {
+        return lanes16u::pack(lanes16u::colour<Op>(c1, a, c2, b));
+    }
     template <int Op> static V alpha(V a, V b) { return lanes16u::alpha<Op>(a, b); }
 
     // Two interleaved pixels.

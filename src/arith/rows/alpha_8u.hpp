@@ -102,21 +102,26 @@ template <> struct Lanes<Kel8u> {
 
     template <int Op> static V colour(V c1, V a, V c2, V b)
     {
-        return _mm_packus_epi16(lanes8u::colour<Op>(lanes8u::lo16(c1), lanes8u::lo16(a), lanes8u::lo16(c2), lanes8u::lo16(b)),
-                                lanes8u::colour<Op>(lanes8u::hi16(c1), lanes8u::hi16(a), lanes8u::hi16(c2), lanes8u::hi16(b)));
+        using lanes8u::hi16, lanes8u::lo16;
+        return _mm_packus_epi16(lanes8u::colour<Op>(lo16(c1), lo16(a), lo16(c2), lo16(b)),
+                                lanes8u::colour<Op>(hi16(c1), hi16(a), hi16(c2), hi16(b)));
     }
 
     template <int Op> static V alpha(V a, V b)
     {
-        return _mm_packus_epi16(lanes8u::alpha<Op>(lanes8u::lo16(a), lanes8u::lo16(b)), lanes8u::alpha<Op>(lanes8u::hi16(a), lanes8u::hi16(b)));
+        using lanes8u::hi16, lanes8u::lo16;
+        return _mm_packus_epi16(lanes8u::alpha<Op>(lo16(a), lo16(b)), lanes8u::alpha<Op>(hi16(a), hi16(b)));
     }
 
     // Four interleaved pixels: colour elements by the operation, the fourth by the alpha rule.
     template <int Op> static V pixels(V s1, V s2)
     {
+        using lanes8u::hi16, lanes8u::lo16;
         const V a = lanes8u::spread_alpha(s1), b = lanes8u::spread_alpha(s2);
-        auto half = [](V c1, V a, V c2, V b) { return _mm_blend_epi16(lanes8u::colour<Op>(c1, a, c2, b), lanes8u::alpha<Op>(a, b), 0x88); };
-        return _mm_packus_epi16(half(lanes8u::lo16(s1), lanes8u::lo16(a), lanes8u::lo16(s2), lanes8u::lo16(b)), half(lanes8u::hi16(s1), lanes8u::hi16(a), lanes8u::hi16(s2), lanes8u::hi16(b)));
+        auto half = [](V c1, V a, V c2, V b) {
+            return _mm_blend_epi16(lanes8u::colour<Op>(c1, a, c2, b), lanes8u::alpha<Op>(a, b), 0x88);
+        };
+        return _mm_packus_epi16(half(lo16(s1), lo16(a), lo16(s2), lo16(b)), half(hi16(s1), hi16(a), hi16(s2), hi16(b)));
     }
 
     // Colour lanes of AC4 pixels from `colour`, alpha lanes from `alpha`.
@@ -125,7 +130,8 @@ template <> struct Lanes<Kel8u> {
     // c * m / 255 element by element.
     static V scale(V c, V m)
     {
-        return _mm_packus_epi16(lanes8u::m1(lanes8u::mul(lanes8u::lo16(c), lanes8u::lo16(m))), lanes8u::m1(lanes8u::mul(lanes8u::hi16(c), lanes8u::hi16(m))));
+        using lanes8u::hi16, lanes8u::lo16, lanes8u::m1, lanes8u::mul;
+        return _mm_packus_epi16(m1(mul(lo16(c), lo16(m))), m1(mul(hi16(c), hi16(m))));
     }
 
     // The multipliers of premultiplication: each pixel's alpha for its colour, and 255 for its

@@ -152,9 +152,12 @@ inline Kel8u key_compose(const KeyComposition& f, Kel8u c1, Kel8u c2)
 
 namespace detail {
 
-inline __m128i compose4(const KeyComposition& f, __m128i c1, __m128i c2)
+// The four elements in the low bytes of x and y.
+inline __m128i compose4(const KeyComposition& f, __m128i x, __m128i y)
 {
-    const __m128i num = _mm_add_epi32(_mm_mullo_epi32(c1, _mm_set1_epi32(f.k1)), _mm_mullo_epi32(c2, _mm_set1_epi32(f.k2)));
+    const __m128i c1 = _mm_cvtepu8_epi32(x), c2 = _mm_cvtepu8_epi32(y);
+    const __m128i num =
+        _mm_add_epi32(_mm_mullo_epi32(c1, _mm_set1_epi32(f.k1)), _mm_mullo_epi32(c2, _mm_set1_epi32(f.k2)));
     __m128 v = _mm_mul_ps(_mm_cvtepi32_ps(num), _mm_set1_ps(kInv255));
     if (f.twice) v = _mm_mul_ps(v, _mm_set1_ps(kInv255));
     return _mm_cvtps_epi32(v);
@@ -173,10 +176,10 @@ inline void key_comp_pixels(const KeyComposition& f, const Kel8u* s1, const Kel8
     for (; p + 4 <= pixels; p += 4) {
         const __m128i x = simd::loadu(s1 + 4 * p), y = simd::loadu(s2 + 4 * p), old = simd::loadu(d + 4 * p);
         // Pixel i's elements: bytes 4i ... 4i + 3 of x and y.
-        const __m128i r0 = detail::compose4(f, _mm_cvtepu8_epi32(x), _mm_cvtepu8_epi32(y));
-        const __m128i r1 = detail::compose4(f, _mm_cvtepu8_epi32(_mm_srli_si128(x, 4)), _mm_cvtepu8_epi32(_mm_srli_si128(y, 4)));
-        const __m128i r2 = detail::compose4(f, _mm_cvtepu8_epi32(_mm_srli_si128(x, 8)), _mm_cvtepu8_epi32(_mm_srli_si128(y, 8)));
-        const __m128i r3 = detail::compose4(f, _mm_cvtepu8_epi32(_mm_srli_si128(x, 12)), _mm_cvtepu8_epi32(_mm_srli_si128(y, 12)));
+        const __m128i r0 = detail::compose4(f, x, y);
+        const __m128i r1 = detail::compose4(f, _mm_srli_si128(x, 4), _mm_srli_si128(y, 4));
+        const __m128i r2 = detail::compose4(f, _mm_srli_si128(x, 8), _mm_srli_si128(y, 8));
+        const __m128i r3 = detail::compose4(f, _mm_srli_si128(x, 12), _mm_srli_si128(y, 12));
         // Results are at least 0, so the signed packs only limit them to 255.
         const __m128i composed = _mm_packus_epi16(_mm_packs_epi32(r0, r1), _mm_packs_epi32(r2, r3));
         const __m128i colour = _mm_blendv_epi8(composed, y, _mm_cmpeq_epi32(x, k));
