@@ -576,7 +576,7 @@ TEST(AlphaComp, ArgumentChecksInOrderWriteNothing)
         for (Kel16u v : d16) ASSERT_EQ(v, 0xA5A5) << c.what;
     }
     // keliAlphaComp takes its steps as given, and keliAlphaCompColorKey takes Plus.
-    EXPECT_EQ(keliAlphaComp_8u_AC4R(s, 0, s, -8, d + 32, 0, ok, plus), kelStatusOk);
+    EXPECT_EQ(keliAlphaComp_8u_AC4R(s, 0, s + 32, -8, d + 32, 0, ok, plus), kelStatusOk);
     EXPECT_EQ(keliAlphaCompColorKey_8u_AC4R(s, 8, 1, s, 8, 1, d, 8, ok, key, plus), kelStatusOk);
 }
 
