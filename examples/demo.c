@@ -16,6 +16,7 @@ int main(int argc, char** argv)
     demo_arith_add_sub(&d);
     demo_arith_mul_div(&d);
     demo_arith_elementary(&d);
+    demo_arith_alpha(&d);
     demo_move_copy(&d);
     demo_move_border(&d);
     demo_move_convert(&d);

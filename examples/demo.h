@@ -34,6 +34,7 @@ void demo_frame(Demo* d);
 void demo_arith_add_sub(Demo* d);
 void demo_arith_mul_div(Demo* d);
 void demo_arith_elementary(Demo* d);
+void demo_arith_alpha(Demo* d);
 void demo_move_copy(Demo* d);
 void demo_move_border(Demo* d);
 void demo_move_convert(Demo* d);

@@ -151,6 +151,22 @@ typedef enum {
     kelNormL2 = 4
 } KelNormType;
 
+/* Composition operations of keliAlphaComp*: colours taken plain (0-5) or premultiplied (6-11). */
+typedef enum {
+    kelAlphaOver = 0,
+    kelAlphaIn = 1,
+    kelAlphaOut = 2,
+    kelAlphaATop = 3,
+    kelAlphaXor = 4,
+    kelAlphaPlus = 5,
+    kelAlphaOverPremul = 6,
+    kelAlphaInPremul = 7,
+    kelAlphaOutPremul = 8,
+    kelAlphaATopPremul = 9,
+    kelAlphaXorPremul = 10,
+    kelAlphaPlusPremul = 11
+} KeliAlphaType;
+
 /* Flags of keliCopyManaged_8u_C1R: how the copy uses the caches. */
 typedef enum {
     kelCopyNonTemporalStore = 1, /* stores bypass the caches */
