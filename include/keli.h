@@ -430,6 +430,128 @@ KELI_API KelStatus keliSubC_32f_C3IR_L(const Kel32f* pValue, Kel32f* pSrcDst, in
 KELI_API KelStatus keliSubC_32f_C4IR_L(const Kel32f* pValue, Kel32f* pSrcDst, int64_t srcDstStep, KeliSizeL roiSize);
 KELI_API KelStatus keliSubC_32f_AC4IR_L(const Kel32f* pValue, Kel32f* pSrcDst, int64_t srcDstStep, KeliSizeL roiSize);
 
+/* ---- Alpha composition and colour keys */
+/*
+ * `keliAlphaComp` and `keliAlphaCompC` combine two images by a compositing operation
+ * (`alphaType`): Over 0, In 1, Out 2, ATop 3, Xor 4, Plus 5, and the same on premultiplied colour
+ * 6 to 11. Alpha comes from the images (AC4 and AP4: the fourth element or plane; AC1: images
+ * of alpha alone) or from the constants `alpha1`, `alpha2`. With `a`, `b` the alphas in [0, 1]:
+ * the result alpha is Over `(1-a)b + a`, In `ab`, Out `(1-b)a`, ATop `b`, Xor `(1-2a)b + a`, Plus
+ * `a + b`; colours (premultiplied by their alpha in ops 0 to 5) become Over `p1 + (1-a)p2`, In
+ * `p1 b`, Out `p1 (1-b)`, ATop `p1 b + p2 (1-a)`, Xor `p1 (1-b) + p2 (1-a)`, Plus `p1 + p2`.
+ * `keliAlphaPremul(C)`: colour times alpha (of the pixel, or the constant). `keliCompColorKey`:
+ * the `src2` pixel where the `src1` pixel equals `colorKey` exactly, else the `src1` pixel;
+ * `keliAlphaCompColorKey_8u_AC4R` composes with constants elsewhere.
+ *
+ * **Rounding and saturation.** 8u: alpha is an integer over 255; a product of two 8-bit factors
+ * divides by 255 as `t = x + 128; (t + (t >> 8)) >> 8`, one of three factors as
+ * `t = x + 32768; ((t >> 7) + t - (t >> 16)) >> 16`; each term is rounded, then summed and
+ * saturated. 16u the same over 65535 (exact in 64 bits). 16s, 32s, 32u: alpha 1.0 is the type's
+ * largest value, negative alpha counts as 0, products divided exactly and rounded half up.
+ * 32f computes in 32f in the written order, Plus unclamped.
+ *
+ * **In place and AC4.** `I` forms run in place. AC4 and AP4 results carry the result alpha;
+ * AlphaPremul keeps the source alpha; the colour-key forms never write the destination alpha.
+ *
+ * **Checks, in order.** AlphaComp: null pointer `kelStatusNullPtr`, size `kelStatusBadSize`,
+ * `alphaType` above 11 `kelStatusBadAlphaType` (no step check). The other families: pointers,
+ * size, a step below 1 `kelStatusBadStep`, then `alphaType` where there is one
+ * (AlphaCompColorKey accepts 0 to 5 only). No warnings; nothing is written on an error.
+ *
+ * ```c
+ * // an RGBA sprite over an RGBA background
+ * KelStatus st = keliAlphaComp_8u_AC4R(sprite, sStep, back, bStep, out, oStep, roi, kelAlphaOver);
+ * ```
+ */
+KELI_API KelStatus keliAlphaComp_8u_AC1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_8u_AC4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_16u_AC1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_16u_AC4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_16s_AC1R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_16s_AC4R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32u_AC1R(const Kel32u* pSrc1, int src1Step, const Kel32u* pSrc2, int src2Step, Kel32u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32u_AC4R(const Kel32u* pSrc1, int src1Step, const Kel32u* pSrc2, int src2Step, Kel32u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32s_AC1R(const Kel32s* pSrc1, int src1Step, const Kel32s* pSrc2, int src2Step, Kel32s* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32s_AC4R(const Kel32s* pSrc1, int src1Step, const Kel32s* pSrc2, int src2Step, Kel32s* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32f_AC1R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel32f* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32f_AC4R(const Kel32f* pSrc1, int src1Step, const Kel32f* pSrc2, int src2Step, Kel32f* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_8u_AC4IR(const Kel8u* pSrc, int srcStep, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_16u_AC4IR(const Kel16u* pSrc, int srcStep, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_16s_AC4IR(const Kel16s* pSrc, int srcStep, Kel16s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32u_AC4IR(const Kel32u* pSrc, int srcStep, Kel32u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32s_AC4IR(const Kel32s* pSrc, int srcStep, Kel32s* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_32f_AC4IR(const Kel32f* pSrc, int srcStep, Kel32f* pSrcDst, int srcDstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_8u_AP4R(const Kel8u* const pSrc1[4], int src1Step, const Kel8u* const pSrc2[4], int src2Step, Kel8u* const pDst[4], int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_16u_AP4R(const Kel16u* const pSrc1[4], int src1Step, const Kel16u* const pSrc2[4], int src2Step, Kel16u* const pDst[4], int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_8u_AP4IR(const Kel8u* const pSrc[4], int srcStep, Kel8u* const pSrcDst[4], int srcDstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaComp_16u_AP4IR(const Kel16u* const pSrc[4], int srcStep, Kel16u* const pSrcDst[4], int srcDstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_C1R(const Kel8u* pSrc1, int src1Step, Kel8u alpha1, const Kel8u* pSrc2, int src2Step, Kel8u alpha2, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_C1R(const Kel16u* pSrc1, int src1Step, Kel16u alpha1, const Kel16u* pSrc2, int src2Step, Kel16u alpha2, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16s_C1R(const Kel16s* pSrc1, int src1Step, Kel16s alpha1, const Kel16s* pSrc2, int src2Step, Kel16s alpha2, Kel16s* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_32u_C1R(const Kel32u* pSrc1, int src1Step, Kel32u alpha1, const Kel32u* pSrc2, int src2Step, Kel32u alpha2, Kel32u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_32s_C1R(const Kel32s* pSrc1, int src1Step, Kel32s alpha1, const Kel32s* pSrc2, int src2Step, Kel32s alpha2, Kel32s* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_32f_C1R(const Kel32f* pSrc1, int src1Step, Kel32f alpha1, const Kel32f* pSrc2, int src2Step, Kel32f alpha2, Kel32f* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_C1IR(const Kel8u* pSrc, int srcStep, Kel8u alpha1, Kel8u* pSrcDst, int srcDstStep, Kel8u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_C1IR(const Kel16u* pSrc, int srcStep, Kel16u alpha1, Kel16u* pSrcDst, int srcDstStep, Kel16u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16s_C1IR(const Kel16s* pSrc, int srcStep, Kel16s alpha1, Kel16s* pSrcDst, int srcDstStep, Kel16s alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_32u_C1IR(const Kel32u* pSrc, int srcStep, Kel32u alpha1, Kel32u* pSrcDst, int srcDstStep, Kel32u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_32s_C1IR(const Kel32s* pSrc, int srcStep, Kel32s alpha1, Kel32s* pSrcDst, int srcDstStep, Kel32s alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_32f_C1IR(const Kel32f* pSrc, int srcStep, Kel32f alpha1, Kel32f* pSrcDst, int srcDstStep, Kel32f alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_C3R(const Kel8u* pSrc1, int src1Step, Kel8u alpha1, const Kel8u* pSrc2, int src2Step, Kel8u alpha2, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_C4R(const Kel8u* pSrc1, int src1Step, Kel8u alpha1, const Kel8u* pSrc2, int src2Step, Kel8u alpha2, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_AC4R(const Kel8u* pSrc1, int src1Step, Kel8u alpha1, const Kel8u* pSrc2, int src2Step, Kel8u alpha2, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_C3R(const Kel16u* pSrc1, int src1Step, Kel16u alpha1, const Kel16u* pSrc2, int src2Step, Kel16u alpha2, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_C4R(const Kel16u* pSrc1, int src1Step, Kel16u alpha1, const Kel16u* pSrc2, int src2Step, Kel16u alpha2, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_AC4R(const Kel16u* pSrc1, int src1Step, Kel16u alpha1, const Kel16u* pSrc2, int src2Step, Kel16u alpha2, Kel16u* pDst, int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_C3IR(const Kel8u* pSrc, int srcStep, Kel8u alpha1, Kel8u* pSrcDst, int srcDstStep, Kel8u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_C4IR(const Kel8u* pSrc, int srcStep, Kel8u alpha1, Kel8u* pSrcDst, int srcDstStep, Kel8u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_AC4IR(const Kel8u* pSrc, int srcStep, Kel8u alpha1, Kel8u* pSrcDst, int srcDstStep, Kel8u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_C3IR(const Kel16u* pSrc, int srcStep, Kel16u alpha1, Kel16u* pSrcDst, int srcDstStep, Kel16u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_C4IR(const Kel16u* pSrc, int srcStep, Kel16u alpha1, Kel16u* pSrcDst, int srcDstStep, Kel16u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_AC4IR(const Kel16u* pSrc, int srcStep, Kel16u alpha1, Kel16u* pSrcDst, int srcDstStep, Kel16u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_AP4R(const Kel8u* const pSrc1[4], int src1Step, Kel8u alpha1, const Kel8u* const pSrc2[4], int src2Step, Kel8u alpha2, Kel8u* const pDst[4], int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_AP4R(const Kel16u* const pSrc1[4], int src1Step, Kel16u alpha1, const Kel16u* const pSrc2[4], int src2Step, Kel16u alpha2, Kel16u* const pDst[4], int dstStep, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_8u_AP4IR(const Kel8u* const pSrc[4], int srcStep, Kel8u alpha1, Kel8u* const pSrcDst[4], int srcDstStep, Kel8u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaCompC_16u_AP4IR(const Kel16u* const pSrc[4], int srcStep, Kel16u alpha1, Kel16u* const pSrcDst[4], int srcDstStep, Kel16u alpha2, KeliSize roiSize, KeliAlphaType alphaType);
+KELI_API KelStatus keliAlphaPremul_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremul_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremul_8u_AC4IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremul_16u_AC4IR(Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremul_8u_AP4R(const Kel8u* const pSrc[4], int srcStep, Kel8u* const pDst[4], int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremul_16u_AP4R(const Kel16u* const pSrc[4], int srcStep, Kel16u* const pDst[4], int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremul_8u_AP4IR(Kel8u* const pSrcDst[4], int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremul_16u_AP4IR(Kel16u* const pSrcDst[4], int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u alpha, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u alpha, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u alpha, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u alpha, Kel8u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u alpha, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u alpha, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u alpha, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u alpha, Kel16u* pDst, int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_C1IR(Kel8u alpha, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_C3IR(Kel8u alpha, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_C4IR(Kel8u alpha, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_AC4IR(Kel8u alpha, Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_C1IR(Kel16u alpha, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_C3IR(Kel16u alpha, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_C4IR(Kel16u alpha, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_AC4IR(Kel16u alpha, Kel16u* pSrcDst, int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_AP4R(const Kel8u* const pSrc[4], int srcStep, Kel8u alpha, Kel8u* const pDst[4], int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_AP4R(const Kel16u* const pSrc[4], int srcStep, Kel16u alpha, Kel16u* const pDst[4], int dstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_8u_AP4IR(Kel8u alpha, Kel8u* const pSrcDst[4], int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliAlphaPremulC_16u_AP4IR(Kel16u alpha, Kel16u* const pSrcDst[4], int srcDstStep, KeliSize roiSize);
+KELI_API KelStatus keliCompColorKey_8u_C1R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel8u colorKey);
+KELI_API KelStatus keliCompColorKey_16u_C1R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, Kel16u colorKey);
+KELI_API KelStatus keliCompColorKey_16s_C1R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, Kel16s colorKey);
+KELI_API KelStatus keliCompColorKey_8u_C3R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, const Kel8u colorKey[3]);
+KELI_API KelStatus keliCompColorKey_16u_C3R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, const Kel16u colorKey[3]);
+KELI_API KelStatus keliCompColorKey_16s_C3R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, const Kel16s colorKey[3]);
+KELI_API KelStatus keliCompColorKey_8u_C4R(const Kel8u* pSrc1, int src1Step, const Kel8u* pSrc2, int src2Step, Kel8u* pDst, int dstStep, KeliSize roiSize, const Kel8u colorKey[4]);
+KELI_API KelStatus keliCompColorKey_16u_C4R(const Kel16u* pSrc1, int src1Step, const Kel16u* pSrc2, int src2Step, Kel16u* pDst, int dstStep, KeliSize roiSize, const Kel16u colorKey[4]);
+KELI_API KelStatus keliCompColorKey_16s_C4R(const Kel16s* pSrc1, int src1Step, const Kel16s* pSrc2, int src2Step, Kel16s* pDst, int dstStep, KeliSize roiSize, const Kel16s colorKey[4]);
+KELI_API KelStatus keliAlphaCompColorKey_8u_AC4R(const Kel8u* pSrc1, int src1Step, Kel8u alpha1, const Kel8u* pSrc2, int src2Step, Kel8u alpha2, Kel8u* pDst, int dstStep, KeliSize roiSize, const Kel8u colorKey[4], KeliAlphaType alphaType);
+
 /* ---- Elementary functions and logic */
 /*
  * One function a pixel element. `keliSqr`: `a * a`; `keliSqrt`, `keliLn`, `keliExp`; `keliAnd`,

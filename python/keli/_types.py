@@ -212,6 +212,21 @@ class KelNormType(enum.IntEnum):
     kelNormL2 = 4
 
 
+class KeliAlphaType(enum.IntEnum):
+    kelAlphaOver = 0
+    kelAlphaIn = 1
+    kelAlphaOut = 2
+    kelAlphaATop = 3
+    kelAlphaXor = 4
+    kelAlphaPlus = 5
+    kelAlphaOverPremul = 6
+    kelAlphaInPremul = 7
+    kelAlphaOutPremul = 8
+    kelAlphaATopPremul = 9
+    kelAlphaXorPremul = 10
+    kelAlphaPlusPremul = 11
+
+
 class KelCopyManagedFlags(enum.IntEnum):
     kelCopyNonTemporalStore = 1
     kelCopyNonTemporalLoad = 2
@@ -314,6 +329,7 @@ __all__ = [
     "KeliAxis",
     "KelCmpOp",
     "KelNormType",
+    "KeliAlphaType",
     "KelCopyManagedFlags",
     "KelStatusCode",
 ]
