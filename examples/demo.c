@@ -24,6 +24,7 @@ int main(int argc, char** argv)
     demo_stats_norms(&d);
     demo_stats_products(&d);
     demo_stats_sad(&d);
+    demo_filter_min_max(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
     return d.failures ? 1 : 0;
 }

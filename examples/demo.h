@@ -42,5 +42,6 @@ void demo_stats_hist(Demo* d);
 void demo_stats_norms(Demo* d);
 void demo_stats_products(Demo* d);
 void demo_stats_sad(Demo* d);
+void demo_filter_min_max(Demo* d);
 
 #endif

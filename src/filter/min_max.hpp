@@ -96,14 +96,11 @@ inline KelStatus filter_min_max_buffer_size(KeliSize roi, KeliSize mask, KelData
     if (roi.width < 1 || roi.height < 1) return kelStatusBadSize;
     if (mask.width < 1 || mask.height < 1) return kelStatusBadMaskSize;
     if (numChannels != 1 && numChannels != 3 && numChannels != 4) return kelStatusBadChannelCount;
-    std::int64_t e;
-    switch (dataType) {
-    case kel8u: e = 1; break;
-    case kel16u:
-    case kel16s: e = 2; break;
-    case kel32f: e = 4; break;
-    default: return kelStatusBadDataType;
-    }
+    const std::int64_t e = dataType == kel8u                          ? 1
+                           : dataType == kel16u || dataType == kel16s ? 2
+                           : dataType == kel32f                       ? 4
+                                                                      : 0;
+    if (e == 0) return kelStatusBadDataType;
     const std::int64_t w = roi.width, h = roi.height, mw = mask.width, mh = mask.height, C = numChannels;
     const std::int64_t a = mh - ((mh - 1) >> 1) - 1, b = mw - ((mw - 1) >> 1) - 1;
     std::int64_t t;

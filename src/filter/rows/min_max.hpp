@@ -52,6 +52,7 @@ template <class T, bool Max> struct Pick {
 template <class T, bool KeepAlpha> struct Put {
     static __m128i alpha_bytes()
     {
+        if (!KeepAlpha) return _mm_setzero_si128();
         alignas(16) std::uint8_t m[16];
         for (int b = 0; b < 16; ++b) m[b] = (b / int(sizeof(T))) % 4 == 3 ? 0xFF : 0;
         return _mm_load_si128(reinterpret_cast<const __m128i*>(m));
@@ -75,9 +76,10 @@ template <class T, bool KeepAlpha> struct Put {
 // out[k] = fold of src[k + i * C], i = 0 .. kw - 1, for k < count; with Into, out[k] is folded
 // with that value instead (the running value first). A count of at least one register ends with
 // a register that overlaps the previous one: it recomputes the same values, so nothing is lost.
-template <class T, bool Max, int C, bool KeepAlpha = false, bool Into = false>
-void row_pass(const T* src, int kw, T* out, std::int64_t count)
+template <class T, bool Max, int C, bool KeepAlpha, bool Into, int Taps>
+void row_pass_taps(const T* src, int taps, T* out, std::int64_t count)
 {
+    const int kw = Taps ? Taps : taps;
     using P = Pick<T, Max>;
     constexpr std::int64_t V = simd::lanes<T>;
     const __m128i alpha = Put<T, KeepAlpha>::alpha_bytes();
@@ -100,11 +102,12 @@ void row_pass(const T* src, int kw, T* out, std::int64_t count)
     }
 }
 
-// out[k] = fold of rows[j][k], j = 0 .. kh - 1, for k < count; two registers at a time, rows in
-// batches of eight so that a tall mask keeps few lines in flight.
-template <class T, bool Max, bool KeepAlpha>
-void column_pass(const T* const* rows, int kh, T* out, std::int64_t count)
+// out[k] = fold of rows[j][k], j = 0 .. kh - 1, for k < count; two registers at a time, so that
+// two chains of folds overlap.
+template <class T, bool Max, bool KeepAlpha, int Taps>
+void column_pass_taps(const T* const* rows, int taps, T* out, std::int64_t count)
 {
+    const int kh = Taps ? Taps : taps;
     using P = Pick<T, Max>;
     constexpr std::int64_t V = simd::lanes<T>;
     const __m128i alpha = Put<T, KeepAlpha>::alpha_bytes();
@@ -132,6 +135,30 @@ void column_pass(const T* const* rows, int kh, T* out, std::int64_t count)
         for (int j = 1; j < kh; ++j) a = P::many(a, simd::loadu(rows[j] + k));
         Put<T, KeepAlpha>::many(out + k, a, alpha);
         k += V;
+    }
+}
+
+// The passes with the tap count known to the compiler for the short masks this family serves,
+// so that their loops unroll into straight lines of loads and folds.
+template <class T, bool Max, int C, bool KeepAlpha = false, bool Into = false>
+void row_pass(const T* src, int kw, T* out, std::int64_t count)
+{
+    switch (kw) {
+    case 2: return row_pass_taps<T, Max, C, KeepAlpha, Into, 2>(src, kw, out, count);
+    case 3: return row_pass_taps<T, Max, C, KeepAlpha, Into, 3>(src, kw, out, count);
+    case 5: return row_pass_taps<T, Max, C, KeepAlpha, Into, 5>(src, kw, out, count);
+    default: return row_pass_taps<T, Max, C, KeepAlpha, Into, 0>(src, kw, out, count);
+    }
+}
+
+template <class T, bool Max, bool KeepAlpha>
+void column_pass(const T* const* rows, int kh, T* out, std::int64_t count)
+{
+    switch (kh) {
+    case 2: return column_pass_taps<T, Max, KeepAlpha, 2>(rows, kh, out, count);
+    case 3: return column_pass_taps<T, Max, KeepAlpha, 3>(rows, kh, out, count);
+    case 5: return column_pass_taps<T, Max, KeepAlpha, 5>(rows, kh, out, count);
+    default: return column_pass_taps<T, Max, KeepAlpha, 0>(rows, kh, out, count);
     }
 }
 
@@ -183,8 +210,8 @@ private:
     std::int64_t stride_;
     mutable std::int64_t lastN_ = -1;
     mutable int base_ = 0;                                // ring slot of the window's top row
-    mutable const T* window_[filter::kStackRows] = {};  // the rows of the last segment
-    mutable const T* order_[filter::kStackRows] = {};   // their extrema, top to bottom
+    mutable const T* window_[filter::kStackRows];  // the rows of the last segment (read once lastN_ is set)
+    mutable const T* order_[filter::kStackRows];   // their extrema, top to bottom
 };
 
 // One output row of the 3x3 64f erosion or dilation: rows[j] points at the pixel left of the
