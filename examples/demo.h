@@ -50,5 +50,6 @@ void demo_geometry_remap(Demo* d);
 void demo_filter_box(Demo* d);
 void demo_filter_general(Demo* d);
 void demo_frequency_fft(Demo* d);
+void demo_filter_min_max(Demo* d);
 
 #endif
