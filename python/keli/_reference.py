@@ -623,6 +623,43 @@ KelStatus st = keliFilterBorder_8u_C1R(src, sStep, dst, dStep, roi, kelBorderRep
 ```""",
         'keliFilterBorderGetSize keliFilterBorderInit_16s keliFilterBorderInit_32f keliFilterBorderInit_64f keliFilterBorderSetMode keliFilterBorder_8u_C1R keliFilterBorder_8u_C3R keliFilterBorder_8u_C4R keliFilterBorder_16u_C1R keliFilterBorder_16u_C3R keliFilterBorder_16u_C4R keliFilterBorder_16s_C1R keliFilterBorder_16s_C3R keliFilterBorder_16s_C4R keliFilterBorder_32f_C1R keliFilterBorder_32f_C3R keliFilterBorder_32f_C4R keliFilterBorder_64f_C1R keliFilterGetBufSize_64f_C1R keliFilter_64f_C1R',
     ),
+    "filter/min-max": (
+        'Minimum and maximum filters and 64f morphology',
+        """`keliFilterMinBorder` / `keliFilterMaxBorder`: each pixel becomes the minimum or maximum of the
+`maskSize` window around it, per channel. The anchor is `((maskWidth - 1) >> 1, (maskHeight - 1) >> 1)`,
+so an even mask reaches one pixel further right and down. Pixels beyond the region come from
+`border`: `kelBorderRepl`, `kelBorderMirror` or `kelBorderConst` (`borderValue`: the value itself
+in C1R, one value a processed channel otherwise), each with any of the in-memory flags (16 top,
+32 bottom, 64 left, 128 right: that side's pixels are read from the caller's image), or 240 for
+no border handling. `keliErode3x3_64f_C1R` / `keliDilate3x3_64f_C1R`: the minimum or maximum of
+the 3x3 window centred on each pixel, read from the caller's image one pixel around the region.
+
+**Rounding and NaN.** No arithmetic: the result is one of the window's values. The fold is
+`min: acc = (acc < x) ? acc : x`, `max: acc = (acc > x) ? acc : x`, over the taps of a row left
+to right, then over those row results top to bottom, in vector and scalar code alike: a NaN
+after the first tap replaces the running value, a NaN running value gives way to the next tap,
+and of two zeros of opposite sign the later one stays.
+
+**In place and AC4.** `pSrc == pDst` is not supported (a caller error: the buffer holds no
+delay rows), nor for the 64f pair. AC4 leaves the destination's alpha as it stood. A 1x1 mask
+copies the pixels unchanged under any border.
+
+**Checks, in order.** Filters: `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; the region
+`kelStatusBadSize`; the mask `kelStatusBadMaskSize`; `border` not accepted `kelStatusBadBorder`;
+a constant border with a null `borderValue` (C3R, C4R, AC4R) `kelStatusNullPtr`. No step is
+checked. Size queries: `pBufferSize` null, region, mask, `numChannels` (1, 3, 4)
+`kelStatusBadChannelCount`, then `dataType` `kelStatusBadDataType`, a size past 2^31 - 1
+`kelStatusSizeOverflow`; the buffer needs no alignment. 64f pair: `pSrc` null, `pDst` null,
+a step below 1 `kelStatusBadStep`, the region `kelStatusBadSize`, then `srcStep` below
+`width * 8 + 16` or `dstStep` below `width * 8` `kelStatusStepTooSmall`.
+
+```c
+int size; KeliSize mask = {3, 3};
+keliFilterMinBorderGetBufferSize(roi, mask, kel8u, 1, &size);   // then allocate buffer
+KelStatus st = keliFilterMinBorder_8u_C1R(src, sStep, dst, dStep, roi, mask, kelBorderRepl, 0, buffer);
+```""",
+        'keliFilterMinBorder_8u_C1R keliFilterMinBorder_16u_C1R keliFilterMinBorder_16s_C1R keliFilterMinBorder_32f_C1R keliFilterMaxBorder_8u_C1R keliFilterMaxBorder_16u_C1R keliFilterMaxBorder_16s_C1R keliFilterMaxBorder_32f_C1R keliFilterMinBorder_8u_C3R keliFilterMinBorder_8u_C4R keliFilterMinBorder_8u_AC4R keliFilterMinBorder_16u_C3R keliFilterMinBorder_16u_C4R keliFilterMinBorder_16u_AC4R keliFilterMinBorder_16s_C3R keliFilterMinBorder_16s_C4R keliFilterMinBorder_16s_AC4R keliFilterMinBorder_32f_C3R keliFilterMinBorder_32f_C4R keliFilterMinBorder_32f_AC4R keliFilterMaxBorder_8u_C3R keliFilterMaxBorder_8u_C4R keliFilterMaxBorder_8u_AC4R keliFilterMaxBorder_16u_C3R keliFilterMaxBorder_16u_C4R keliFilterMaxBorder_16u_AC4R keliFilterMaxBorder_16s_C3R keliFilterMaxBorder_16s_C4R keliFilterMaxBorder_16s_AC4R keliFilterMaxBorder_32f_C3R keliFilterMaxBorder_32f_C4R keliFilterMaxBorder_32f_AC4R keliFilterMinBorderGetBufferSize keliFilterMaxBorderGetBufferSize keliErode3x3_64f_C1R keliDilate3x3_64f_C1R',
+    ),
     "geometry/remap": (
         'Remap',
         """`keliRemap`: `dst(x, y) = src(xMap(x, y), yMap(x, y))` over the source region `srcRoi`, with
