@@ -17,22 +17,16 @@
 
 namespace {
 
+using kit::canary;
 using kit::Framed;
+using kit::same_bits;
 using reference::Window;
-
-template <class T> T canary()
-{
-    if constexpr (std::is_floating_point_v<T>) return T(-12345.5);
-    return T(0x5A);
-}
 
 template <class T> T random_pixel(kit::Rng& random)
 {
     if constexpr (std::is_floating_point_v<T>) return T(random.below(20001) - 10000) / T(16);
     return random.any<T>();
 }
-
-template <class T> bool same_bits(T a, T b) { return std::memcmp(&a, &b, sizeof(T)) == 0; }
 
 // One member: the export, its source type for the size query, and the model of one output.
 template <class T, class D, int C, bool Alpha> struct Member {

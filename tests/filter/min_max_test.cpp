@@ -19,14 +19,10 @@
 
 namespace {
 
+using kit::canary;
 using kit::Framed;
+using kit::same_bits;
 using reference::Window;
-
-template <class T> T canary()
-{
-    if constexpr (std::is_floating_point_v<T>) return T(-12345.5);
-    return T(0x5A);
-}
 
 // Floats: one in six a value where the fold rule bites (NaN of two payloads, zeros of both signs,
 // infinities), the rest small numbers that tie often.
@@ -43,8 +39,6 @@ template <class T> T random_pixel(kit::Rng& random)
     }
     return random.any<T>();
 }
-
-template <class T> bool same_bits(T a, T b) { return std::memcmp(&a, &b, sizeof(T)) == 0; }
 
 template <class T, int C> using Filter = std::conditional_t<
     C == 1, KelStatus (*)(const T*, int, T*, int, KeliSize, KeliSize, KeliBorderType, T, Kel8u*),

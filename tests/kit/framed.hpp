@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 #include <vector>
 
 namespace kit {
@@ -24,5 +26,15 @@ template <class T> struct Framed {
     bool inside(std::int64_t x, std::int64_t y) const { return x >= 0 && y >= 0 && x < width && y < height; }
     std::int64_t step() const { return std::int64_t(pitch) * sizeof(T); }
 };
+
+// The value a filter test puts where nothing may be written, and a comparison that tells a
+// not-a-number and a signed zero apart.
+template <class T> T canary()
+{
+    if constexpr (std::is_floating_point_v<T>) return T(-12345.5);
+    return T(0x5A);
+}
+
+template <class T> bool same_bits(T a, T b) { return std::memcmp(&a, &b, sizeof(T)) == 0; }
 
 }  // namespace kit
