@@ -22,7 +22,7 @@ import numpy as np
 
 from . import _types
 from ._doc import documented
-from ._image import DTYPES, View, constant, constants, find, output, run, source, value_count
+from ._image import TOKENS, View, constant, constants, find, output, run, source, value_count
 
 BORDERS = {
     "replicate": 1,
@@ -69,15 +69,12 @@ def _border(border):
         raise ValueError(f"keli: border is one of {names} or None, not {border!r}") from None
 
 
-def _query(name, *args):
-    """Calls a size query whose last argument(s) are int pointers; returns the ints."""
+def _query(name, *args, results=1):
+    """Calls a size query whose last `results` arguments are int pointers; returns the ints."""
     function = find(name)[1]
-    outs = [ctypes.c_int(0) for _ in range(_query.count.get(name, 1))]
+    outs = [ctypes.c_int(0) for _ in range(results)]
     run(name, function, *args, *[ctypes.byref(o) for o in outs])
     return [o.value for o in outs]
-
-
-_query.count = {"keliFilterBorderGetSize": 2}
 
 
 def _prepare(a, rows, cols, code, keep_alpha, out, out_dtype, in_place):
@@ -160,9 +157,10 @@ def _box64(a, rows, cols, border, out):
 def sum_window(a, size=3, *, border="replicate", value=0, out=None, keep_alpha=False):
     """The sum of the size window around each pixel: uint8 gives int32 (exact, wrapping past
     32 bits), uint16 and int16 float32 (the exact sum rounded once), float32 float32."""
-    src_token = {np.dtype(d): t for t, d in DTYPES.items()}.get(np.asarray(a).dtype)
+    dtype = np.asarray(a).dtype
+    src_token = TOKENS.get(dtype)
     if src_token not in SUM_TYPES:
-        raise TypeError(f"keli: sum_window takes uint8, uint16, int16 or float32, not {np.asarray(a).dtype}")
+        raise TypeError(f"keli: sum_window takes uint8, uint16, int16 or float32, not {dtype}")
     pair, out_dtype = SUM_TYPES[src_token]
     return _windowed("SumWindow", a, size, border, value, out, keep_alpha, out_dtype=np.dtype(out_dtype),
                      pair=pair, in_place=src_token == "32f")
@@ -252,7 +250,7 @@ def filter2d(a, kernel, *, divisor=None, border="replicate", value=0, rounding="
     if src.token in ("32f", "64f"):
         mode = 1  # the sum is kept as it is: no rounding applies
     spec_size, buffer_size = _query("keliFilterBorderGetSize", ksize, dst.size, DATA_TYPES[src.token],
-                                    kernel_type, src.channels)
+                                    kernel_type, src.channels, results=2)
     spec, scratch = _buffer(spec_size), _buffer(buffer_size)
     init_fn = find(init)[1]
     if kernel_type == 7:

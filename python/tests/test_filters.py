@@ -255,3 +255,19 @@ def test_erode_dilate_3x3(rng, used):
     assert "keliDilate3x3_64f_C1R" in used
     with pytest.raises(TypeError):
         filters.erode3x3(f.astype(np.float32))
+
+
+def test_filter2d_uint16_float_path(rng):
+    a = rng.integers(0, 60000, (9, 11), dtype=np.uint16)
+    k = np.array([[1, -2, 1], [2, 5, 2], [1, -2, 1]])
+    s = np.einsum("kij,k->ij", windows(a, 3, 3).astype(np.float64), k.ravel().astype(np.float64))
+    want = np.clip(np.round(s / 7), 0, 65535)
+    for kernel, div in ((k, 7), (k.astype(np.float32) / 7, None)):
+        got = filters.filter2d(a, kernel, divisor=div)
+        assert got.dtype == np.uint16
+        assert np.abs(got.astype(np.float64) - want).max() <= 1  # the sum is taken in float32
+
+
+def test_docstrings_carry_the_contracts():
+    for fn in (filters.box, filters.sum_window, filters.filter2d, filters.min_filter, filters.erode3x3):
+        assert "Reference:" in fn.__doc__
