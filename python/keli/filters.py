@@ -1,4 +1,5 @@
-"""Neighbourhood filters: a general 2-D kernel, box mean, window sum, minimum and maximum.
+"""Neighbourhood filters: filter2d (a general 2-D kernel), box (mean), sum_window,
+sum_window_row / sum_window_column (1-D sums), min_filter, max_filter, erode3x3, dilate3x3.
 
 Conventions shared by every call here:
 
@@ -164,6 +165,36 @@ def sum_window(a, size=3, *, border="replicate", value=0, out=None, keep_alpha=F
     pair, out_dtype = SUM_TYPES[src_token]
     return _windowed("SumWindow", a, size, border, value, out, keep_alpha, out_dtype=np.dtype(out_dtype),
                      pair=pair, in_place=src_token == "32f")
+
+
+def _sum_1d(direction, a, size, out):
+    n = int(size)
+    if n < 1:
+        raise ValueError(f"keli: window size must be at least 1, not {size!r}")
+    rows, cols = (1, n) if direction == "Row" else (n, 1)
+    src, dst = _prepare(a, rows, cols, 240, False, out, np.dtype(np.float32), False)
+    pair = {"8u": "8u32f", "16u": "16u32f", "16s": "16s32f"}.get(src.token)
+    if pair is None:
+        raise TypeError(f"keli: sum_window_{direction.lower()} takes uint8, uint16 or int16, not {src.array.dtype}")
+    name, function = find("keliSumWindow{d}_{t}_{l}R", d=direction, t=pair, l=src.layout)
+    # The source view starts at the anchor, so the window of each output pixel starts at a's
+    # pixel of the same index: output (y, x) sums a[y, x:x+size] (Row) or a[y:y+size, x] (Column).
+    run(name, function, src.ptr, src.step, dst.ptr, dst.step, dst.size, n, (n - 1) >> 1)
+    return dst.array
+
+
+@documented("filter/box-window")
+def sum_window_row(a, size, *, out=None):
+    """float32 sums of `size` consecutive pixels along each row, valid part only: shape
+    (h, w - size + 1), pixel (y, x) the sum of a[y, x:x+size] (uint8, uint16, int16; C1, C3, C4)."""
+    return _sum_1d("Row", a, size, out)
+
+
+@documented("filter/box-window")
+def sum_window_column(a, size, *, out=None):
+    """float32 sums of `size` consecutive pixels down each column, valid part only: shape
+    (h - size + 1, w), pixel (y, x) the sum of a[y:y+size, x]."""
+    return _sum_1d("Column", a, size, out)
 
 
 @documented("filter/min-max")

@@ -271,3 +271,19 @@ def test_filter2d_uint16_float_path(rng):
 def test_docstrings_carry_the_contracts():
     for fn in (filters.box, filters.sum_window, filters.filter2d, filters.min_filter, filters.erode3x3):
         assert "Reference:" in fn.__doc__
+
+
+@pytest.mark.parametrize("dtype", [np.uint8, np.uint16, np.int16])
+def test_sum_window_row_column(rng, dtype, used):
+    a = image(rng, (9, 12, 3), dtype)
+    got = filters.sum_window_row(a, 4)
+    assert got.shape == (9, 9, 3) and got.dtype == np.float32
+    np.testing.assert_array_equal(got, windows(a, 1, 4, None).astype(np.float64).sum(axis=0))
+    got = filters.sum_window_column(a[..., 0], 5)
+    assert got.shape == (5, 12)
+    np.testing.assert_array_equal(got, windows(a[..., 0], 5, 1, None).astype(np.float64).sum(axis=0))
+    assert any(n.startswith("keliSumWindowColumn_") and n.endswith("_C1R") for n in used)
+    with pytest.raises(TypeError):
+        filters.sum_window_row(a.astype(np.float32), 3)
+    with pytest.raises(ValueError):
+        filters.sum_window_row(a, 13)
