@@ -25,19 +25,23 @@ from . import _types
 from ._doc import documented
 from ._image import TOKENS, View, constant, constants, find, output, run, source, value_count
 
+_B = _types.KeliBorderType
+REPLICATE, MIRROR, CONSTANT, IN_MEMORY = (int(_B.kelBorderRepl), int(_B.kelBorderMirror),
+                                          int(_B.kelBorderConst), int(_B.kelBorderInMem))
 BORDERS = {
-    "replicate": 1,
-    "edge": 1,
-    "mirror": 3,
-    "reflect": 3,
-    "constant": 6,
-    "memory": 240,
-    None: 240,
+    "replicate": REPLICATE,
+    "edge": REPLICATE,
+    "mirror": MIRROR,
+    "reflect": MIRROR,
+    "constant": CONSTANT,
+    "memory": IN_MEMORY,
+    None: IN_MEMORY,
 }
-ROUNDING = {"zero": 0, "near": 1, "financial": 2}
+_R = _types.KelRoundMode
+ROUNDING = {"zero": int(_R.kelRndZero), "near": int(_R.kelRndNear), "financial": int(_R.kelRndFinancial)}
 
-# Element token -> KelDataType value for the size queries.
-DATA_TYPES = {"8u": 1, "16u": 5, "16s": 7, "32s": 11, "32f": 13, "64f": 19}
+# Element token -> KelDataType value, for the size queries and the kernel's type.
+DATA_TYPES = {t.name[3:]: int(t) for t in _types.KelDataType}
 
 # Window sums: source token -> (export pair token, output dtype).
 SUM_TYPES = {
@@ -79,12 +83,12 @@ def _query(name, *args, results=1):
 
 
 def _prepare(a, rows, cols, code, keep_alpha, out, out_dtype, in_place):
-    """(src view, dst view, roi size) for a window of rows x cols and border `code`.
+    """(src view, dst view) for a window of rows x cols and border `code`.
 
     With no border handling the source view starts at the anchor inside `a` and the region is
     the valid part; its row step is a's, so the reach above and below stays addressable."""
     src = source(a, keep_alpha)
-    if code == 240:
+    if code == IN_MEMORY:
         height, width = src.height - rows + 1, src.width - cols + 1
         if height < 1 or width < 1:
             raise ValueError(f"keli: a {rows} x {cols} window has no valid part in {src.array.shape[:2]}")
@@ -94,7 +98,7 @@ def _prepare(a, rows, cols, code, keep_alpha, out, out_dtype, in_place):
     shape = src.array.shape
     dst = output(out, shape, out_dtype or src.array.dtype, like=src)
     if out is not None and np.shares_memory(dst.array, src.array):
-        if not (in_place and dst.same_memory(src) and code != 240):
+        if not (in_place and dst.same_memory(src) and code != IN_MEMORY):
             raise ValueError("keli: out overlaps the input" + ("" if in_place else " (no in-place form)"))
     return src, dst
 
@@ -103,8 +107,8 @@ def _border_value(value, src, code, by_value):
     """The border value argument: the element itself (C1 min/max) or an array a channel."""
     count = value_count(src.layout)
     if by_value and count == 1:
-        return constant(value, src.token, "value") if code == 6 else 0
-    if code != 6:
+        return constant(value, src.token, "value") if code == CONSTANT else 0
+    if code != CONSTANT:
         value = 0
     return constants(value, src.token, count, "value")
 
@@ -114,13 +118,13 @@ def _buffer(size):
 
 
 def _windowed(family, a, size, border, value, out, keep_alpha, out_dtype=None, pair=None,
-              in_place=False, by_value=False, query=None):
+              in_place=False, by_value=False):
     rows, cols = window_size(size)
     code = _border(border)
     src, dst = _prepare(a, rows, cols, code, keep_alpha, out, out_dtype, in_place)
     mask = _types.KeliSize(cols, rows)
     name, function = find("keli{f}_{t}_{l}R", f=family, t=pair or src.token, l=src.layout)
-    (bytes_,) = _query(query or f"keli{family}GetBufferSize", dst.size, mask,
+    (bytes_,) = _query(f"keli{family}GetBufferSize", dst.size, mask,
                        DATA_TYPES[src.token], src.channels)
     scratch = _buffer(bytes_)
     extra = _border_value(value, src, code, by_value)
@@ -142,9 +146,9 @@ def box(a, size=3, *, border="replicate", value=0, out=None, keep_alpha=False):
 
 
 def _box64(a, rows, cols, border, out):
-    if _border(border) != 240:
+    if _border(border) != IN_MEMORY:
         raise ValueError("keli: a float64 box mean has no border handling; pass border=None")
-    src, dst = _prepare(a, rows, cols, 240, False, out, None, False)
+    src, dst = _prepare(a, rows, cols, IN_MEMORY, False, out, None, False)
     if src.layout != "C1":
         raise TypeError("keli: a float64 box mean exists for single-channel images only")
     name, function = find("keliFilterBox_64f_C1R")
@@ -172,7 +176,7 @@ def _sum_1d(direction, a, size, out):
     if n < 1:
         raise ValueError(f"keli: window size must be at least 1, not {size!r}")
     rows, cols = (1, n) if direction == "Row" else (n, 1)
-    src, dst = _prepare(a, rows, cols, 240, False, out, np.dtype(np.float32), False)
+    src, dst = _prepare(a, rows, cols, IN_MEMORY, False, out, np.dtype(np.float32), False)
     pair = {"8u": "8u32f", "16u": "16u32f", "16s": "16s32f"}.get(src.token)
     if pair is None:
         raise TypeError(f"keli: sum_window_{direction.lower()} takes uint8, uint16 or int16, not {src.array.dtype}")
@@ -212,7 +216,7 @@ def max_filter(a, size=3, *, border="replicate", value=0, out=None, keep_alpha=F
 
 
 def _morph3x3(family, a, out):
-    src, dst = _prepare(np.asarray(a), 3, 3, 240, False, out, None, False)
+    src, dst = _prepare(np.asarray(a), 3, 3, IN_MEMORY, False, out, None, False)
     if src.token != "64f" or src.layout != "C1":
         raise TypeError(f"keli: {family.lower()}3x3 takes a float64 (h, w) image")
     name, function = find(f"keli{family}3x3_64f_C1R")
@@ -267,30 +271,30 @@ def filter2d(a, kernel, *, divisor=None, border="replicate", value=0, rounding="
         if np.any(k < -32768) or np.any(k > 32767):
             raise ValueError("keli: an integer kernel must fit int16")
         weights = np.ascontiguousarray(k, np.int16)
-        kernel_type, init = 7, "keliFilterBorderInit_16s"
+        kernel_type, init = DATA_TYPES["16s"], "keliFilterBorderInit_16s"
         div = 1 if divisor is None else int(divisor)
     elif k.dtype.kind == "f":
         if divisor is not None:
             raise ValueError("keli: a float kernel takes no divisor (scale the kernel)")
         if src.token == "64f":
-            weights, kernel_type, init = np.ascontiguousarray(k, np.float64), 19, "keliFilterBorderInit_64f"
+            weights, kernel_type, init = np.ascontiguousarray(k, np.float64), DATA_TYPES["64f"], "keliFilterBorderInit_64f"
         else:
-            weights, kernel_type, init = np.ascontiguousarray(k, np.float32), 13, "keliFilterBorderInit_32f"
+            weights, kernel_type, init = np.ascontiguousarray(k, np.float32), DATA_TYPES["32f"], "keliFilterBorderInit_32f"
     else:
         raise TypeError(f"keli: the kernel is integer or float, not {k.dtype}")
     if src.token in ("32f", "64f"):
-        mode = 1  # the sum is kept as it is: no rounding applies
+        mode = ROUNDING["near"]  # the sum is kept as it is: no rounding applies
     spec_size, buffer_size = _query("keliFilterBorderGetSize", ksize, dst.size, DATA_TYPES[src.token],
                                     kernel_type, src.channels, results=2)
     spec, scratch = _buffer(spec_size), _buffer(buffer_size)
     init_fn = find(init)[1]
-    if kernel_type == 7:
+    if kernel_type == DATA_TYPES["16s"]:
         run(init, init_fn, weights.ctypes.data, ksize, div, DATA_TYPES[src.token], src.channels, mode,
             spec.ctypes.data)
     else:
         run(init, init_fn, weights.ctypes.data, ksize, DATA_TYPES[src.token], src.channels, mode,
             spec.ctypes.data)
-    extra = constants(value if code == 6 else 0, src.token, value_count(src.layout), "value")
+    extra = constants(value if code == CONSTANT else 0, src.token, value_count(src.layout), "value")
     run(name, function, src.ptr, src.step, dst.ptr, dst.step, dst.size, code, extra,
         spec.ctypes.data, scratch.ctypes.data)
     return dst.array
