@@ -5,8 +5,6 @@ channel (keep_alpha=True: the three colour channels) and 0 elsewhere; b is an im
 dtype and shape or a constant (a scalar, or one value per colour channel). Integers compare
 exactly; a float nan makes every relation false.
 """
-import ctypes
-
 import numpy as np
 
 from ._image import constant, constants, find, output, run, same_image, source, value_count

@@ -392,3 +392,14 @@ def test_moments_per_channel_and_derived_against_the_raw_state(rng):
 def test_documented():
     for fn in (elementary.square, alpha.alpha_composite, compare.compare, moments.moments):
         assert "Reference:" in fn.__doc__
+
+
+def test_alpha_composite_color_key_keeps_alpha(rng, used):
+    a = random_image(rng, (6, 7, 4), np.uint8) // 2 + 10
+    b = random_image(rng, (6, 7, 4), np.uint8)
+    a[1:3, 2:4] = (0, 1, 2, 3)
+    result = alpha.alpha_composite_color_key(a, b, (0, 1, 2, 3), 255, 0, "over")
+    keyed = (a == np.uint8([0, 1, 2, 3])).all(axis=2)
+    expected = np.where(keyed[..., None], b, a)
+    expected[..., 3] = a[..., 3]  # the destination alpha is never written: a new one starts as a's
+    assert np.array_equal(result, expected) and used == ["keliAlphaCompColorKey_8u_AC4R"]
