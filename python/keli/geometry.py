@@ -66,6 +66,8 @@ def remap(src, map_x, map_y, *, interpolation="linear", smooth=False, out=None, 
         raise ValueError("keli: remap cannot write into its source; pass another out")
     if region is None:
         region = (0, 0, s.width, s.height)
+    if np.ndim(region) != 1 or len(region) != 4:
+        raise ValueError(f"keli: region is (x, y, width, height), not {region!r}")
     x, y, w, h = (int(v) for v in region)
     roi = _types.KeliRect(x, y, w, h)
     name, function = find("keliRemap_{t}_{l}R", t=s.token, l=s.layout)
