@@ -22,6 +22,16 @@ from .threshold import otsu_threshold, threshold, threshold_range
 from .histogram import LookupTable, equalize, histogram, lut, palette
 from .move import copy, fill, from_bits, grey_to_colour, merge, split, swap_channels, to_bits
 from .stats import argmax, argmin, block_min_max, dot, max, mean, min, min_max, norm, quality_index, sad, sum
+from . import filters
+from .filters import box, dilate3x3, erode3x3, filter2d, max_filter, min_filter, sum_window, sum_window_column, sum_window_row
+from .elementary import (bitwise_and, bitwise_not, bitwise_or, bitwise_xor, complement, exp, left_shift, log,
+                         maximum, minimum, right_shift, sqrt, square)
+from .alpha import alpha_composite, alpha_composite_color_key, color_key, premultiply
+from .compare import compare, count_in_range, equal_within
+from .moments import Moments, moments
+from .geometry import flip, remap, transpose
+from .fft import fft2, ifft2, irfft2_packed, rfft2_packed
+from .synthetic import add_gaussian_noise, add_uniform_noise, jaehne, ramp
 from .errors import *  # noqa: F401,F403 (Error, KeliWarning and one class per status)
 
 __version__ = "2022.3.0"

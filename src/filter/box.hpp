@@ -72,7 +72,8 @@ void drive(const T* src, int srcStep, D* dst, int dstStep, KeliSize roi, KeliSiz
     std::size_t driverBytes = inPlace && !rowWise ? Driver::scratch_bytes_in_place(W, fp)
                               : rowWise           ? Driver::scratch_bytes(W, 1, fp, border)
                                                   : Driver::scratch_bytes(W, H, fp, border);
-    unsigned char* scratch = buffer;
+    // The caller's buffer may sit at any address; the strips hold elements, read as such.
+    unsigned char* scratch = align_up(buffer, 8);
     unsigned char* outRow = scratch + driverBytes;
     unsigned char* col = align_up(outRow + (rowWise ? W * C * sizeof(D) : 0), 16);
     unsigned char* table = align_up(col + ww * C * 4, 8);

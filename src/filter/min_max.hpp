@@ -59,10 +59,12 @@ KelStatus filter(const T* src, int srcStep, T* dst, int dstStep, KeliSize roi, K
     const filter::Footprint fp = filter::centred(mask.width, mask.height);
     const std::size_t driverBytes = Driver::scratch_bytes(roi.width, roi.height, fp, border);
     const std::int64_t strideBytes = align32(C * roi.width * std::int64_t(sizeof(T)));
-    unsigned char* ring = box_detail::align_up(buffer + driverBytes, 16);
+    // The caller's buffer may sit at any address; the strips hold elements, read as such.
+    unsigned char* scratch = box_detail::align_up(buffer, 8);
+    unsigned char* ring = box_detail::align_up(scratch + driverBytes, 16);
     unsigned char* table = box_detail::align_up(ring + strideBytes, 8);
 
-    filter::EdgeJob<T, T> job{src, srcStep, dst, dstStep, roi.width, roi.height, fp, border, value, buffer,
+    filter::EdgeJob<T, T> job{src, srcStep, dst, dstStep, roi.width, roi.height, fp, border, value, scratch,
                               Kernel::folds(mask.height) ? reinterpret_cast<const void**>(table) : nullptr};
     const Kernel kernel(mask.width, mask.height, reinterpret_cast<T*>(ring), strideBytes / std::int64_t(sizeof(T)));
     Driver(job).run(kernel);
