@@ -61,7 +61,9 @@ KelStatus filter(const T* src, int srcStep, T* dst, int dstStep, KeliSize roi, K
     const std::int64_t strideBytes = align32(C * roi.width * std::int64_t(sizeof(T)));
     // The caller's buffer may sit at any address; the strips hold elements, read as such.
     unsigned char* scratch = box_detail::align_up(buffer, 8);
-    unsigned char* ring = box_detail::align_up(scratch + driverBytes, 16);
+    // The driver's scratch is whole pixels, so the ring behind it is aligned for its elements;
+    // the passes load it unaligned and need nothing more.
+    unsigned char* ring = scratch + driverBytes;
     unsigned char* table = box_detail::align_up(ring + strideBytes, 8);
 
     filter::EdgeJob<T, T> job{src, srcStep, dst, dstStep, roi.width, roi.height, fp, border, value, scratch,

@@ -216,7 +216,7 @@ TEST(FilterBoxBorder, ChecksRunInOrder)
         EXPECT_EQ(call(src, dst, buffer, 4, 1, ok, mask, bad, nullptr), kelStatusBadBorder) << bad;
     EXPECT_EQ(call(src, dst, buffer, 4, 1, ok, mask, kelBorderConst | kelBorderInMemTop, nullptr), kelStatusNullPtr);
     for (Kel8u v : dst) ASSERT_EQ(v, 0x77);
-    EXPECT_EQ(call(src, dst, buffer, 4, 1, ok, mask, 240, nullptr), kelStatusOk);
+    EXPECT_EQ(call(src, dst, buffer, 4, 1, ok, mask, kelBorderRepl, nullptr), kelStatusOk);
 
     int size = 5;
     EXPECT_EQ(keliSumWindowGetBufferSize(ok, mask, kel8u, 1, nullptr), kelStatusNullPtr);
