@@ -2238,6 +2238,52 @@ KELI_API KelStatus keliAddRandGauss_32f_AC4IR(Kel32f* pSrcDst, int srcDstStep, K
 
 /* ==== Thresholds and comparison ============================================================= */
 
+/* ---- Adaptive thresholds */
+/*
+ * Each pixel of an 8-bit one-channel image against the mean `M` of the `m` x `m` neighbourhood
+ * centred on it (`m` odd): `dst = src > M - delta ? valGT : valLE`, so a pixel equal to
+ * `M - delta` takes `valLE`. `keliThresholdAdaptiveBox`: `M` is the plain mean.
+ * `keliThresholdAdaptiveGauss`: `M` weighs the neighbourhood by the spec's Gaussian, built by
+ * `keliThresholdAdaptiveGaussInit` from `sigma` (at or below 0, or not a number:
+ * `(m - 1) * 0.15 + 0.5`, stored). Pixels beyond the region come from `borderType`:
+ * `kelBorderRepl` or `kelBorderConst` (`borderValue`), each with any in-memory flags (16 top, 32
+ * bottom, 64 left, 128 right: that side is read from the caller's image), or `kelBorderInMem`.
+ *
+ * **Exact.** Box: the test is made in integers, `m*m * src - S > floor(-m*m * delta)` with `S`
+ * the window's exact sum, so every `delta` is honoured exactly and no division is made.
+ * Gauss: weights `exp(-d*d / (2 sigma^2))`, `d = i - m/2`, each from f64 rounded to f32, then
+ * times the reciprocal of their f32 sum; each row is filtered along x first, then the rows down
+ * the column, taps in index order, f32 without fused operations, `src > M - delta` in f32. Every
+ * route (interior, edge strips, in place) gives the same bits. Shortcuts that read no source:
+ * `delta` above 255 writes `valGT` everywhere, at or below -255 `valLE`; `m = 1` writes `valGT`
+ * if `delta > 0` else `valLE`; a not-a-number `delta` writes `valLE` (no comparison holds).
+ *
+ * **In place.** `_C1IR`, or `_C1R` with equal pointers and steps, gives the same result.
+ *
+ * **Checks, in order.** Size queries and Init: the output pointer(s) null `kelStatusNullPtr`
+ * (GaussGetBufferSize: `pSpecSize`, then `pBufferSize`), the region `kelStatusBadSize`, a mask
+ * not square, below 1 or even `kelStatusBadMaskSize`, `dataType` other than `kel8u`
+ * `kelStatusBadDataType`, `numChannels` other than 1 `kelStatusBadChannelCount`; a size past
+ * 2^31 - 1 `kelStatusSizeOverflow`. Box: pointers null, region, mask, then a `borderType` above
+ * 255 or not accepted `kelStatusBadBorder`. Gauss: pointers and `pSpec` null, region, border, then
+ * a spec that is not an adaptive Gaussian spec for 8u one channel with an odd mask
+ * `kelStatusSpecMismatch`. Steps are not tested. The buffer and spec need no alignment.
+ *
+ * ```c
+ * int specSize, bufSize; KeliSize mask = {11, 11};
+ * keliThresholdAdaptiveGaussGetBufferSize(roi, mask, kel8u, 1, &specSize, &bufSize);
+ * keliThresholdAdaptiveGaussInit(roi, mask, kel8u, 1, 0.0f, spec);      // sigma from the mask
+ * keliThresholdAdaptiveGauss_8u_C1R(src, sStep, dst, dStep, roi, 5.0f, 255, 0, kelBorderRepl, 0, spec, buf);
+ * ```
+ */
+KELI_API KelStatus keliThresholdAdaptiveBoxGetBufferSize(KeliSize roiSize, KeliSize maskSize, KelDataType dataType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliThresholdAdaptiveBox_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, KeliSize maskSize, Kel32f delta, Kel8u valGT, Kel8u valLE, KeliBorderType borderType, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliThresholdAdaptiveBox_8u_C1IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, KeliSize maskSize, Kel32f delta, Kel8u valGT, Kel8u valLE, KeliBorderType borderType, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliThresholdAdaptiveGaussGetBufferSize(KeliSize roiSize, KeliSize maskSize, KelDataType dataType, int numChannels, int* pSpecSize, int* pBufferSize);
+KELI_API KelStatus keliThresholdAdaptiveGaussInit(KeliSize roiSize, KeliSize maskSize, KelDataType dataType, int numChannels, Kel32f sigma, Kel8u* pSpec);
+KELI_API KelStatus keliThresholdAdaptiveGauss_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize roiSize, Kel32f delta, Kel8u valGT, Kel8u valLE, KeliBorderType borderType, Kel8u borderValue, const Kel8u* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliThresholdAdaptiveGauss_8u_C1IR(Kel8u* pSrcDst, int srcDstStep, KeliSize roiSize, Kel32f delta, Kel8u valGT, Kel8u valLE, KeliBorderType borderType, Kel8u borderValue, const Kel8u* pSpec, Kel8u* pBuffer);
+
 /* ---- Comparison and range counting */
 /*
  * `keliCompare` (two images) and `keliCompareC` (an image and a constant, one a channel) write a

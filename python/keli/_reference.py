@@ -332,6 +332,45 @@ st = keliAddRandGauss_8u_C1IR(img, step, roi, 0, 8, &seed);   // add noise of de
 ```""",
         'keliImageJaehne_8u_C1R keliImageJaehne_8u_C3R keliImageJaehne_8u_C4R keliImageJaehne_8u_AC4R keliImageJaehne_16u_C1R keliImageJaehne_16u_C3R keliImageJaehne_16u_C4R keliImageJaehne_16u_AC4R keliImageJaehne_16s_C1R keliImageJaehne_16s_C3R keliImageJaehne_16s_C4R keliImageJaehne_16s_AC4R keliImageJaehne_32f_C1R keliImageJaehne_32f_C3R keliImageJaehne_32f_C4R keliImageJaehne_32f_AC4R keliImageRamp_8u_C1R keliImageRamp_8u_C3R keliImageRamp_8u_C4R keliImageRamp_8u_AC4R keliImageRamp_16u_C1R keliImageRamp_16u_C3R keliImageRamp_16u_C4R keliImageRamp_16u_AC4R keliImageRamp_16s_C1R keliImageRamp_16s_C3R keliImageRamp_16s_C4R keliImageRamp_16s_AC4R keliImageRamp_32f_C1R keliImageRamp_32f_C3R keliImageRamp_32f_C4R keliImageRamp_32f_AC4R keliAddRandUniform_8u_C1IR keliAddRandUniform_8u_C3IR keliAddRandUniform_8u_C4IR keliAddRandUniform_8u_AC4IR keliAddRandUniform_16u_C1IR keliAddRandUniform_16u_C3IR keliAddRandUniform_16u_C4IR keliAddRandUniform_16u_AC4IR keliAddRandUniform_16s_C1IR keliAddRandUniform_16s_C3IR keliAddRandUniform_16s_C4IR keliAddRandUniform_16s_AC4IR keliAddRandUniform_32f_C1IR keliAddRandUniform_32f_C3IR keliAddRandUniform_32f_C4IR keliAddRandUniform_32f_AC4IR keliAddRandGauss_8u_C1IR keliAddRandGauss_8u_C3IR keliAddRandGauss_8u_C4IR keliAddRandGauss_8u_AC4IR keliAddRandGauss_16u_C1IR keliAddRandGauss_16u_C3IR keliAddRandGauss_16u_C4IR keliAddRandGauss_16u_AC4IR keliAddRandGauss_16s_C1IR keliAddRandGauss_16s_C3IR keliAddRandGauss_16s_C4IR keliAddRandGauss_16s_AC4IR keliAddRandGauss_32f_C1IR keliAddRandGauss_32f_C3IR keliAddRandGauss_32f_C4IR keliAddRandGauss_32f_AC4IR',
     ),
+    "threshold/adaptive": (
+        'Adaptive thresholds',
+        """Each pixel of an 8-bit one-channel image against the mean `M` of the `m` x `m` neighbourhood
+centred on it (`m` odd): `dst = src > M - delta ? valGT : valLE`, so a pixel equal to
+`M - delta` takes `valLE`. `keliThresholdAdaptiveBox`: `M` is the plain mean.
+`keliThresholdAdaptiveGauss`: `M` weighs the neighbourhood by the spec's Gaussian, built by
+`keliThresholdAdaptiveGaussInit` from `sigma` (at or below 0, or not a number:
+`(m - 1) * 0.15 + 0.5`, stored). Pixels beyond the region come from `borderType`:
+`kelBorderRepl` or `kelBorderConst` (`borderValue`), each with any in-memory flags (16 top, 32
+bottom, 64 left, 128 right: that side is read from the caller's image), or `kelBorderInMem`.
+
+**Exact.** Box: the test is made in integers, `m*m * src - S > floor(-m*m * delta)` with `S`
+the window's exact sum, so every `delta` is honoured exactly and no division is made.
+Gauss: weights `exp(-d*d / (2 sigma^2))`, `d = i - m/2`, each from f64 rounded to f32, then
+times the reciprocal of their f32 sum; each row is filtered along x first, then the rows down
+the column, taps in index order, f32 without fused operations, `src > M - delta` in f32. Every
+route (interior, edge strips, in place) gives the same bits. Shortcuts that read no source:
+`delta` above 255 writes `valGT` everywhere, at or below -255 `valLE`; `m = 1` writes `valGT`
+if `delta > 0` else `valLE`; a not-a-number `delta` writes `valLE` (no comparison holds).
+
+**In place.** `_C1IR`, or `_C1R` with equal pointers and steps, gives the same result.
+
+**Checks, in order.** Size queries and Init: the output pointer(s) null `kelStatusNullPtr`
+(GaussGetBufferSize: `pSpecSize`, then `pBufferSize`), the region `kelStatusBadSize`, a mask
+not square, below 1 or even `kelStatusBadMaskSize`, `dataType` other than `kel8u`
+`kelStatusBadDataType`, `numChannels` other than 1 `kelStatusBadChannelCount`; a size past
+2^31 - 1 `kelStatusSizeOverflow`. Box: pointers null, region, mask, then a `borderType` above
+255 or not accepted `kelStatusBadBorder`. Gauss: pointers and `pSpec` null, region, border, then
+a spec that is not an adaptive Gaussian spec for 8u one channel with an odd mask
+`kelStatusSpecMismatch`. Steps are not tested. The buffer and spec need no alignment.
+
+```c
+int specSize, bufSize; KeliSize mask = {11, 11};
+keliThresholdAdaptiveGaussGetBufferSize(roi, mask, kel8u, 1, &specSize, &bufSize);
+keliThresholdAdaptiveGaussInit(roi, mask, kel8u, 1, 0.0f, spec);      // sigma from the mask
+keliThresholdAdaptiveGauss_8u_C1R(src, sStep, dst, dStep, roi, 5.0f, 255, 0, kelBorderRepl, 0, spec, buf);
+```""",
+        'keliThresholdAdaptiveBoxGetBufferSize keliThresholdAdaptiveBox_8u_C1R keliThresholdAdaptiveBox_8u_C1IR keliThresholdAdaptiveGaussGetBufferSize keliThresholdAdaptiveGaussInit keliThresholdAdaptiveGauss_8u_C1R keliThresholdAdaptiveGauss_8u_C1IR',
+    ),
     "threshold/compare-count": (
         'Comparison and range counting',
         """`keliCompare` (two images) and `keliCompareC` (an image and a constant, one a channel) write a

@@ -4,9 +4,7 @@
 // Integer sources keep every sum exact: column sums (mask height of pixels, one a column and
 // channel) in 32-bit lanes with wrap-around, which is exact while a column's true sum fits, and
 // window sums (mask width of column sums) in 64 bits. Walking down a segment, the column sums
-// are updated by the entering row minus the leaving one, so the cost per pixel does not grow
-// with the mask; the kernel knows it may update, rather than recount, when the segment is the
-// one below the last (same width, next output row, window one row lower). Exact sums make
+// are updated by the entering row minus the leaving one (RunningColumns). Exact sums make
 // every route (interior, strips, ring, in place) give the same pixels.
 //
 // 32f sums do not run: a running float sum would depend on where its run began. Each window is
@@ -69,6 +67,37 @@ template <class T> void update_column_sums(const T* enter, const T* leave, std::
     for (; k < n; ++k) col[k] += widen1(enter[k]) - widen1(leave[k]);
 }
 
+// The column sums of a kernel's segments, kept up to date as the driver walks down: a segment
+// directly below the last one (same width, next output row, window one row lower) updates the
+// sums by the entering row minus the leaving one, so the cost per pixel does not grow with the
+// mask height; any other segment recounts them.
+template <class T> class RunningColumns {
+public:
+    RunningColumns(int kh, std::int64_t dstStep, std::uint32_t* col) : kh_(kh), dstStep_(dstStep), col_(col) {}
+
+    // Brings col[0 .. cols) up to the segment whose rows are `rows` and whose output is `out`.
+    void operator()(const T* const* rows, const void* out, std::int64_t n, std::int64_t cols) const
+    {
+        const bool below = kh_ > 1 && n == lastN_ && rows[0] == lastSecond_ &&
+                           static_cast<const unsigned char*>(out) == lastOut_ + dstStep_;
+        if (below)
+            update_column_sums(rows[kh_ - 1], lastFirst_, col_, cols);
+        else
+            column_sums(rows, kh_, col_, cols);
+        lastN_ = n, lastFirst_ = rows[0], lastSecond_ = kh_ > 1 ? rows[1] : nullptr;
+        lastOut_ = static_cast<const unsigned char*>(out);
+    }
+
+private:
+    int kh_;
+    std::int64_t dstStep_;
+    std::uint32_t* col_;
+    mutable std::int64_t lastN_ = -1;
+    mutable const T* lastFirst_ = nullptr;
+    mutable const T* lastSecond_ = nullptr;
+    mutable const unsigned char* lastOut_ = nullptr;
+};
+
 // ---- finishing a sum ----------------------------------------------------------------------------
 
 inline void pack4(Kel8u* d, __m128i v)
@@ -129,22 +158,14 @@ public:
     using D = typename Finish::Out;
 
     IntegerKernel(int kw, int kh, std::int64_t dstStep, std::uint32_t* col, Finish finish)
-        : kw_(kw), kh_(kh), dstStep_(dstStep), col_(col), finish_(finish),
+        : kw_(kw), columns_(kh, dstStep, col), col_(col), finish_(finish),
           fits32_(max_magnitude<T>() * std::uint64_t(kw) * std::uint64_t(kh) < (std::uint64_t(1) << 31))
     {
     }
 
     void operator()(const T* const* rows, D* out, std::int64_t n) const
     {
-        const std::int64_t cols = (n + kw_ - 1) * C;
-        const bool below = kh_ > 1 && n == lastN_ && rows[0] == lastSecond_ &&
-                           reinterpret_cast<const unsigned char*>(out) ==
-                               reinterpret_cast<const unsigned char*>(lastOut_) + dstStep_;
-        if (below)
-            update_column_sums(rows[kh_ - 1], lastFirst_, col_, cols);
-        else
-            column_sums(rows, kh_, col_, cols);
-        lastN_ = n, lastFirst_ = rows[0], lastSecond_ = kh_ > 1 ? rows[1] : nullptr, lastOut_ = out;
+        columns_(rows, out, n, (n + kw_ - 1) * C);
         if (fits32_ && kw_ <= kDirectWidth)
             direct(out, n);
         else
@@ -211,15 +232,11 @@ private:
         return col_[k];
     }
 
-    int kw_, kh_;
-    std::int64_t dstStep_;
+    int kw_;
+    RunningColumns<T> columns_;
     std::uint32_t* col_;
     Finish finish_;
     bool fits32_;
-    mutable std::int64_t lastN_ = -1;
-    mutable const T* lastFirst_ = nullptr;
-    mutable const T* lastSecond_ = nullptr;
-    mutable const D* lastOut_ = nullptr;
 };
 
 // ---- the 32f kernel -------------------------------------------------------------------------
