@@ -23,6 +23,7 @@ int main(int argc, char** argv)
     demo_move_mirror(&d);
     demo_threshold(&d);
     demo_threshold_compare(&d);
+    demo_threshold_adaptive(&d);
     demo_stats_sums(&d);
     demo_stats_hist(&d);
     demo_stats_norms(&d);

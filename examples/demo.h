@@ -41,6 +41,7 @@ void demo_move_convert(Demo* d);
 void demo_move_mirror(Demo* d);
 void demo_threshold(Demo* d);
 void demo_threshold_compare(Demo* d);
+void demo_threshold_adaptive(Demo* d);
 void demo_stats_sums(Demo* d);
 void demo_stats_hist(Demo* d);
 void demo_stats_norms(Demo* d);

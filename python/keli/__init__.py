@@ -18,7 +18,7 @@ from ._types import *  # noqa: F401,F403 (records and enumerations)
 from .arith import absolute, add, divide, multiply, subtract
 from .borders import pad
 from .convert import convert, rescale, scale_linear
-from .threshold import otsu_threshold, threshold, threshold_range
+from .threshold import adaptive_threshold, otsu_threshold, threshold, threshold_range
 from .histogram import LookupTable, equalize, histogram, lut, palette
 from .move import copy, fill, from_bits, grey_to_colour, merge, split, swap_channels, to_bits
 from .stats import argmax, argmin, block_min_max, dot, max, mean, min, min_max, norm, quality_index, sad, sum

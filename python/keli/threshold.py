@@ -68,3 +68,49 @@ def otsu_threshold(a):
     name, function = find("keliComputeThreshold_Otsu_{t}_{l}R", t=src.token, l=src.layout)
     run(name, function, src.ptr, src.step, src.size, ctypes.byref(level))
     return level.value
+
+
+ADAPTIVE = {"mean": "Box", "box": "Box", "gaussian": "Gauss", "gauss": "Gauss"}
+
+
+@documented("threshold/adaptive")
+def adaptive_threshold(a, size, delta=0.0, *, method="mean", sigma=0.0, value_gt=255, value_le=0,
+                       border="replicate", value=0, out=None):
+    """Each pixel of a single-channel uint8 image against the mean of the size x size
+    neighbourhood around it (size odd) minus `delta`: `value_gt` where it lies above, `value_le`
+    elsewhere. method="mean" weighs the window evenly (decided exactly in integers),
+    "gaussian" by a Gaussian of `sigma` (0: from the size). border: "replicate", "constant"
+    (`value`), or None for the valid part only. out may be `a` itself (in place)."""
+    from .filters import CONSTANT, DATA_TYPES, MIRROR, _border, _buffer, _prepare, _query
+    from . import _types
+    try:
+        kind = ADAPTIVE[method]
+    except KeyError:
+        raise ValueError(f"keli: method is 'mean' or 'gaussian', not {method!r}") from None
+    code = _border(border)
+    if code == MIRROR:
+        raise ValueError("keli: an adaptive threshold takes border 'replicate', 'constant' or None")
+    src, dst = _prepare(a, size, size, code, False, out, None, True)
+    mask = _types.KeliSize(size, size)
+    token = DATA_TYPES[src.token]
+    extra = (ctypes.c_float(delta), constant(value_gt, src.token, "value_gt"),
+             constant(value_le, src.token, "value_le"), code,
+             constant(value if code == CONSTANT else 0, src.token, "value"))
+    in_place = dst.same_memory(src)
+    head = (dst.ptr, dst.step, dst.size) if in_place else (src.ptr, src.step, dst.ptr, dst.step, dst.size)
+    name, function = find("keliThresholdAdaptive{k}_{t}_{l}{i}R", k=kind, t=src.token, l=src.layout,
+                          i="I" if in_place else "")
+    if kind == "Box":
+        (bytes_,) = _query("keliThresholdAdaptiveBoxGetBufferSize", dst.size, mask, token, src.channels)
+        scratch = _buffer(bytes_)  # held until the call returns
+        run(name, function, *head, mask, *extra, scratch.ctypes.data)
+    else:
+        spec_bytes, bytes_ = _query("keliThresholdAdaptiveGaussGetBufferSize", dst.size, mask, token,
+                                    src.channels, results=2)
+        spec = _buffer(spec_bytes)
+        init = find("keliThresholdAdaptiveGaussInit")[1]
+        run("keliThresholdAdaptiveGaussInit", init, dst.size, mask, token, src.channels,
+            ctypes.c_float(sigma), spec.ctypes.data)
+        scratch = _buffer(bytes_)
+        run(name, function, *head, *extra, spec.ctypes.data, scratch.ctypes.data)
+    return dst.array

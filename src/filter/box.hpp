@@ -76,7 +76,7 @@ void drive(const T* src, int srcStep, D* dst, int dstStep, KeliSize roi, KeliSiz
     unsigned char* scratch = align_up(buffer, 8);
     unsigned char* outRow = scratch + driverBytes;
     unsigned char* col = align_up(outRow + (rowWise ? W * C * sizeof(D) : 0), 16);
-    unsigned char* table = align_up(col + ww * C * 4, 8);
+    unsigned char* table = align_up(col + (ww * C + 1) * 4, 8);  // one column sum of slack
     auto kernel = make(col);
 
     filter::EdgeJob<T, D> job{src, srcStep, dst, dstStep, W, H, fp, border, value, scratch,

@@ -166,15 +166,32 @@ public:
     void operator()(const T* const* rows, D* out, std::int64_t n) const
     {
         columns_(rows, out, n, (n + kw_ - 1) * C);
-        if (fits32_ && kw_ <= kDirectWidth)
-            direct(out, n);
-        else
+        if (!fits32_)
             for (int c = 0; c < kWritten; ++c) slide(c, out, n);
+        else if (kw_ <= (C == 1 ? kDirectWidth1 : kDirectWidthN))
+            direct(out, n);
+        else if (C == 1)
+            running(out, n);
+        else
+            running_pixels(out, n);
     }
 
 private:
-    // Narrow masks: each group of four outputs adds its kw column sums in vector lanes.
-    static constexpr int kDirectWidth = 16;
+    // Narrow masks: each group of four outputs adds its kw column sums in vector lanes. Wider
+    // ones slide: a window sum is the one before it plus the column entering minus the one
+    // leaving, exact in wrapping 32-bit lanes since the true sums fit.
+    static constexpr int kDirectWidth1 = 5, kDirectWidthN = 3;
+
+    void emit(D* out, __m128i s) const
+    {
+        if constexpr (C == 4 && !has_alpha<L>) {
+            finish_.four(out, s);
+        } else {
+            D res[4];
+            finish_.four(res, s);
+            for (int c = 0; c < kWritten; ++c) out[c] = res[c];
+        }
+    }
 
     void direct(D* out, std::int64_t n) const
     {
@@ -184,13 +201,10 @@ private:
             __m128i s = _mm_loadu_si128(reinterpret_cast<const __m128i*>(col_ + e));
             for (int i = 1; i < kw_; ++i)
                 s = _mm_add_epi32(s, _mm_loadu_si128(reinterpret_cast<const __m128i*>(col_ + e + i * C)));
-            if constexpr (has_alpha<L>) {
-                D res[4];
-                finish_.four(res, s);
-                out[e] = res[0], out[e + 1] = res[1], out[e + 2] = res[2];
-            } else {
+            if constexpr (has_alpha<L>)
+                emit(out + e, s);
+            else
                 finish_.four(out + e, s);
-            }
         }
         for (; e < outs; ++e) {
             if (has_alpha<L> && e % 4 == 3) continue;
@@ -200,26 +214,51 @@ private:
         }
     }
 
-    // Window sums of channel c along the segment, sliding by one column sum in, one out; the
-    // sums are finished in groups of four where they fit 32 bits.
+    // One channel: four sums a step. With d[i] = col[x - 1 + i + kw] - col[x - 1 + i], the sums
+    // x .. x + 3 are the last sum before them plus the running totals of d, a scan in register.
+    void running(D* out, std::int64_t n) const
+    {
+        if (n < 4) return direct(out, n);
+        __m128i s = _mm_loadu_si128(reinterpret_cast<const __m128i*>(col_));
+        for (int i = 1; i < kw_; ++i) s = _mm_add_epi32(s, _mm_loadu_si128(reinterpret_cast<const __m128i*>(col_ + i)));
+        finish_.four(out, s);
+        std::int64_t x = 4;
+        for (; x + 4 <= n; x += 4) {
+            __m128i d = _mm_sub_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(col_ + x - 1 + kw_)),
+                                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(col_ + x - 1)));
+            d = _mm_add_epi32(d, _mm_slli_si128(d, 4));
+            d = _mm_add_epi32(d, _mm_slli_si128(d, 8));
+            s = _mm_add_epi32(_mm_shuffle_epi32(s, 0xFF), d);
+            finish_.four(out + x, s);
+        }
+        std::int64_t last = static_cast<std::int32_t>(_mm_extract_epi32(s, 3));
+        for (; x < n; ++x) {
+            last += signed_col(x - 1 + kw_) - signed_col(x - 1);
+            out[x] = finish_(last);
+        }
+    }
+
+    // Three or four channels: a pixel's sums in one vector, slid a pixel a step. Three-channel
+    // loads take one lane beyond the pixel, which is left unwritten (the scratch holds one
+    // column sum of slack for the last).
+    void running_pixels(D* out, std::int64_t n) const
+    {
+        const auto at = [this](std::int64_t x) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(col_ + x * C)); };
+        __m128i s = at(0);
+        for (int i = 1; i < kw_; ++i) s = _mm_add_epi32(s, at(i));
+        emit(out, s);
+        for (std::int64_t x = 1; x < n; ++x) {
+            s = _mm_add_epi32(s, _mm_sub_epi32(at(x - 1 + kw_), at(x - 1)));
+            emit(out + x * C, s);
+        }
+    }
+
+    // Sums past 31 bits: channel c along the segment in 64 bits, one column in, one out.
     void slide(int c, D* out, std::int64_t n) const
     {
         std::int64_t s = 0;
         for (int i = 0; i < kw_; ++i) s += signed_col(c + i * C);
-        std::int64_t x = 0;
-        if (fits32_) {
-            alignas(16) std::int32_t four[4];
-            for (; x + 4 <= n; x += 4) {
-                for (int k = 0; k < 4; ++k) {
-                    four[k] = static_cast<std::int32_t>(s);
-                    if (x + k + 1 < n) s += signed_col(c + (x + k + kw_) * C) - signed_col(c + (x + k) * C);
-                }
-                D res[4];
-                finish_.four(res, _mm_load_si128(reinterpret_cast<const __m128i*>(four)));
-                for (int k = 0; k < 4; ++k) out[(x + k) * C + c] = res[k];
-            }
-        }
-        for (; x < n; ++x) {
+        for (std::int64_t x = 0; x < n; ++x) {
             out[x * C + c] = finish_(s);
             if (x + 1 < n) s += signed_col(c + (x + kw_) * C) - signed_col(c + x * C);
         }
