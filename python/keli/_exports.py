@@ -283,6 +283,9 @@ A270 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orde
 A271 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
 A272 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
 A273 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
+A274 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
+A275 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
+A276 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2899,4 +2902,14 @@ EXPORTS = {
     "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A272),
     "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A273),
     "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A273),
+    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A274),
+    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A274),
+    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A274),
+    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A275),
+    "keliCrossCorrNormGetBufferSize": (KelStatus, *A276),
+    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A274),
+    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A274),
+    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A274),
+    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A275),
+    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A276),
 }
