@@ -1,7 +1,7 @@
 // Template matching against cv::matchTemplate, valid shape: keliCrossCorrNorm_8u32f_C1R with
 // the centred normalisation against TM_CCOEFF_NORMED, keliSqrDistanceNorm_8u32f_C1R with 0x100
-// against TM_SQDIFF_NORMED, on 8u images with 16x16 templates (rows named by the export) and
-// 64x64 templates (the export name with `_tpl64`). Both write a preallocated f32 result.
+// against TM_SQDIFF_NORMED, on 8u images with 16x16 and 64x64 templates (rows named
+// `<export>[16x16]`, `<export>[64x64]`). Both write a preallocated f32 result.
 #include <memory>
 #include <opencv2/imgproc.hpp>
 #include <string>
@@ -45,7 +45,7 @@ void rows_of(const std::string& name, MatchFn fn, SizeFn sizeFn, int norm, int c
 
 const bench::Rows rows([] {
     for (int side : {16, 64}) {
-        const std::string suffix = side == 16 ? "" : "_tpl64";
+        const std::string suffix = "[" + std::to_string(side) + "x" + std::to_string(side) + "]";
         rows_of("keliCrossCorrNorm_8u32f_C1R" + suffix, keliCrossCorrNorm_8u32f_C1R, keliCrossCorrNormGetBufferSize, 0x200,
                 cv::TM_CCOEFF_NORMED, side);
         rows_of("keliSqrDistanceNorm_8u32f_C1R" + suffix, keliSqrDistanceNorm_8u32f_C1R, keliSqrDistanceNormGetBufferSize,
