@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "keli.h"
+#include "match/rows/template.hpp"
 #include "kit/image.hpp"
 #include "kit/random.hpp"
 #include "reference/template.hpp"
@@ -355,6 +356,133 @@ TEST(TemplateMatchChecks, SizeQueryValues)
     int size = 0;
     EXPECT_EQ(keliCrossCorrNormGetBufferSize({30000, 30000}, {10000, 10000}, kFull, &size), kelStatusSizeOverflow);
     EXPECT_NE(size, 0);
+}
+
+// ---- Row kernels against plain scalar loops, every head and tail length, shifted starts
+
+namespace rows = keli::match::rows;
+
+bool same_bits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+template <class T> void expect_to_f32(kit::Rng& rng)
+{
+    std::vector<T> in(40);
+    for (auto& v : in) v = rng.any<T>();
+    for (int off = 0; off < 4; ++off)
+        for (std::size_t n = 0; n < 20; ++n) {
+            std::vector<float> out(n + 8, -1.0f);
+            rows::to_f32(in.data() + off, out.data() + 1, n);
+            for (std::size_t i = 0; i < n; ++i) ASSERT_EQ(out[i + 1], static_cast<float>(in[off + i])) << n;
+            ASSERT_EQ(out[n + 1], -1.0f);
+        }
+}
+
+TEST(TemplateMatchRows, ToF32) {
+    kit::Rng rng;
+    expect_to_f32<Kel8u>(rng);
+    expect_to_f32<Kel16u>(rng);
+    expect_to_f32<Kel32f>(rng);
+}
+
+TEST(TemplateMatchRows, ConjugateProductAndDivide)
+{
+    kit::Rng rng;
+    std::vector<float> a(48), b(48), den(48);
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        a[i] = rng.any<float>(), b[i] = rng.any<float>();
+        den[i] = i % 5 == 0 ? 0.0f : rng.any<float>();  // zero divisors give 0
+    }
+    for (int off = 0; off < 4; ++off)
+        for (std::size_t n = 0; n < 20; ++n) {
+            std::vector<float> s(a.begin() + off, a.begin() + off + 2 * n + 2);
+            rows::multiply_conj_pairs(s.data(), b.data() + off, n);
+            for (std::size_t k = 0; k < n; ++k) {
+                const float p = a[off + 2 * k], q = a[off + 2 * k + 1], c = b[off + 2 * k], d = b[off + 2 * k + 1];
+                ASSERT_TRUE(same_bits(s[2 * k], p * c + q * d)) << n << " " << k;
+                ASSERT_TRUE(same_bits(s[2 * k + 1], q * c - p * d)) << n << " " << k;
+            }
+            ASSERT_EQ(s[2 * n], a[off + 2 * n]);
+            std::vector<float> q(n + 1, 9.0f);
+            rows::divide(a.data() + off, den.data() + off, q.data(), n);
+            for (std::size_t i = 0; i < n; ++i)
+                ASSERT_TRUE(same_bits(q[i], den[off + i] == 0.0f ? 0.0f : a[off + i] / den[off + i])) << n << " " << i;
+            ASSERT_EQ(q[n], 9.0f);
+        }
+}
+
+TEST(TemplateMatchRows, ScaleTo8uRoundsHalfEvenAndSaturates)
+{
+    const float values[] = {0.5f, 1.5f, 2.5f, -0.5f, 254.5f, 255.5f, 1e12f, -1e12f, NAN, -0.0f, 3.49999f, 127.5f,
+                            100.25f, 7.0f, 0.49999997f, 253.5f, 2.0f, 9.5f, 10.5f, 300.0f};
+    struct Scale {
+        float s;
+        int sf;
+    };
+    for (Scale sc : {Scale{1.0f, 0}, Scale{0.125f, 3}, Scale{4.0f, -2}})
+        for (std::size_t n = 0; n <= 20; ++n) {
+            std::vector<Kel8u> out(n + 1, 77);
+            rows::scale_to_8u(values, sc.s, out.data(), n);
+            for (std::size_t i = 0; i < n; ++i) {
+                const double want = std::isnan(values[i]) ? 0.0 : ref::to_8u(static_cast<double>(values[i] * sc.s), 0);
+                ASSERT_EQ(out[i], want) << values[i] << " scale " << sc.s;
+            }
+            ASSERT_EQ(out[n], 77);
+        }
+}
+
+TEST(TemplateMatchRows, SqrDistanceRow)
+{
+    kit::Rng rng;
+    const double tiny = std::ldexp(1.0, -23);
+    std::vector<float> corr(24);
+    std::vector<double> energy(24);
+    for (std::size_t i = 0; i < corr.size(); ++i) {
+        corr[i] = rng.any<float>();
+        energy[i] = i % 4 == 0 ? 0.0 : i % 4 == 1 ? tiny / 2 : std::fabs(rng.any<float>()) * 1000.0;
+    }
+    for (double tplNorm : {tiny, 3.0, 1234.5})
+        for (std::size_t n = 0; n < 20; ++n) {
+            std::vector<float> plain(n + 1, 5.0f), normed(n + 1, 5.0f);
+            rows::sqr_distance<false>(corr.data(), energy.data(), tplNorm * tplNorm, tplNorm, plain.data(), n);
+            rows::sqr_distance<true>(corr.data(), energy.data(), tplNorm * tplNorm, tplNorm, normed.data(), n);
+            for (std::size_t i = 0; i < n; ++i) {
+                const double num = (corr[i] * -2.0 + energy[i]) + tplNorm * tplNorm;
+                const double d = std::max(std::sqrt(energy[i] < tiny ? 0.0 : energy[i]) * tplNorm, tiny);
+                ASSERT_TRUE(same_bits(plain[i], static_cast<float>(num))) << i;
+                ASSERT_TRUE(same_bits(normed[i], static_cast<float>(num / d))) << i;
+            }
+            ASSERT_EQ(plain[n], 5.0f);
+            ASSERT_EQ(normed[n], 5.0f);
+        }
+}
+
+template <class T> void expect_column_sums(kit::Rng& rng)
+{
+    std::vector<T> in(40), out(40);
+    for (auto& v : in) v = rng.any<T>();
+    for (auto& v : out) v = rng.any<T>();
+    for (int off = 0; off < 3; ++off)
+        for (std::size_t n = 0; n < 20; ++n) {
+            std::vector<double> sq(n + 1, 0.25), sum(n + 1, 0.5);
+            rows::add_row<1, true>(sq.data(), sum.data(), in.data() + off, n);
+            rows::add_row<-1, true>(sq.data(), sum.data(), out.data() + off, n);
+            rows::add_row<1, false>(sq.data(), nullptr, in.data() + off, n);
+            for (std::size_t i = 0; i < n; ++i) {
+                const double a = static_cast<double>(in[off + i]), b = static_cast<double>(out[off + i]);
+                ASSERT_EQ(sq[i], ((0.25 + a * a) - b * b) + a * a) << n << " " << i;
+                ASSERT_EQ(sum[i], (0.5 + a) - b) << n << " " << i;
+            }
+            ASSERT_EQ(sq[n], 0.25);
+            ASSERT_EQ(sum[n], 0.5);
+        }
+}
+
+TEST(TemplateMatchRows, ColumnSums)
+{
+    kit::Rng rng;
+    expect_column_sums<Kel8u>(rng);
+    expect_column_sums<Kel16u>(rng);
+    expect_column_sums<Kel32f>(rng);
 }
 
 }  // namespace
