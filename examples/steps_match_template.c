@@ -42,7 +42,7 @@ void demo_match_template(Demo* d)
     args.scores = scores, args.scoreStep = stepScores, args.buffer = buffer;
     st = keliCrossCorrNorm_8u32f_C1R(rings, stepRings, roi, patch, stepRings, tplRoi, scores, stepScores,
                                      kCentred | kSame, buffer);
-    demo_report(d, "keliCrossCorrNorm_8u32f_C1R 48x48 same", st, demo_speed(run_match, &args, (double)roi.width * roi.height));
+    demo_report(d, "keliCrossCorrNorm_8u32f_C1R", st, demo_speed(run_match, &args, (double)roi.width * roi.height));
     for (y = 0; y < d->height; ++y) {
         const Kel32f* row = (const Kel32f*)((const Kel8u*)scores + (size_t)y * stepScores);
         for (x = 0; x < d->width; ++x) {
