@@ -235,12 +235,7 @@ KelStatus match_template(const T* pSrc, int srcStep, KeliSize srcRoi, const T* p
             auto corrRow = [&](std::int64_t j) { return c.tile + j * fx; };
             const std::size_t count = static_cast<std::size_t>(px);
             if (!energy) {
-                for (std::int64_t j = 0; j < py; ++j) {
-                    if constexpr (std::is_same_v<D, Kel8u>)
-                        rows::scale_to_8u(corrRow(j), s, outRow(j), count);
-                    else
-                        std::memcpy(outRow(j), corrRow(j), count * sizeof(float));
-                }
+                for (std::int64_t j = 0; j < py; ++j) store(corrRow(j), outRow(j), count);
                 continue;
             }
             if constexpr (M == Measure::SqrDistance) {
