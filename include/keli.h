@@ -3413,6 +3413,54 @@ KELI_API KelStatus keliFFTInv_CToC_32fc_C1R(const Kel32fc* pSrc, int srcStep, Ke
 KELI_API KelStatus keliFFTFwd_CToC_32fc_C1IR(Kel32fc* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
 KELI_API KelStatus keliFFTInv_CToC_32fc_C1IR(Kel32fc* pSrcDst, int srcDstStep, const Kel8u* pSpec, Kel8u* pBuffer);
 
+/* ==== Correlation and descriptors =========================================================== */
+
+/* ---- Template matching */
+/*
+ * `keliCrossCorrNorm` correlates a template with every position of an image; `keliSqrDistanceNorm`
+ * gives the sum over the window of `(I - T)^2`. Both run through the real 2-D FFT, tile by tile.
+ * `algType` packs three fields: bits 0-7 a `KelHintAlgorithm` (0, 1, 2), bits 8-15 the
+ * normalisation (0 none, `0x100` by the energies of window and template, `0x200` with both means
+ * removed, correlation only), bits 16-23 the shape: 0 full `(W+w-1) x (H+h-1)` from source
+ * position `(-(w-1), -(h-1))`, `0x10000` valid `(W-w+1) x (H-h+1)` from `(0, 0)`, `0x20000` same
+ * `W x H` from `(-(w>>1), -(h>>1))`. Pixels beyond the source count as 0.
+ *
+ * **Values.** Correlation: `C`, `0x100` `C / (sqrt(Ew) |T|)`, `0x200`
+ * `C / sqrt((Ew - N mean^2) e)`, with `e` the template's energy less `N` times its mean squared.
+ * A window whose energy is at or below its floor (`2^-23`, or `N 2^-46` centred, or the rounding
+ * of `Ew - N mean^2`) gives 0, as does a zero denominator. Squared distance: `Ew - 2C + |T|^2`;
+ * `0x100` divides by `sqrt(Ew) |T|`, `Ew` below `2^-23` counting as 0, a norm below `2^-23` as
+ * `2^-23` and a divisor within `2^-23` of 0 as `2^-23` (a zero window gives a large finite value).
+ * Window energies are f64 running sums. **Rounding.** The transform is single precision:
+ * results agree with an exact computation to about `1e-6` relative (normalised outputs to about
+ * `1e-5` on windows of ordinary energy), and different tilings agree within that, not in bits.
+ * The 8u forms give `sat(rndNear(2^-scaleFactor * v))` of the f32 value `v` (ties to even); the
+ * scale is built in the float exponent field, `127 - scaleFactor` clamped to 0..254.
+ *
+ * **Checks, in order.** `pSrc`, `pTpl`, `pDst` null `kelStatusNullPtr`; a size below 1 or a
+ * template wider or taller than the source `kelStatusBadSize`; a step below 1 `kelStatusBadStep`;
+ * `pBuffer` null `kelStatusNullPtr`; `algType` with a hint above 2, an unknown shape or
+ * normalisation `kelStatusBadAlgorithm` (the squared distance refuses any of the bits `0xFE00`).
+ * Size queries: `pBufferSize` null, sizes, `algType`; a size past 2^31 - 1 is stored cut to 32
+ * bits with `kelStatusSizeOverflow`. Nothing is written on an error.
+ *
+ * ```c
+ * int size; int alg = 0x200 | 0x10000;   // centred, valid shape
+ * keliCrossCorrNormGetBufferSize(srcRoi, tplRoi, alg, &size);   // then allocate buffer
+ * KelStatus st = keliCrossCorrNorm_8u32f_C1R(src, sStep, srcRoi, tpl, tStep, tplRoi, dst, dStep, alg, buffer);
+ * ```
+ */
+KELI_API KelStatus keliCrossCorrNorm_8u32f_C1R(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel8u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32f* pDst, int dstStep, int algType, Kel8u* pBuffer);
+KELI_API KelStatus keliCrossCorrNorm_16u32f_C1R(const Kel16u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel16u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32f* pDst, int dstStep, int algType, Kel8u* pBuffer);
+KELI_API KelStatus keliCrossCorrNorm_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize srcRoiSize, const Kel32f* pTpl, int tplStep, KeliSize tplRoiSize, Kel32f* pDst, int dstStep, int algType, Kel8u* pBuffer);
+KELI_API KelStatus keliCrossCorrNorm_8u_C1RSfs(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel8u* pTpl, int tplStep, KeliSize tplRoiSize, Kel8u* pDst, int dstStep, int scaleFactor, int algType, Kel8u* pBuffer);
+KELI_API KelStatus keliCrossCorrNormGetBufferSize(KeliSize srcRoiSize, KeliSize tplRoiSize, int algType, int* pBufferSize);
+KELI_API KelStatus keliSqrDistanceNorm_8u32f_C1R(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel8u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32f* pDst, int dstStep, int algType, Kel8u* pBuffer);
+KELI_API KelStatus keliSqrDistanceNorm_16u32f_C1R(const Kel16u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel16u* pTpl, int tplStep, KeliSize tplRoiSize, Kel32f* pDst, int dstStep, int algType, Kel8u* pBuffer);
+KELI_API KelStatus keliSqrDistanceNorm_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize srcRoiSize, const Kel32f* pTpl, int tplStep, KeliSize tplRoiSize, Kel32f* pDst, int dstStep, int algType, Kel8u* pBuffer);
+KELI_API KelStatus keliSqrDistanceNorm_8u_C1RSfs(const Kel8u* pSrc, int srcStep, KeliSize srcRoiSize, const Kel8u* pTpl, int tplStep, KeliSize tplRoiSize, Kel8u* pDst, int dstStep, int scaleFactor, int algType, Kel8u* pBuffer);
+KELI_API KelStatus keliSqrDistanceNormGetBufferSize(KeliSize srcRoiSize, KeliSize tplRoiSize, int algType, int* pBufferSize);
+
 #ifdef __cplusplus
 }
 #endif

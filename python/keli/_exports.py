@@ -289,6 +289,9 @@ A276 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orde
 A277 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
 A278 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
 A279 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
+A280 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
+A281 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
+A282 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2912,4 +2915,14 @@ EXPORTS = {
     "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A278),
     "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A279),
     "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A279),
+    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A280),
+    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A280),
+    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A280),
+    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A281),
+    "keliCrossCorrNormGetBufferSize": (KelStatus, *A282),
+    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A280),
+    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A280),
+    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A280),
+    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A281),
+    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A282),
 }
