@@ -283,6 +283,15 @@ A270 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orde
 A271 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
 A272 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
 A273 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
+A274 = ((c_void_p, c_void_p), "pConfig pSpecSize")
+A275 = ((c_void_p, c_void_p), "pConfig pHOGSpec")
+A276 = ((c_void_p, KeliSize, c_void_p), "pHOGSpec roiSize pBufferSize")
+A277 = ((c_void_p, c_void_p), "pHOGSpec pDescriptorSize")
+A278 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel8u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A279 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A280 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16s, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A281 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel32f, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A282 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2899,4 +2908,16 @@ EXPORTS = {
     "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A272),
     "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A273),
     "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A273),
+    "keliHOGGetSize": (KelStatus, *A274),
+    "keliHOGInit": (KelStatus, *A275),
+    "keliHOGGetBufferSize": (KelStatus, *A276),
+    "keliHOGGetDescriptorSize": (KelStatus, *A277),
+    "keliHOG_8u32f_C1R": (KelStatus, *A278),
+    "keliHOG_16u32f_C1R": (KelStatus, *A279),
+    "keliHOG_16s32f_C1R": (KelStatus, *A280),
+    "keliHOG_32f_C1R": (KelStatus, *A281),
+    "keliHOG_8u32f_C3R": (KelStatus, *A282),
+    "keliHOG_16u32f_C3R": (KelStatus, *A282),
+    "keliHOG_16s32f_C3R": (KelStatus, *A282),
+    "keliHOG_32f_C3R": (KelStatus, *A282),
 }
