@@ -108,26 +108,46 @@ void gradient_planes(const GradientSource<T, C>& source, int w, int h, const row
     }
 }
 
-// Pass two: the descriptors of the windows that lie inside R, in the given order.
+// Histograms of N blocks of a window, from block number `first` in row-major order, normalised
+// into their places in the descriptor.
+template <int N>
+void window_blocks(const Header& h, const float* weights, rows::VotePlanes planes, int w, KeliPoint p, int blocksX,
+                   int blocksY, int first, float* out)
+{
+    const KeliHOGConfig& c = h.config;
+    alignas(16) float store[N][4 * 16];
+    float* hist[N];
+    rows::VotePlanes at[N];
+    for (int k = 0; k < N; ++k) {
+        const int bx = (first + k) % blocksX, by = (first + k) / blocksX;
+        const std::size_t offset = std::size_t(p.y + by * c.blockStride) * w + p.x + bx * c.blockStride;
+        at[k] = {planes.bins + offset, planes.first + offset, planes.second + offset};
+        hist[k] = store[k];
+    }
+    rows::block_histograms<N>(at, w, c.blockSize, weights, c.nbins, hist);
+    for (int k = 0; k < N; ++k) {
+        const int bx = (first + k) % blocksX, by = (first + k) / blocksX;
+        const int index = c.blockOrderColumnMajor ? bx * blocksY + by : by * blocksX + bx;
+        rows::normalise_block(hist[k], c.nbins, c.l2Threshold, out + std::size_t(index) * h.blockHistogramLength);
+    }
+}
+
+// Pass two: the descriptors of the windows that lie inside R, in the given order; four blocks
+// at a time.
 inline void window_descriptors(const Header& h, const float* weights, rows::VotePlanes planes, int w, int rh,
                                const KeliPoint* locations, int nLocations, float* out)
 {
     const KeliHOGConfig& c = h.config;
     const int blocksX = blocks_along(c.winWidth, c.blockSize, c.blockStride);
     const int blocksY = blocks_along(c.winHeight, c.blockSize, c.blockStride);
+    const int blocks = blocksX * blocksY;
     const KeliPoint origin = {0, 0};
-    alignas(16) float hist[4 * 16];
     for (int i = 0; i < nLocations; ++i) {
         const KeliPoint p = locations ? locations[i] : origin;
         if (p.x < 0 || p.y < 0 || std::int64_t(p.x) + c.winWidth > w || std::int64_t(p.y) + c.winHeight > rh) continue;
-        for (int by = 0; by < blocksY; ++by)
-            for (int bx = 0; bx < blocksX; ++bx) {
-                const std::size_t at = std::size_t(p.y + by * c.blockStride) * w + p.x + bx * c.blockStride;
-                rows::block_histogram({planes.bins + at, planes.first + at, planes.second + at}, w, c.blockSize,
-                                      weights, c.nbins, hist);
-                const int index = c.blockOrderColumnMajor ? bx * blocksY + by : by * blocksX + bx;
-                rows::normalise_block(hist, c.nbins, c.l2Threshold, out + std::size_t(index) * h.blockHistogramLength);
-            }
+        int b = 0;
+        for (; b + 4 <= blocks; b += 4) window_blocks<4>(h, weights, planes, w, p, blocksX, blocksY, b, out);
+        for (; b < blocks; ++b) window_blocks<1>(h, weights, planes, w, p, blocksX, blocksY, b, out);
         out += h.descriptorLength;
     }
 }

@@ -122,25 +122,32 @@ inline void gradient_run(const float* up, const float* centre, const float* down
     }
 }
 
-// The histogram of one block, hist[bin][cell] (4 * nbins f32): each pixel, row by row, adds
-// its first vote times its four cell weights to its first bin, then its second vote to its
-// second bin. `stride` is the planes' row length in pixels.
-inline void block_histogram(VotePlanes at, std::size_t stride, int B, const float* weights, int nbins, float* hist)
+// The histograms of N blocks, hist[bin][cell] (4 * nbins f32 each): each pixel of a block, row
+// by row, adds its first vote times its four cell weights to its first bin, then its second vote
+// to its second bin. The blocks are independent, so running several side by side keeps each
+// block's order of additions and overlaps their chains of dependent adds. `stride` is the
+// planes' row length in pixels.
+template <int N>
+inline void block_histograms(const VotePlanes (&at)[N], std::size_t stride, int B, const float* weights, int nbins,
+                             float* (&hist)[N])
 {
-    for (int j = 0; j < nbins; ++j) simd::store4(hist + 4 * j, simd::splat4(0.0f));
+    for (int k = 0; k < N; ++k)
+        for (int j = 0; j < nbins; ++j) simd::store4(hist[k] + 4 * j, simd::splat4(0.0f));
     for (int y = 0; y < B; ++y) {
         const std::size_t row = y * stride;
         for (int x = 0; x < B; ++x) {
             const F4 w = simd::load4(weights + 4 * (y * B + x));
-            std::uint32_t pair;
-            float p, q;
-            std::memcpy(&pair, at.bins + row + x, sizeof pair);
-            std::memcpy(&p, at.first + row + x, sizeof p);
-            std::memcpy(&q, at.second + row + x, sizeof q);
-            float* lo = hist + 4 * (pair & 0xFFFF);
-            float* hi = hist + 4 * (pair >> 16);
-            simd::store4(lo, simd::load4(lo) + simd::splat4(p) * w);
-            simd::store4(hi, simd::load4(hi) + simd::splat4(q) * w);
+            for (int k = 0; k < N; ++k) {
+                std::uint32_t pair;
+                float p, q;
+                std::memcpy(&pair, at[k].bins + row + x, sizeof pair);
+                std::memcpy(&p, at[k].first + row + x, sizeof p);
+                std::memcpy(&q, at[k].second + row + x, sizeof q);
+                float* lo = hist[k] + 4 * (pair & 0xFFFF);
+                float* hi = hist[k] + 4 * (pair >> 16);
+                simd::store4(lo, simd::load4(lo) + simd::splat4(p) * w);
+                simd::store4(hi, simd::load4(hi) + simd::splat4(q) * w);
+            }
         }
     }
 }
