@@ -169,6 +169,8 @@ KelStatus hog(const T* pSrc, int srcStep, KeliSize roi, const KeliPoint* locatio
     if (nLocations < 1) return kelStatusBadArg;
     if (!locations && nLocations != 1) return kelStatusNullPtr;
     if (!border::filter_accepts(border)) return kelStatusBadBorder;
+    // The value is looked at only once the border is known to be valid, and only where a side
+    // is synthesised from it: with all four sides in memory the base kind plays no part.
     const bool constant = border::base_kind(border) == kelBorderConst && !border::no_border(border);
     if (constant && !valuePresent) return kelStatusNullPtr;
 

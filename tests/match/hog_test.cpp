@@ -423,7 +423,8 @@ TEST(HOG, ProcessingChecksInOrderWriteNothing)
     std::vector<unsigned char> wrong(spec.bytes);
     wrong[3] ^= 1;
     KeliHOGSpec* bad = reinterpret_cast<KeliHOGSpec*>(wrong.data() + 3);
-    std::vector<Kel8u> src(20 * 16 * 3, 9), buffer(20 * 16 * 12, 0xEE);
+    // A 20 x 16 region inside a 22 x 18 image: a border read from memory finds pixels there.
+    std::vector<Kel8u> image(22 * 18 * 3, 9), buffer(20 * 16 * 12, 0xEE);
     std::vector<float> out(200, -7.0f);
     const KeliPoint at = {0, 0};
     const Kel8u value[3] = {1, 2, 3};
@@ -440,27 +441,27 @@ TEST(HOG, ProcessingChecksInOrderWriteNothing)
         Kel8u* buffer;
         KelStatus want;
     };
-    const Kel8u* s = src.data();
+    const Kel8u* s = image.data() + 22 * 3 + 3;
     float* d = out.data();
     KeliHOGSpec* g = spec.get();
     Kel8u* b = buffer.data();
     const Case cases[] = {
-        {s, 60, {20, 16}, &at, 1, d, nullptr, 1, value, b, kelStatusNullPtr},
-        {nullptr, 60, {20, 16}, &at, 1, d, bad, 1, value, b, kelStatusNullPtr},
-        {s, 60, {20, 16}, &at, 1, nullptr, bad, 1, value, b, kelStatusNullPtr},
-        {s, 60, {20, 16}, &at, 1, d, bad, 1, value, nullptr, kelStatusNullPtr},
+        {s, 66, {20, 16}, &at, 1, d, nullptr, 1, value, b, kelStatusNullPtr},
+        {nullptr, 66, {20, 16}, &at, 1, d, bad, 1, value, b, kelStatusNullPtr},
+        {s, 66, {20, 16}, &at, 1, nullptr, bad, 1, value, b, kelStatusNullPtr},
+        {s, 66, {20, 16}, &at, 1, d, bad, 1, value, nullptr, kelStatusNullPtr},
         {s, 0, {20, 16}, &at, 1, d, bad, 1, value, b, kelStatusSpecMismatch},
         {s, 0, {1, 1}, &at, 0, d, g, 999, value, b, kelStatusBadStep},
-        {s, 60, {15, 16}, &at, 0, d, g, 999, value, b, kelStatusBadSize},
-        {s, 60, {20, 11}, &at, 0, d, g, 999, value, b, kelStatusBadSize},
-        {s, 60, {20, 16}, nullptr, 0, d, g, 999, value, b, kelStatusBadArg},
-        {s, 60, {20, 16}, nullptr, 2, d, g, 999, value, b, kelStatusNullPtr},
-        {s, 60, {20, 16}, &at, 1, d, g, 256, value, b, kelStatusBadBorder},
-        {s, 60, {20, 16}, &at, 1, d, g, 2, value, b, kelStatusBadBorder},
-        {s, 60, {20, 16}, &at, 1, d, g, 0, value, b, kelStatusBadBorder},
-        {s, 60, {20, 16}, &at, 1, d, g, 6 | 16, nullptr, b, kelStatusNullPtr},
-        {s, 60, {20, 16}, &at, 1, d, g, 6, value, b, kelStatusOk},
-        {s, 60, {20, 16}, &at, 1, d, g, 246, nullptr, b, kelStatusOk},  // all sides in memory: no value needed
+        {s, 66, {15, 16}, &at, 0, d, g, 999, value, b, kelStatusBadSize},
+        {s, 66, {20, 11}, &at, 0, d, g, 999, value, b, kelStatusBadSize},
+        {s, 66, {20, 16}, nullptr, 0, d, g, 999, value, b, kelStatusBadArg},
+        {s, 66, {20, 16}, nullptr, 2, d, g, 999, value, b, kelStatusNullPtr},
+        {s, 66, {20, 16}, &at, 1, d, g, 256, value, b, kelStatusBadBorder},
+        {s, 66, {20, 16}, &at, 1, d, g, 2, value, b, kelStatusBadBorder},
+        {s, 66, {20, 16}, &at, 1, d, g, 0, value, b, kelStatusBadBorder},
+        {s, 66, {20, 16}, &at, 1, d, g, 6 | 16, nullptr, b, kelStatusNullPtr},
+        {s, 66, {20, 16}, &at, 1, d, g, 6, value, b, kelStatusOk},
+        {s, 66, {20, 16}, &at, 1, d, g, 246, nullptr, b, kelStatusOk},  // all sides in memory: no value needed
     };
     for (const Case& t : cases) {
         std::fill(out.begin(), out.end(), -7.0f);
@@ -474,7 +475,7 @@ TEST(HOG, ProcessingChecksInOrderWriteNothing)
         }
     }
     // C1 takes its value by value: a constant border needs no pointer.
-    EXPECT_EQ(keliHOG_8u32f_C1R(s, 20, {20, 16}, &at, 1, d, g, kelBorderConst, 0, b), kelStatusOk);
+    EXPECT_EQ(keliHOG_8u32f_C1R(s, 66, {20, 16}, &at, 1, d, g, kelBorderConst, 0, b), kelStatusOk);
 }
 
 }  // namespace
