@@ -35,6 +35,7 @@ int main(int argc, char** argv)
     demo_frequency_fft(&d);
     demo_filter_min_max(&d);
     demo_match_template(&d);
+    demo_match_hog(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
     return d.failures ? 1 : 0;
 }

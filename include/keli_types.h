@@ -110,6 +110,22 @@ typedef enum {
 /* The general kernel filter's spec: a block the caller allocates at the size its query gives. */
 typedef struct KeliFilterBorderSpec KeliFilterBorderSpec;
 
+/* Parameters of the histogram of oriented gradients, filled in by the caller. */
+typedef struct {
+    int32_t blockOrderColumnMajor; /* non-zero: a window's blocks are stored column by column */
+    int32_t cellSize;
+    int32_t blockSize;
+    int32_t blockStride;
+    int32_t nbins;
+    float sigma;
+    float l2Threshold;
+    int32_t winWidth;
+    int32_t winHeight;
+} KeliHOGConfig;
+
+/* The histogram of oriented gradients' spec: a block the caller allocates at the size its query gives. */
+typedef struct KeliHOGSpec KeliHOGSpec;
+
 typedef enum {
     kelNearest = 1,
     kelLinear = 2,

@@ -32,6 +32,7 @@ from .moments import Moments, moments
 from .geometry import flip, remap, transpose
 from .fft import fft2, ifft2, irfft2_packed, rfft2_packed
 from .match import match_template
+from .hog import hog
 from .synthetic import add_gaussian_noise, add_uniform_noise, jaehne, ramp
 from .errors import *  # noqa: F401,F403 (Error, KeliWarning and one class per status)
 

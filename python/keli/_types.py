@@ -134,6 +134,20 @@ class KelLibraryVersion(ctypes.Structure):
     ]
 
 
+class KeliHOGConfig(ctypes.Structure):
+    _fields_ = [
+        ("blockOrderColumnMajor", ctypes.c_int32),
+        ("cellSize", ctypes.c_int32),
+        ("blockSize", ctypes.c_int32),
+        ("blockStride", ctypes.c_int32),
+        ("nbins", ctypes.c_int32),
+        ("sigma", ctypes.c_float),
+        ("l2Threshold", ctypes.c_float),
+        ("winWidth", ctypes.c_int32),
+        ("winHeight", ctypes.c_int32),
+    ]
+
+
 class KelDataType(enum.IntEnum):
     kel8u = 1
     kel8s = 3
@@ -320,6 +334,7 @@ __all__ = [
     "KeliCuboid",
     "KeliBorderSize",
     "KelLibraryVersion",
+    "KeliHOGConfig",
     "KelDataType",
     "KelRoundMode",
     "KelHintAlgorithm",
