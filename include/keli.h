@@ -3415,6 +3415,69 @@ KELI_API KelStatus keliFFTInv_CToC_32fc_C1IR(Kel32fc* pSrcDst, int srcDstStep, c
 
 /* ==== Correlation and descriptors =========================================================== */
 
+/* ---- Histogram of oriented gradients */
+/*
+ * Dense descriptors of windows: `keliHOGGetSize` gives the spec size
+ * (`blockSize * blockSize * 16 + 72` bytes), `keliHOGInit` fills it from a `KeliHOGConfig` (the
+ * spec is read where the pointer points, so it may be copied), `keliHOGGetBufferSize` gives the
+ * scratch (`width * height * 12`), `keliHOGGetDescriptorSize` the bytes of one window's
+ * descriptor. `keliHOG_<t>_<l>` computes each pixel's gradient once for the region, cut at its
+ * right and bottom so that (size - blockSize) is a multiple of `blockStride`: central
+ * differences in f32, the neighbours beyond the cut region from `border` (`kelBorderRepl`,
+ * `kelBorderMirror`, `kelBorderConst` with `borderValue`, any in-memory flags, or 240); for C3
+ * the channel of the largest dx*dx + dy*dy, the first on a tie. The angle is a rational
+ * arctangent in [0, 2 pi), times `nbins / pi`; the magnitude splits linearly between the two
+ * nearest bins. For each location (windows reaching outside the cut region are passed over and
+ * take no room in the output) every block of 2 x 2 cells gathers a histogram with Gaussian and
+ * bilinear cell weights, is normalised (L2, clipped at `l2Threshold`, normalised again) and
+ * stored cell by cell, `nbins` values a cell; blocks row by row, or column by column with
+ * `blockOrderColumnMajor`.
+ *
+ * **Rounding.** f32 throughout in one fixed order of operations, so every member gives the same
+ * bits whatever the alignment or the caller's rounding and flush modes; true square roots and
+ * divisions. A constant image gives zeros. Gradients that are not numbers (32f) give
+ * not-a-number votes in bin 0.
+ *
+ * **Checks, in order.** Size query: `specSize`, then `config` null `kelStatusNullPtr`;
+ * `cellSize` 2..16, `blockSize` twice `cellSize` (at most 64), `blockStride` 0 or a positive
+ * multiple of `cellSize`, `nbins` 2..16, `sigma` and `l2Threshold` above 0 (not NaN), each
+ * `kelStatusUnsupportedMode`; `winWidth`, `winHeight` at least `blockSize` with (size -
+ * blockSize) a multiple of the stride (with stride 0: exactly `blockSize`) `kelStatusBadSize`.
+ * `keliHOGInit`: `config`, `spec` null, then the same. Buffer and descriptor queries: null
+ * pointers, an identifier other than the family's `kelStatusSpecMismatch`, the window larger
+ * than the region `kelStatusBadSize`, a buffer past 2^31 - 1 bytes `kelStatusSizeOverflow`.
+ * `keliHOG`: `pHOGSpec`, `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; the identifier
+ * `kelStatusSpecMismatch`; `srcStep` below 1 `kelStatusBadStep`; the window larger than the
+ * region `kelStatusBadSize`; `nLocations` below 1 `kelStatusBadArg`; `pLocation` null with
+ * `nLocations` other than 1 (a null list with 1 means the location (0, 0)) `kelStatusNullPtr`;
+ * `border` not accepted `kelStatusBadBorder`; C3 with a constant border and a null
+ * `borderValue` `kelStatusNullPtr`. Nothing is written on a failure; `kelStatusOk` also when no
+ * location fits, with `pDst` untouched.
+ *
+ * ```c
+ * KeliHOGConfig cfg = {0, 8, 16, 8, 9, 4.0f, 0.2f, 64, 128};
+ * int specSize, bufSize, descBytes;
+ * keliHOGGetSize(&cfg, &specSize);                         // then allocate spec
+ * keliHOGInit(&cfg, spec);
+ * keliHOGGetBufferSize(spec, roi, &bufSize);               // then allocate buffer
+ * keliHOGGetDescriptorSize(spec, &descBytes);              // bytes a window
+ * KeliPoint at[2] = {{0, 0}, {8, 16}};
+ * KelStatus st = keliHOG_8u32f_C1R(src, step, roi, at, 2, desc, spec, kelBorderRepl, 0, buffer);
+ * ```
+ */
+KELI_API KelStatus keliHOGGetSize(const KeliHOGConfig* pConfig, int* pSpecSize);
+KELI_API KelStatus keliHOGInit(const KeliHOGConfig* pConfig, KeliHOGSpec* pHOGSpec);
+KELI_API KelStatus keliHOGGetBufferSize(const KeliHOGSpec* pHOGSpec, KeliSize roiSize, int* pBufferSize);
+KELI_API KelStatus keliHOGGetDescriptorSize(const KeliHOGSpec* pHOGSpec, int* pDescriptorSize);
+KELI_API KelStatus keliHOG_8u32f_C1R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, const KeliPoint* pLocation, int nLocations, Kel32f* pDst, const KeliHOGSpec* pHOGSpec, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliHOG_16u32f_C1R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, const KeliPoint* pLocation, int nLocations, Kel32f* pDst, const KeliHOGSpec* pHOGSpec, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliHOG_16s32f_C1R(const Kel16s* pSrc, int srcStep, KeliSize roiSize, const KeliPoint* pLocation, int nLocations, Kel32f* pDst, const KeliHOGSpec* pHOGSpec, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliHOG_32f_C1R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, const KeliPoint* pLocation, int nLocations, Kel32f* pDst, const KeliHOGSpec* pHOGSpec, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliHOG_8u32f_C3R(const Kel8u* pSrc, int srcStep, KeliSize roiSize, const KeliPoint* pLocation, int nLocations, Kel32f* pDst, const KeliHOGSpec* pHOGSpec, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliHOG_16u32f_C3R(const Kel16u* pSrc, int srcStep, KeliSize roiSize, const KeliPoint* pLocation, int nLocations, Kel32f* pDst, const KeliHOGSpec* pHOGSpec, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliHOG_16s32f_C3R(const Kel16s* pSrc, int srcStep, KeliSize roiSize, const KeliPoint* pLocation, int nLocations, Kel32f* pDst, const KeliHOGSpec* pHOGSpec, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliHOG_32f_C3R(const Kel32f* pSrc, int srcStep, KeliSize roiSize, const KeliPoint* pLocation, int nLocations, Kel32f* pDst, const KeliHOGSpec* pHOGSpec, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+
 /* ---- Template matching */
 /*
  * `keliCrossCorrNorm` correlates a template with every position of an image; `keliSqrDistanceNorm`

@@ -289,9 +289,18 @@ A276 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orde
 A277 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
 A278 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
 A279 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
-A280 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
-A281 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
-A282 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
+A280 = ((c_void_p, c_void_p), "pConfig pSpecSize")
+A281 = ((c_void_p, c_void_p), "pConfig pHOGSpec")
+A282 = ((c_void_p, KeliSize, c_void_p), "pHOGSpec roiSize pBufferSize")
+A283 = ((c_void_p, c_void_p), "pHOGSpec pDescriptorSize")
+A284 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel8u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A285 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A286 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16s, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A287 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel32f, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A288 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A289 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
+A290 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
+A291 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2915,14 +2924,26 @@ EXPORTS = {
     "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A278),
     "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A279),
     "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A279),
-    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A280),
-    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A280),
-    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A280),
-    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A281),
-    "keliCrossCorrNormGetBufferSize": (KelStatus, *A282),
-    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A280),
-    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A280),
-    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A280),
-    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A281),
-    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A282),
+    "keliHOGGetSize": (KelStatus, *A280),
+    "keliHOGInit": (KelStatus, *A281),
+    "keliHOGGetBufferSize": (KelStatus, *A282),
+    "keliHOGGetDescriptorSize": (KelStatus, *A283),
+    "keliHOG_8u32f_C1R": (KelStatus, *A284),
+    "keliHOG_16u32f_C1R": (KelStatus, *A285),
+    "keliHOG_16s32f_C1R": (KelStatus, *A286),
+    "keliHOG_32f_C1R": (KelStatus, *A287),
+    "keliHOG_8u32f_C3R": (KelStatus, *A288),
+    "keliHOG_16u32f_C3R": (KelStatus, *A288),
+    "keliHOG_16s32f_C3R": (KelStatus, *A288),
+    "keliHOG_32f_C3R": (KelStatus, *A288),
+    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A289),
+    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A289),
+    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A289),
+    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A290),
+    "keliCrossCorrNormGetBufferSize": (KelStatus, *A291),
+    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A289),
+    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A289),
+    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A289),
+    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A290),
+    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A291),
 }
