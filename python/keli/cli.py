@@ -24,6 +24,7 @@ from .convert import convert
 from .errors import Error
 from .histogram import equalize, lut, palette
 from .move import swap_channels
+from .sharpen import sharpen
 from .threshold import otsu_threshold, threshold
 
 IMAGE_SUFFIXES = {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".npy", ".bmp"}
@@ -165,6 +166,8 @@ OPERATIONS = {
     "gamma": ("gamma curve through a palette (--gamma)", _gamma_argument, _gamma),
     "curve": ("tone curve through --levels and --values (lookup table)", _curve_arguments, _curve),
     "equalize": ("histogram equalisation of each colour channel", _no_arguments, _equalize),
+    "sharpen": ("sharpen: 16 x centre - the 8 neighbours, / 8", _no_arguments,
+                lambda image, options, keep_alpha: sharpen(image, keep_alpha=keep_alpha)),
     "channels": ("reorder the colour channels (--order 2,1,0)", _channels_arguments, _channels),
     "stats": ("print min, max, mean and L2 norm (no OUT)", _no_arguments, _stats),
 }

@@ -38,6 +38,7 @@ def test_help_lists_every_operation_on_one_line():
     (["border", "--pad", "5,6,7,8", "--mode", "reflect"], lambda p: np.pad(p, ((5, 7), (6, 8), (0, 0)), "reflect")),
     (["invert"], lambda p: 255 - p),
     (["channels"], lambda p: p[..., ::-1]),
+    (["sharpen"], lambda p: keli.sharpen(p)),
     (["equalize"], lambda p: keli.equalize(p)),
     (["curve", "--levels", "0,256", "--values", "0,255"], lambda p: keli.lut(p, [0, 256], [0, 255])),
 ])
