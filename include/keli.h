@@ -3222,6 +3222,85 @@ KELI_API KelStatus keliFilterBorder_64f_C1R(const Kel64f* pSrc, int srcStep, Kel
 KELI_API KelStatus keliFilterGetBufSize_64f_C1R(KeliSize kernelSize, int dstRoiWidth, int* pBufferSize);
 KELI_API KelStatus keliFilter_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, const Kel64f* pKernel, KeliSize kernelSize, KeliPoint anchor, Kel8u* pBuffer);
 
+/* ---- Laplace, high-pass and sharpen filters */
+/*
+ * `keliFilterLaplaceBorder`, `keliFilterHipassBorder`, `keliFilterSharpenBorder`: fixed masks
+ * centred on the pixel, `mask` `kelMaskSize3x3` (33) or `kelMaskSize5x5` (55; not for sharpen).
+ * Laplace 33 and high-pass 33: `-1 -1 -1 / -1 8 -1 / -1 -1 -1`. High-pass 55: all -1, 24 in the
+ * centre. Laplace 55: `-1 -3 -4 -3 -1 / -3 0 6 0 -3 / -4 6 20 6 -4 / -3 0 6 0 -3 / -1 -3 -4 -3 -1`.
+ * Sharpen: `(-1 -1 -1 / -1 16 -1 / -1 -1 -1) / 8`. Pixels beyond the region come from `border`:
+ * `kelBorderRepl` or `kelBorderConst` (`borderValue`: the value itself in C1R, one value a
+ * processed channel otherwise), each with any of the in-memory flags (16 top, 32 bottom, 64 left,
+ * 128 right: that side's pixels are read from the caller's image), or 240 for no border handling.
+ * `kelBorderMirror` is refused.
+ *
+ * **Rounding.** 8u and 16s: the exact sum, saturated (0..255, -32768..32767). Sharpen on 8u and
+ * 16s: `v = 17 * centre - (the nine pixels' sum)` exactly, then `v / 8` rounded half to even,
+ * `(v + 3 + ((v >> 3) & 1)) >> 3` with an arithmetic shift, then saturated: a constant image
+ * comes back unchanged. 32f is not clamped and adds in one order everywhere: column sums top to
+ * bottom, then `9 * centre` (25 for high-pass 55, 17 for sharpen, then `* 0.125f`) minus the
+ * column sums left to right; Laplace 55 takes each row filter `(-1 -3 -4 -3 -1)`, `(-3 0 6 0 -3)`,
+ * `(-4 6 20 6 -4)` left to right (a zero reads nothing) and adds `r2(y-1) + r2(y+1) + r1(y-2) +
+ * r1(y+2) + r3(y)`.
+ *
+ * **In place and AC4.** `pSrc == pDst` filters in place with the same result. Channels are
+ * independent; AC4 leaves the destination's alpha as it stood.
+ *
+ * **Checks, in order.** Filters: `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; the region
+ * `kelStatusBadSize`; `mask` `kelStatusBadMaskSize`; `border` 256 or above, negative, or (when
+ * not 240) a base kind other than constant or replicated `kelStatusBadBorder`; a constant border
+ * with a null `borderValue` (C3R, C4R, AC4R) `kelStatusNullPtr`. No step is checked. Size queries:
+ * `pBufferSize` null, the region, `mask`, `srcType` and `dstType` not equal or not 8u, 16s, 32f
+ * `kelStatusBadDataType`, `numChannels` (1, 3, 4) `kelStatusBadChannelCount`, a size past
+ * 2^31 - 1 `kelStatusSizeOverflow`; the buffer needs no alignment.
+ *
+ * ```c
+ * int size;
+ * keliFilterSharpenBorderGetBufferSize(roi, kelMaskSize3x3, kel8u, kel8u, 3, &size);   // then allocate buffer
+ * Kel8u grey[3] = {128, 128, 128};
+ * KelStatus st = keliFilterSharpenBorder_8u_C3R(src, sStep, dst, dStep, roi, kelMaskSize3x3, kelBorderConst, grey, buffer);
+ * ```
+ */
+KELI_API KelStatus keliFilterLaplaceBorder_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_16s_AC4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorder_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_16s_AC4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterHipassBorder_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_16s_AC4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSharpenBorder_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterLaplaceBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterHipassBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSharpenBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+
 /* ---- Minimum and maximum filters and 64f morphology */
 /*
  * `keliFilterMinBorder` / `keliFilterMaxBorder`: each pixel becomes the minimum or maximum of the

@@ -279,28 +279,33 @@ A266 = ((c_int, c_int, c_void_p), "hint offset pSpec")
 A267 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_void_p, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize border borderValue pSpec pBuffer")
 A268 = ((KeliSize, c_int, c_void_p), "kernelSize dstRoiWidth pBufferSize")
 A269 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_void_p, KeliSize, KeliPoint, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize pKernel kernelSize anchor pBuffer")
-A270 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel8u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
-A271 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
-A272 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16s, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
-A273 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel32f, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
-A274 = ((c_void_p, c_int, c_void_p, c_int, KeliSize), "pSrc srcStep pDst dstStep dstRoiSize")
-A275 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
-A276 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
-A277 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
-A278 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
-A279 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
-A280 = ((c_void_p, c_void_p), "pConfig pSpecSize")
-A281 = ((c_void_p, c_void_p), "pConfig pHOGSpec")
-A282 = ((c_void_p, KeliSize, c_void_p), "pHOGSpec roiSize pBufferSize")
-A283 = ((c_void_p, c_void_p), "pHOGSpec pDescriptorSize")
-A284 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel8u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A285 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A286 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16s, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A287 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel32f, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A288 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A289 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
-A290 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
-A291 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
+A270 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, Kel8u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize mask border borderValue pBuffer")
+A271 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, Kel16s, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize mask border borderValue pBuffer")
+A272 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, Kel32f, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize mask border borderValue pBuffer")
+A273 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize mask border borderValue pBuffer")
+A274 = ((KeliSize, c_int, c_int, c_int, c_int, c_void_p), "dstRoiSize mask srcType dstType numChannels pBufferSize")
+A275 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel8u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
+A276 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
+A277 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16s, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
+A278 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel32f, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
+A279 = ((c_void_p, c_int, c_void_p, c_int, KeliSize), "pSrc srcStep pDst dstStep dstRoiSize")
+A280 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
+A281 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
+A282 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
+A283 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
+A284 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
+A285 = ((c_void_p, c_void_p), "pConfig pSpecSize")
+A286 = ((c_void_p, c_void_p), "pConfig pHOGSpec")
+A287 = ((c_void_p, KeliSize, c_void_p), "pHOGSpec roiSize pBufferSize")
+A288 = ((c_void_p, c_void_p), "pHOGSpec pDescriptorSize")
+A289 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel8u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A290 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A291 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16s, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A292 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel32f, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A293 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A294 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
+A295 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
+A296 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2844,14 +2849,53 @@ EXPORTS = {
     "keliFilterBorder_64f_C1R": (KelStatus, *A267),
     "keliFilterGetBufSize_64f_C1R": (KelStatus, *A268),
     "keliFilter_64f_C1R": (KelStatus, *A269),
-    "keliFilterMinBorder_8u_C1R": (KelStatus, *A270),
-    "keliFilterMinBorder_16u_C1R": (KelStatus, *A271),
-    "keliFilterMinBorder_16s_C1R": (KelStatus, *A272),
-    "keliFilterMinBorder_32f_C1R": (KelStatus, *A273),
-    "keliFilterMaxBorder_8u_C1R": (KelStatus, *A270),
-    "keliFilterMaxBorder_16u_C1R": (KelStatus, *A271),
-    "keliFilterMaxBorder_16s_C1R": (KelStatus, *A272),
-    "keliFilterMaxBorder_32f_C1R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_8u_C1R": (KelStatus, *A270),
+    "keliFilterLaplaceBorder_16s_C1R": (KelStatus, *A271),
+    "keliFilterLaplaceBorder_32f_C1R": (KelStatus, *A272),
+    "keliFilterHipassBorder_8u_C1R": (KelStatus, *A270),
+    "keliFilterHipassBorder_16s_C1R": (KelStatus, *A271),
+    "keliFilterHipassBorder_32f_C1R": (KelStatus, *A272),
+    "keliFilterSharpenBorder_8u_C1R": (KelStatus, *A270),
+    "keliFilterSharpenBorder_16s_C1R": (KelStatus, *A271),
+    "keliFilterSharpenBorder_32f_C1R": (KelStatus, *A272),
+    "keliFilterLaplaceBorder_8u_C3R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_8u_C4R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_8u_AC4R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_16s_C3R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_16s_C4R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_16s_AC4R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_32f_C3R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_32f_C4R": (KelStatus, *A273),
+    "keliFilterLaplaceBorder_32f_AC4R": (KelStatus, *A273),
+    "keliFilterHipassBorder_8u_C3R": (KelStatus, *A273),
+    "keliFilterHipassBorder_8u_C4R": (KelStatus, *A273),
+    "keliFilterHipassBorder_8u_AC4R": (KelStatus, *A273),
+    "keliFilterHipassBorder_16s_C3R": (KelStatus, *A273),
+    "keliFilterHipassBorder_16s_C4R": (KelStatus, *A273),
+    "keliFilterHipassBorder_16s_AC4R": (KelStatus, *A273),
+    "keliFilterHipassBorder_32f_C3R": (KelStatus, *A273),
+    "keliFilterHipassBorder_32f_C4R": (KelStatus, *A273),
+    "keliFilterHipassBorder_32f_AC4R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_8u_C3R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_8u_C4R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_8u_AC4R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_16s_C3R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_16s_C4R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_16s_AC4R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_32f_C3R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_32f_C4R": (KelStatus, *A273),
+    "keliFilterSharpenBorder_32f_AC4R": (KelStatus, *A273),
+    "keliFilterLaplaceBorderGetBufferSize": (KelStatus, *A274),
+    "keliFilterHipassBorderGetBufferSize": (KelStatus, *A274),
+    "keliFilterSharpenBorderGetBufferSize": (KelStatus, *A274),
+    "keliFilterMinBorder_8u_C1R": (KelStatus, *A275),
+    "keliFilterMinBorder_16u_C1R": (KelStatus, *A276),
+    "keliFilterMinBorder_16s_C1R": (KelStatus, *A277),
+    "keliFilterMinBorder_32f_C1R": (KelStatus, *A278),
+    "keliFilterMaxBorder_8u_C1R": (KelStatus, *A275),
+    "keliFilterMaxBorder_16u_C1R": (KelStatus, *A276),
+    "keliFilterMaxBorder_16s_C1R": (KelStatus, *A277),
+    "keliFilterMaxBorder_32f_C1R": (KelStatus, *A278),
     "keliFilterMinBorder_8u_C3R": (KelStatus, *A260),
     "keliFilterMinBorder_8u_C4R": (KelStatus, *A260),
     "keliFilterMinBorder_8u_AC4R": (KelStatus, *A260),
@@ -2878,72 +2922,72 @@ EXPORTS = {
     "keliFilterMaxBorder_32f_AC4R": (KelStatus, *A260),
     "keliFilterMinBorderGetBufferSize": (KelStatus, *A152),
     "keliFilterMaxBorderGetBufferSize": (KelStatus, *A152),
-    "keliErode3x3_64f_C1R": (KelStatus, *A274),
-    "keliDilate3x3_64f_C1R": (KelStatus, *A274),
-    "keliRemap_8u_C1R": (KelStatus, *A275),
-    "keliRemap_8u_C3R": (KelStatus, *A275),
-    "keliRemap_8u_C4R": (KelStatus, *A275),
-    "keliRemap_8u_AC4R": (KelStatus, *A275),
-    "keliRemap_16u_C1R": (KelStatus, *A275),
-    "keliRemap_16u_C3R": (KelStatus, *A275),
-    "keliRemap_16u_C4R": (KelStatus, *A275),
-    "keliRemap_16u_AC4R": (KelStatus, *A275),
-    "keliRemap_16s_C1R": (KelStatus, *A275),
-    "keliRemap_16s_C3R": (KelStatus, *A275),
-    "keliRemap_16s_C4R": (KelStatus, *A275),
-    "keliRemap_16s_AC4R": (KelStatus, *A275),
-    "keliRemap_32f_C1R": (KelStatus, *A275),
-    "keliRemap_32f_C3R": (KelStatus, *A275),
-    "keliRemap_32f_C4R": (KelStatus, *A275),
-    "keliRemap_32f_AC4R": (KelStatus, *A275),
-    "keliRemap_64f_C1R": (KelStatus, *A275),
-    "keliRemap_64f_C3R": (KelStatus, *A275),
-    "keliRemap_64f_C4R": (KelStatus, *A275),
-    "keliRemap_64f_AC4R": (KelStatus, *A275),
-    "keliFFTGetSize_R_32f": (KelStatus, *A276),
-    "keliFFTInit_R_32f": (KelStatus, *A277),
-    "keliFFTGetSize_C_32fc": (KelStatus, *A276),
-    "keliFFTInit_C_32fc": (KelStatus, *A277),
-    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A278),
-    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A278),
-    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A278),
-    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A278),
-    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A279),
-    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A279),
-    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A279),
-    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A279),
-    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A278),
-    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A278),
-    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A278),
-    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A278),
-    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A279),
-    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A279),
-    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A279),
-    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A279),
-    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A278),
-    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A278),
-    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A279),
-    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A279),
-    "keliHOGGetSize": (KelStatus, *A280),
-    "keliHOGInit": (KelStatus, *A281),
-    "keliHOGGetBufferSize": (KelStatus, *A282),
-    "keliHOGGetDescriptorSize": (KelStatus, *A283),
-    "keliHOG_8u32f_C1R": (KelStatus, *A284),
-    "keliHOG_16u32f_C1R": (KelStatus, *A285),
-    "keliHOG_16s32f_C1R": (KelStatus, *A286),
-    "keliHOG_32f_C1R": (KelStatus, *A287),
-    "keliHOG_8u32f_C3R": (KelStatus, *A288),
-    "keliHOG_16u32f_C3R": (KelStatus, *A288),
-    "keliHOG_16s32f_C3R": (KelStatus, *A288),
-    "keliHOG_32f_C3R": (KelStatus, *A288),
-    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A289),
-    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A289),
-    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A289),
-    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A290),
-    "keliCrossCorrNormGetBufferSize": (KelStatus, *A291),
-    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A289),
-    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A289),
-    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A289),
-    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A290),
-    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A291),
+    "keliErode3x3_64f_C1R": (KelStatus, *A279),
+    "keliDilate3x3_64f_C1R": (KelStatus, *A279),
+    "keliRemap_8u_C1R": (KelStatus, *A280),
+    "keliRemap_8u_C3R": (KelStatus, *A280),
+    "keliRemap_8u_C4R": (KelStatus, *A280),
+    "keliRemap_8u_AC4R": (KelStatus, *A280),
+    "keliRemap_16u_C1R": (KelStatus, *A280),
+    "keliRemap_16u_C3R": (KelStatus, *A280),
+    "keliRemap_16u_C4R": (KelStatus, *A280),
+    "keliRemap_16u_AC4R": (KelStatus, *A280),
+    "keliRemap_16s_C1R": (KelStatus, *A280),
+    "keliRemap_16s_C3R": (KelStatus, *A280),
+    "keliRemap_16s_C4R": (KelStatus, *A280),
+    "keliRemap_16s_AC4R": (KelStatus, *A280),
+    "keliRemap_32f_C1R": (KelStatus, *A280),
+    "keliRemap_32f_C3R": (KelStatus, *A280),
+    "keliRemap_32f_C4R": (KelStatus, *A280),
+    "keliRemap_32f_AC4R": (KelStatus, *A280),
+    "keliRemap_64f_C1R": (KelStatus, *A280),
+    "keliRemap_64f_C3R": (KelStatus, *A280),
+    "keliRemap_64f_C4R": (KelStatus, *A280),
+    "keliRemap_64f_AC4R": (KelStatus, *A280),
+    "keliFFTGetSize_R_32f": (KelStatus, *A281),
+    "keliFFTInit_R_32f": (KelStatus, *A282),
+    "keliFFTGetSize_C_32fc": (KelStatus, *A281),
+    "keliFFTInit_C_32fc": (KelStatus, *A282),
+    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A283),
+    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A283),
+    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A283),
+    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A283),
+    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A284),
+    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A284),
+    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A284),
+    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A284),
+    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A283),
+    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A283),
+    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A283),
+    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A283),
+    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A284),
+    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A284),
+    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A284),
+    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A284),
+    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A283),
+    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A283),
+    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A284),
+    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A284),
+    "keliHOGGetSize": (KelStatus, *A285),
+    "keliHOGInit": (KelStatus, *A286),
+    "keliHOGGetBufferSize": (KelStatus, *A287),
+    "keliHOGGetDescriptorSize": (KelStatus, *A288),
+    "keliHOG_8u32f_C1R": (KelStatus, *A289),
+    "keliHOG_16u32f_C1R": (KelStatus, *A290),
+    "keliHOG_16s32f_C1R": (KelStatus, *A291),
+    "keliHOG_32f_C1R": (KelStatus, *A292),
+    "keliHOG_8u32f_C3R": (KelStatus, *A293),
+    "keliHOG_16u32f_C3R": (KelStatus, *A293),
+    "keliHOG_16s32f_C3R": (KelStatus, *A293),
+    "keliHOG_32f_C3R": (KelStatus, *A293),
+    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A294),
+    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A294),
+    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A294),
+    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A295),
+    "keliCrossCorrNormGetBufferSize": (KelStatus, *A296),
+    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A294),
+    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A294),
+    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A294),
+    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A295),
+    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A296),
 }
