@@ -110,6 +110,10 @@ typedef enum {
 /* The general kernel filter's spec: a block the caller allocates at the size its query gives. */
 typedef struct KeliFilterBorderSpec KeliFilterBorderSpec;
 
+/* The resize families' spec: a block the caller allocates at the size keliResizeGetSize gives and
+ * keeps at one address between Init and the last call that uses it. */
+typedef struct KeliResizeSpec KeliResizeSpec;
+
 typedef enum {
     kelNearest = 1,
     kelLinear = 2,
