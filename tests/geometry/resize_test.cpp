@@ -332,6 +332,40 @@ TEST(ResizeLinear, EqualSizesReproduceTheSourceAndMirrorRIsRepl)
     }
 }
 
+// Border strips round (s + 8192 + ((s >> 14) & 1)) >> 14: a fraction of 8191/16384 over an odd
+// integer part rounds up. The left strip of a 2 -> 3 column resize blends column 0 of two rows
+// by the row's Q14 fraction F; a row step d with d F = 8191 (mod 16384) lands on that fraction.
+TEST(ResizeLinear, StripRoundingAddsTheParityBit)
+{
+    for (int sh = 2; sh < 12; ++sh)
+        for (int dh = 2; dh < 64; ++dh) {
+            const auto ay = ref::resize::linear_axis(sh, dh);
+            for (int y = 0; y < dh; ++y) {
+                if (ay.pos[y] < 0 || ay.pos[y] >= sh - 1) continue;
+                const std::int64_t F = static_cast<std::int64_t>(ay.f[y] * 16384 + 1e-7);
+                for (int d = -255; d <= 255; ++d) {
+                    const std::int64_t dF = d * F;
+                    if (((dF % 16384) + 16384) % 16384 != 8191) continue;
+                    const std::int64_t k = (dF - 8191) / 16384;
+                    for (int a = 0; a < 256; ++a) {
+                        if (a + d < 0 || a + d > 255 || ((a + k) & 1) == 0) continue;
+                        std::vector<Kel8u> src(2 * static_cast<std::size_t>(sh), 0);
+                        src[2 * ay.idx[y]] = static_cast<Kel8u>(a);
+                        src[2 * (ay.idx[y] + 1)] = static_cast<Kel8u>(a + d);
+                        Prepared p = prepare(Type::U8Fixed, false, {2, sh}, {3, dh}, 1);
+                        std::vector<Kel8u> out(3 * static_cast<std::size_t>(dh));
+                        ASSERT_EQ(keliResizeLinear_8u_C1R(src.data(), 2, out.data(), 3, {0, 0}, {3, dh}, kelBorderRepl, nullptr,
+                                                          p.spec(), p.buffer()),
+                                  kelStatusOk);
+                        EXPECT_EQ(out[3 * y], a + k + 1) << sh << "->" << dh << " row " << y << " a " << a << " d " << d;
+                        return;
+                    }
+                }
+            }
+        }
+    FAIL() << "no row fraction reaches 8191/16384";
+}
+
 // ---- Sizes ----------------------------------------------------------------------------------------
 
 TEST(ResizeGetSize, FormulasOfEveryKind)

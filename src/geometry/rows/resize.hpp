@@ -19,6 +19,13 @@ namespace keli::resize::rows {
 
 // ---- 8u fixed point ----------------------------------------------------------------------------
 
+inline int pair16(const Kel8u* p)
+{
+    std::uint16_t v;
+    std::memcpy(&v, p, 2);
+    return v;
+}
+
 // h = (c0 a + c1 b + 128) >> 8: Q14 weights times bytes, kept as Q6 so that two rows fit one
 // 16-bit multiply-add in the vertical pass.
 inline std::int16_t q6(int c0, int c1, int a, int b)
@@ -34,10 +41,17 @@ void horizontal_q14(const Kel8u* row, const std::int32_t* index, const std::uint
     const __m128i round = _mm_set1_epi32(128);
     int x = 0;
     if constexpr (C == 1) {
+        // Both taps of a column are adjacent bytes: one 16-bit lane a column, eight columns.
         for (; x + 8 <= n; x += 8) {
-            std::uint16_t ab[8];
-            for (int j = 0; j < 8; ++j) std::memcpy(&ab[j], row + index[x + j], 2);
-            const __m128i both = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ab));
+            const std::int32_t* i = index + x;
+            __m128i both = _mm_cvtsi32_si128(pair16(row + i[0]));
+            both = _mm_insert_epi16(both, pair16(row + i[1]), 1);
+            both = _mm_insert_epi16(both, pair16(row + i[2]), 2);
+            both = _mm_insert_epi16(both, pair16(row + i[3]), 3);
+            both = _mm_insert_epi16(both, pair16(row + i[4]), 4);
+            both = _mm_insert_epi16(both, pair16(row + i[5]), 5);
+            both = _mm_insert_epi16(both, pair16(row + i[6]), 6);
+            both = _mm_insert_epi16(both, pair16(row + i[7]), 7);
             const __m128i lo = _mm_cvtepu8_epi16(both), hi = _mm_cvtepu8_epi16(_mm_srli_si128(both, 8));
             const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pairs + 2 * x));
             const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pairs + 2 * x + 8));
@@ -114,12 +128,56 @@ template <class T> inline T saturate_rounded(float v)
 // A pixel's channels as f32 lanes (the fourth lane zero for three channels).
 template <class T, int C> inline __m128 pixel_f32(const T* p)
 {
-    if constexpr (std::is_same_v<T, Kel32f> && C == 4) {
-        return _mm_loadu_ps(p);
+    if constexpr (std::is_same_v<T, Kel32f>) {
+        if constexpr (C == 4) return _mm_loadu_ps(p);
+        else return _mm_setr_ps(p[0], p[1], p[2], 0.0f);
     } else {
-        float v[4] = {0, 0, 0, 0};
-        for (int k = 0; k < C; ++k) v[k] = static_cast<float>(p[k]);
-        return _mm_loadu_ps(v);
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, p, sizeof(T) * C);
+        const __m128i v = _mm_cvtsi64_si128(static_cast<long long>(bits));
+        if constexpr (std::is_same_v<T, Kel8u>) return _mm_cvtepi32_ps(_mm_cvtepu8_epi32(v));
+        else if constexpr (std::is_same_v<T, Kel16u>) return _mm_cvtepi32_ps(_mm_cvtepu16_epi32(v));
+        else return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(v));
+    }
+}
+
+// The left and right taps of four single-channel columns, as f32 lanes.
+template <class T> inline void taps4(const T* row, const std::int32_t* i, __m128& a, __m128& b)
+{
+    if constexpr (std::is_same_v<T, Kel32f>) {
+        const __m128 lo = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(row + i[0])),
+                                       reinterpret_cast<const __m64*>(row + i[1]));
+        const __m128 hi = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(row + i[2])),
+                                       reinterpret_cast<const __m64*>(row + i[3]));
+        a = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
+        b = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
+    } else if constexpr (std::is_same_v<T, Kel8u>) {
+        __m128i v = _mm_cvtsi32_si128(pair16(row + i[0]));
+        v = _mm_insert_epi16(v, pair16(row + i[1]), 1);
+        v = _mm_insert_epi16(v, pair16(row + i[2]), 2);
+        v = _mm_insert_epi16(v, pair16(row + i[3]), 3);
+        v = _mm_shuffle_epi8(v, _mm_setr_epi8(0, 2, 4, 6, 1, 3, 5, 7, -1, -1, -1, -1, -1, -1, -1, -1));
+        a = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(v));
+        b = _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_srli_si128(v, 4)));
+    } else {
+        const auto pair = [](const T* p) {
+            std::int32_t v;
+            std::memcpy(&v, p, 4);
+            return v;
+        };
+        __m128i v = _mm_cvtsi32_si128(pair(row + i[0]));
+        v = _mm_insert_epi32(v, pair(row + i[1]), 1);
+        v = _mm_insert_epi32(v, pair(row + i[2]), 2);
+        v = _mm_insert_epi32(v, pair(row + i[3]), 3);
+        v = _mm_shuffle_epi8(v, _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15));
+        const __m128i hi = _mm_srli_si128(v, 8);
+        if constexpr (std::is_same_v<T, Kel16u>) {
+            a = _mm_cvtepi32_ps(_mm_cvtepu16_epi32(v));
+            b = _mm_cvtepi32_ps(_mm_cvtepu16_epi32(hi));
+        } else {
+            a = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(v));
+            b = _mm_cvtepi32_ps(_mm_cvtepi16_epi32(hi));
+        }
     }
 }
 
@@ -130,13 +188,8 @@ void horizontal_f32(const T* row, const std::int32_t* index, const float* f, int
     int x = 0;
     if constexpr (C == 1) {
         for (; x + 4 <= n; x += 4) {
-            float a[4], b[4];
-            for (int j = 0; j < 4; ++j) {
-                const T* p = row + index[x + j];
-                a[j] = static_cast<float>(p[0]);
-                b[j] = static_cast<float>(p[1]);
-            }
-            const __m128 va = _mm_loadu_ps(a), vb = _mm_loadu_ps(b);
+            __m128 va, vb;
+            taps4(row, index + x, va, vb);
             _mm_storeu_ps(out + x, _mm_add_ps(va, _mm_mul_ps(_mm_sub_ps(vb, va), _mm_loadu_ps(f + x))));
         }
     } else {
