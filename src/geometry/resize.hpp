@@ -301,6 +301,19 @@ KelStatus linear(const T* pSrc, StepT srcStep, T* pDst, StepT dstStep, PointT ds
     guard.set_rounding(0);
     guard.set_flush_to_zero(false);
     const Tile t = rebase(r, dstOffset.x, dstOffset.y, dstSize.width, dstSize.height, pBuffer);
+    // 16-bit halving in both axes needs no tables and no border: every position lies half way
+    // between two source pixels inside the image. The mirror words keep the general path.
+    const std::uint32_t base = static_cast<std::uint32_t>(border) & 15u;
+    if constexpr (std::is_same_v<T, Kel16u> || std::is_same_v<T, Kel16s>) {
+        if (r.columns.srcReduced == 2 * r.columns.dstReduced && r.rows.srcReduced == 2 * r.rows.dstReduced &&
+            base != kelBorderMirror && base != kelBorderMirrorR) {
+            for (int y = 0; y < t.h; ++y)
+                rows::halve<T, C>(row_at(pSrc, srcStep, t.rows[y]) + std::ptrdiff_t{t.cols[0]} * C,
+                                  row_at(pSrc, srcStep, t.rows[y] + 1) + std::ptrdiff_t{t.cols[0]} * C,
+                                  row_at(pDst, dstStep, y), t.w);
+            return larger_than_image(r, dstSize.width, dstSize.height) ? kelStatusRoiTrimmed : kelStatusOk;
+        }
+    }
     if constexpr (kIs64f<T>) {
         LinearTile<T, C, Arith::F64>(r, t, pSrc, srcStep, pDst, dstStep, word).run();
     } else {

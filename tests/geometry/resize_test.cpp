@@ -143,7 +143,7 @@ std::string label(KeliSize s, KeliSize d, int c, std::uint32_t border)
 const KeliSize kPairs[][2] = {
     {{16, 8}, {8, 4}},    {{8, 6}, {16, 12}},  {{21, 9}, {14, 6}},  {{14, 6}, {21, 9}},  {{37, 5}, {111, 7}},
     {{41, 17}, {17, 41}}, {{19, 7}, {19, 7}},  {{2, 2}, {1, 1}},    {{2, 2}, {7, 5}},    {{2, 9}, {35, 3}},
-    {{53, 4}, {50, 3}},   {{3, 31}, {38, 2}},
+    {{53, 4}, {50, 3}},   {{3, 31}, {38, 2}},  {{38, 6}, {19, 3}},
 };
 const std::uint32_t kBorders[] = {kelBorderRepl, kelBorderMirror, kelBorderMirrorR, kelBorderInMem,
                                   kelBorderRepl | kelBorderInMemTop | kelBorderInMemRight,

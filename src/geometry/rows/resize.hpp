@@ -290,6 +290,53 @@ inline void vertical_f64(const double* h0, const double* h1, double f, Kel64f* d
     for (; i < count; ++i) dst[i] = h0[i] + (h1[i] - h0[i]) * f;
 }
 
+// ---- 16-bit halving -----------------------------------------------------------------------------
+
+// Each output is the mean of a 2 x 2 block rounded half to even: (s + 1 + ((s >> 2) & 1)) >> 2
+// with s the block's sum, which is what the two f32 blends give at fractions of one half.
+template <class T> inline T mean4(std::int32_t s)
+{
+    const std::int32_t v = (s + 1 + ((s >> 2) & 1)) >> 2;
+    return static_cast<T>(std::clamp<std::int32_t>(v, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+}
+
+// n output pixels of C channels from rows r0, r1 of 2n pixels.
+template <class T, int C> void halve(const T* r0, const T* r1, T* dst, int n)
+{
+    int x = 0;
+    if constexpr (C == 1 || C == 4) {
+        constexpr bool kSigned = std::is_same_v<T, Kel16s>;
+        const auto widen = [](__m128i v, bool high) {
+            if (high) v = _mm_srli_si128(v, 8);
+            return kSigned ? _mm_cvtepi16_epi32(v) : _mm_cvtepu16_epi32(v);
+        };
+        const __m128i one = _mm_set1_epi32(1);
+        // Eight elements of each row give four outputs of one channel or one of four channels.
+        constexpr int kPerStep = C == 1 ? 4 : 1;
+        for (; x + 2 * kPerStep <= n; x += 2 * kPerStep) {
+            __m128i sums[2];
+            for (int half = 0; half < 2; ++half) {
+                const int e = (x + half * kPerStep) * 2 * C;
+                const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r0 + e));
+                const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r1 + e));
+                __m128i lo = _mm_add_epi32(widen(a, false), widen(b, false));
+                __m128i hi = _mm_add_epi32(widen(a, true), widen(b, true));
+                // One channel: neighbours are adjacent lanes; four channels: the two halves.
+                const __m128i s = C == 1 ? _mm_hadd_epi32(lo, hi) : _mm_add_epi32(lo, hi);
+                const __m128i parity = _mm_and_si128(_mm_srai_epi32(s, 2), one);
+                sums[half] = _mm_srai_epi32(_mm_add_epi32(_mm_add_epi32(s, one), parity), 2);
+            }
+            const __m128i packed = kSigned ? _mm_packs_epi32(sums[0], sums[1]) : _mm_packus_epi32(sums[0], sums[1]);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x * C), packed);
+        }
+    }
+    for (; x < n; ++x)
+        for (int k = 0; k < C; ++k) {
+            const int e = 2 * x * C + k;
+            dst[x * C + k] = mean4<T>(std::int32_t{r0[e]} + r0[e + C] + r1[e] + r1[e + C]);
+        }
+}
+
 // ---- Nearest -----------------------------------------------------------------------------------
 
 // Whole pixels picked by index. Single bytes go through a register, sixteen at a time.
