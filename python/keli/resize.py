@@ -17,22 +17,14 @@ KINDS = {"nearest": 1, "linear": 2}
 BORDERS = {"replicate": 1, "mirror": 3, "mirror_r": 4}
 
 
-def _kind(interpolation):
-    if isinstance(interpolation, str):
+def _code(table, value, what):
+    """The code of a name of `table`, or the value itself when it is a number."""
+    if isinstance(value, str):
         try:
-            return KINDS[interpolation]
+            return table[value]
         except KeyError:
-            raise ValueError(f"keli: interpolation is one of {sorted(KINDS)}, not {interpolation!r}") from None
-    return int(interpolation)
-
-
-def _border(border):
-    if isinstance(border, str):
-        try:
-            return BORDERS[border]
-        except KeyError:
-            raise ValueError(f"keli: border is one of {sorted(BORDERS)}, not {border!r}") from None
-    return int(border)
+            raise ValueError(f"keli: {what} is one of {sorted(table)}, not {value!r}") from None
+    return int(value)
 
 
 @documented("geometry/resize")
@@ -47,7 +39,7 @@ def resize(a, shape, *, interpolation="linear", border="replicate", fixed_point=
     if np.ndim(shape) != 1 or len(shape) != 2:
         raise ValueError(f"keli: shape is (height, width), not {shape!r}")
     height, width = (int(v) for v in shape)
-    kind = _kind(interpolation)
+    kind = _code(KINDS, interpolation, "interpolation")
     token = src.token
     dst_shape = (height, width) + src.array.shape[2:]
     dst = output(out, dst_shape, src.array.dtype, like=src)
@@ -75,6 +67,6 @@ def resize(a, shape, *, interpolation="linear", border="replicate", fixed_point=
         run(name, function, src.ptr, src.step, dst.ptr, dst.step, origin, dst_size, spec_ptr, buffer_ptr)
     else:
         name, function = find("keliResizeLinear_{t}_{l}R", t=token, l=src.layout)
-        run(name, function, src.ptr, src.step, dst.ptr, dst.step, origin, dst_size, _border(border), None,
+        run(name, function, src.ptr, src.step, dst.ptr, dst.step, origin, dst_size, _code(BORDERS, border, "border"), None,
             spec_ptr, buffer_ptr)
     return dst.array
