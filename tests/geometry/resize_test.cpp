@@ -316,6 +316,25 @@ TEST(ResizeNearest, HalvingTakesEvenPixelsAndDoublingRepeats)
     EXPECT_EQ(std::vector<Kel8u>(out, out + 8), (std::vector<Kel8u>{10, 10, 11, 11, 12, 12, 13, 13}));
 }
 
+// The table is the double-precision formula as written: from a source length of about 2^21 the
+// -1e-10 no longer moves a position that falls on an integer, and 2:1 takes some odd pixels.
+TEST(ResizeNearest, LongAxesFollowTheDoubleFormula)
+{
+    const int src = 1 << 22, dst = 1 << 21;
+    std::vector<Kel8u> row(src);
+    for (int x = 0; x < src; ++x) row[x] = static_cast<Kel8u>(x & 1);
+    Prepared p = prepare(Type::F32, true, {src, 1}, {dst, 1}, 1);
+    std::vector<Kel8u> out(dst);
+    ASSERT_EQ(keliResizeNearest_8u_C1R(row.data(), src, out.data(), dst, {0, 0}, {dst, 1}, p.spec(), p.buffer()), kelStatusOk);
+    const auto want = ref::resize::nearest_axis(src, dst);
+    long odd = 0;
+    for (int i = 0; i < dst; ++i) {
+        ASSERT_EQ(out[i], want[i] & 1) << i;
+        odd += out[i];
+    }
+    EXPECT_GT(odd, 0);
+}
+
 TEST(ResizeLinear, EqualSizesReproduceTheSourceAndMirrorRIsRepl)
 {
     kit::Rng rng;
