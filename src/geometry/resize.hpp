@@ -303,8 +303,8 @@ KelStatus linear(const T* pSrc, StepT srcStep, T* pDst, StepT dstStep, PointT ds
     const Tile t = rebase(r, dstOffset.x, dstOffset.y, dstSize.width, dstSize.height, pBuffer);
     // 16-bit halving in both axes needs no tables and no border: every position lies half way
     // between two source pixels inside the image. The mirror words keep the general path.
-    const std::uint32_t base = static_cast<std::uint32_t>(border) & 15u;
     if constexpr (std::is_same_v<T, Kel16u> || std::is_same_v<T, Kel16s>) {
+        const std::uint32_t base = static_cast<std::uint32_t>(border) & 15u;
         if (r.columns.srcReduced == 2 * r.columns.dstReduced && r.rows.srcReduced == 2 * r.rows.dstReduced &&
             base != kelBorderMirror && base != kelBorderMirrorR) {
             for (int y = 0; y < t.h; ++y)
@@ -316,13 +316,9 @@ KelStatus linear(const T* pSrc, StepT srcStep, T* pDst, StepT dstStep, PointT ds
     }
     if constexpr (kIs64f<T>) {
         LinearTile<T, C, Arith::F64>(r, t, pSrc, srcStep, pDst, dstStep, word).run();
+    } else if (arith == Arith::Q14) {
+        if constexpr (std::is_same_v<T, Kel8u>) LinearTile<T, C, Arith::Q14>(r, t, pSrc, srcStep, pDst, dstStep, word).run();
     } else {
-        if constexpr (std::is_same_v<T, Kel8u>) {
-            if (arith == Arith::Q14) {
-                LinearTile<T, C, Arith::Q14>(r, t, pSrc, srcStep, pDst, dstStep, word).run();
-                return larger_than_image(r, dstSize.width, dstSize.height) ? kelStatusRoiTrimmed : kelStatusOk;
-            }
-        }
         LinearTile<T, C, Arith::F32>(r, t, pSrc, srcStep, pDst, dstStep, word).run();
     }
     return larger_than_image(r, dstSize.width, dstSize.height) ? kelStatusRoiTrimmed : kelStatusOk;
