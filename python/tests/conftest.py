@@ -6,7 +6,7 @@ import pytest
 
 import keli
 
-LAYERS = ["arith", "borders", "convert", "histogram", "move", "stats", "threshold"]
+LAYERS = ["arith", "borders", "convert", "histogram", "move", "resize", "stats", "threshold"]
 
 
 @pytest.fixture
