@@ -3428,6 +3428,153 @@ KELI_API KelStatus keliRemap_64f_C3R(const Kel64f* pSrc, KeliSize srcSize, int s
 KELI_API KelStatus keliRemap_64f_C4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
 KELI_API KelStatus keliRemap_64f_AC4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
 
+/* ---- Resize, nearest and linear */
+/*
+ * `keliResizeNearest*`, `keliResizeLinear*`: a tiled resize. `keliResizeGetSize_<t>` sizes the spec,
+ * `keliResize{Nearest,Linear}Init_<t>` fills it once for the whole image pair (index and fraction
+ * tables of both axes), `keliResizeGetBufferSize_<t>` sizes a tile's work buffer, and each call
+ * computes one destination tile at `dstOffset`: any tiling, from any number of threads (one work
+ * buffer each), gives the bits of one whole-image call. `pSrc` refers to the source point that
+ * `keliResizeGetSrcOffset_<t>` returns for the tile; `keliResizeGetSrcRoi_<t>` and
+ * `keliResizeGetBorderSize_<t>` tell which source pixels the tile reads. Pixel centres
+ * correspond: `pos = (i + 0.5) * src / dst - 0.5`; Nearest takes `trunc((i + 0.5) * src / dst -
+ * 1e-10)` (2:1 takes pixels 0, 2, 4). The spec holds pointers into itself: never move it.
+ *
+ * **Rounding.** 8u in fixed point (the 8u Init's mode 1): Q14 fractions `F = trunc(f * 16384 +
+ * 1e-7)`, the horizontal pass `(c0 a + c1 b + 128) >> 8` kept as Q6, the vertical pass
+ * `((16384 - F) h0 + F h1 + 2^19) >> 20`. Border strips (pixels whose taps leave the image at a
+ * true image edge) round in one stage `(s + 8192 + ((s >> 14) & 1)) >> 14`, or twice with
+ * `kelBorderMirror`. `keliResizeSetMode(2, spec)` switches 8u to f32. 16u, 16s, 8u in mode 2: `a + (b
+ * - a) f` in f32 both ways, rounded to nearest even and saturated. 32f in f32, 64f in f64.
+ *
+ * **Borders.** Linear: `kelBorderRepl`, `kelBorderMirror`, `kelBorderMirrorR` (the same as Repl at
+ * a reach of one pixel), each with any in-memory flags (16 top, 32 bottom, 64 left, 128 right:
+ * that side reads the caller's memory), or 240 for no border handling; wide (`_L`) members take
+ * Repl or 240 only. `pBorderValue` is never read.
+ *
+ * **Checks, in order.** Work: (Linear) the border word `kelStatusBadBorder`; `pSrc`, `pDst`, `pSpec`,
+ * `pBuffer` null `kelStatusNullPtr`; a zero tile width or height: the warning `kelStatusNoOperation`;
+ * a spec of another identifier or arithmetic `kelStatusSpecMismatch`; a negative tile size
+ * `kelStatusBadSize`; a step that is not a multiple of the element size `kelStatusBadStep` (negative
+ * steps run); `dstOffset` outside the destination `kelStatusOutOfRange`; an antialiasing spec
+ * `kelStatusUnsupportedMode`; a spec of the other kind, or one without this type's tables,
+ * `kelStatusSpecMismatch`. A tile running past the image is clipped; one larger than the image
+ * also warns `kelStatusRoiTrimmed`. Init: `pSpec` null, a zero length `kelStatusNoOperation`, a
+ * negative one (Linear: a source length below 2) `kelStatusBadSize`, wide: `dataType`
+ * `kelStatusBadDataType`, a length from 2^25 `kelStatusSizeOverflow`. GetSize: pointers, lengths,
+ * the kind `kelStatusBadInterpolation`, kind 0 `kelStatusUnsupportedMode`; it also sizes Cubic,
+ * Lanczos, Super and antialiasing specs.
+ *
+ * ```c
+ * int specSize, initSize, bufSize;
+ * keliResizeGetSize_8u(srcSize, dstSize, kelLinear, 0, &specSize, &initSize);
+ * KeliResizeSpec* spec = (KeliResizeSpec*)malloc(specSize);   // keep it at this address
+ * keliResizeLinearInit_8u(srcSize, dstSize, spec);
+ * keliResizeGetBufferSize_8u(spec, dstSize, 1, &bufSize);
+ * Kel8u* buffer = malloc(bufSize);
+ * KeliPoint origin = {0, 0};
+ * KelStatus st = keliResizeLinear_8u_C1R(src, sStep, dst, dStep, origin, dstSize, kelBorderRepl, NULL,
+ *                                        spec, buffer);
+ * ```
+ */
+KELI_API KelStatus keliResizeGetSize_8u(KeliSize srcSize, KeliSize dstSize, KeliInterpolationType interpolation, Kel32u antialiasing, int* pSpecSize, int* pInitBufSize);
+KELI_API KelStatus keliResizeGetSize_16u(KeliSize srcSize, KeliSize dstSize, KeliInterpolationType interpolation, Kel32u antialiasing, int* pSpecSize, int* pInitBufSize);
+KELI_API KelStatus keliResizeGetSize_16s(KeliSize srcSize, KeliSize dstSize, KeliInterpolationType interpolation, Kel32u antialiasing, int* pSpecSize, int* pInitBufSize);
+KELI_API KelStatus keliResizeGetSize_32f(KeliSize srcSize, KeliSize dstSize, KeliInterpolationType interpolation, Kel32u antialiasing, int* pSpecSize, int* pInitBufSize);
+KELI_API KelStatus keliResizeGetSize_64f(KeliSize srcSize, KeliSize dstSize, KeliInterpolationType interpolation, Kel32u antialiasing, int* pSpecSize, int* pInitBufSize);
+KELI_API KelStatus keliResizeGetBufferSize_8u(const KeliResizeSpec* pSpec, KeliSize dstSize, int numChannels, int* pBufSize);
+KELI_API KelStatus keliResizeGetBufferSize_16u(const KeliResizeSpec* pSpec, KeliSize dstSize, int numChannels, int* pBufSize);
+KELI_API KelStatus keliResizeGetBufferSize_16s(const KeliResizeSpec* pSpec, KeliSize dstSize, int numChannels, int* pBufSize);
+KELI_API KelStatus keliResizeGetBufferSize_32f(const KeliResizeSpec* pSpec, KeliSize dstSize, int numChannels, int* pBufSize);
+KELI_API KelStatus keliResizeGetBufferSize_64f(const KeliResizeSpec* pSpec, KeliSize dstSize, int numChannels, int* pBufSize);
+KELI_API KelStatus keliResizeGetBorderSize_8u(const KeliResizeSpec* pSpec, KeliBorderSize* pBorderSize);
+KELI_API KelStatus keliResizeGetBorderSize_16u(const KeliResizeSpec* pSpec, KeliBorderSize* pBorderSize);
+KELI_API KelStatus keliResizeGetBorderSize_16s(const KeliResizeSpec* pSpec, KeliBorderSize* pBorderSize);
+KELI_API KelStatus keliResizeGetBorderSize_32f(const KeliResizeSpec* pSpec, KeliBorderSize* pBorderSize);
+KELI_API KelStatus keliResizeGetBorderSize_64f(const KeliResizeSpec* pSpec, KeliBorderSize* pBorderSize);
+KELI_API KelStatus keliResizeGetSrcOffset_8u(const KeliResizeSpec* pSpec, KeliPoint dstOffset, KeliPoint* pSrcOffset);
+KELI_API KelStatus keliResizeGetSrcOffset_16u(const KeliResizeSpec* pSpec, KeliPoint dstOffset, KeliPoint* pSrcOffset);
+KELI_API KelStatus keliResizeGetSrcOffset_16s(const KeliResizeSpec* pSpec, KeliPoint dstOffset, KeliPoint* pSrcOffset);
+KELI_API KelStatus keliResizeGetSrcOffset_32f(const KeliResizeSpec* pSpec, KeliPoint dstOffset, KeliPoint* pSrcOffset);
+KELI_API KelStatus keliResizeGetSrcOffset_64f(const KeliResizeSpec* pSpec, KeliPoint dstOffset, KeliPoint* pSrcOffset);
+KELI_API KelStatus keliResizeGetSrcRoi_8u(const KeliResizeSpec* pSpec, KeliPoint dstRoiOffset, KeliSize dstRoiSize, KeliPoint* pSrcRoiOffset, KeliSize* pSrcRoiSize);
+KELI_API KelStatus keliResizeGetSrcRoi_16u(const KeliResizeSpec* pSpec, KeliPoint dstRoiOffset, KeliSize dstRoiSize, KeliPoint* pSrcRoiOffset, KeliSize* pSrcRoiSize);
+KELI_API KelStatus keliResizeGetSrcRoi_16s(const KeliResizeSpec* pSpec, KeliPoint dstRoiOffset, KeliSize dstRoiSize, KeliPoint* pSrcRoiOffset, KeliSize* pSrcRoiSize);
+KELI_API KelStatus keliResizeGetSrcRoi_32f(const KeliResizeSpec* pSpec, KeliPoint dstRoiOffset, KeliSize dstRoiSize, KeliPoint* pSrcRoiOffset, KeliSize* pSrcRoiSize);
+KELI_API KelStatus keliResizeGetSrcRoi_64f(const KeliResizeSpec* pSpec, KeliPoint dstRoiOffset, KeliSize dstRoiSize, KeliPoint* pSrcRoiOffset, KeliSize* pSrcRoiSize);
+KELI_API KelStatus keliResizeGetSize_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, KeliInterpolationType interpolation, Kel32u antialiasing, KelSizeL* pSpecSize, KelSizeL* pInitBufSize);
+KELI_API KelStatus keliResizeGetBufferSize_L(const KeliResizeSpec* pSpec, KeliSizeL dstSize, int numChannels, KelSizeL* pBufSize);
+KELI_API KelStatus keliResizeGetBorderSize_L(const KeliResizeSpec* pSpec, KeliBorderSize* pBorderSize);
+KELI_API KelStatus keliResizeGetSrcOffset_L(const KeliResizeSpec* pSpec, KeliPointL dstOffset, KeliPointL* pSrcOffset);
+KELI_API KelStatus keliResizeGetSrcRoi_L(const KeliResizeSpec* pSpec, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, KeliPointL* pSrcRoiOffset, KeliSizeL* pSrcRoiSize);
+KELI_API KelStatus keliResizeLinearInit_8u(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeLinearInit_16u(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeLinearInit_16s(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeLinearInit_32f(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeLinearInit_64f(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeNearestInit_8u(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeNearestInit_16u(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeNearestInit_16s(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeNearestInit_32f(KeliSize srcSize, KeliSize dstSize, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeLinearInit_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeNearestInit_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeLinearInit_8u_L(KeliSizeL srcSize, KeliSizeL dstSize, Kel32u mode, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeSetMode(int mode, KeliResizeSpec* pSpec);
+KELI_API KelStatus keliResizeNearest_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_8u_C1R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_8u_C3R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_8u_C4R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16u_C1R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16u_C3R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16u_C4R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16s_C1R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16s_C3R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_16s_C4R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_32f_C1R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_32f_C3R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeNearest_32f_C4R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel8u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel8u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel8u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel16u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel16u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel16u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel16s* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel16s* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel16s* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel32f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel32f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel32f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel64f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_64f_C3R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel64f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_64f_C4R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstOffset, KeliSize dstSize, KeliBorderType border, const Kel64f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_8u_C1R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel8u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_8u_C3R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel8u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_8u_C4R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel8u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16u_C1R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel16u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16u_C3R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel16u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16u_C4R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel16u* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16s_C1R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel16s* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16s_C3R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel16s* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_16s_C4R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel16s* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_32f_C1R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel32f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_32f_C3R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel32f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_32f_C4R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel32f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_64f_C1R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel64f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_64f_C3R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel64f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliResizeLinear_64f_C4R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel64f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
+
 /* ==== Frequency transforms ================================================================== */
 
 /* ---- Two-dimensional FFT */

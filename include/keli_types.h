@@ -126,6 +126,10 @@ typedef struct {
 /* The histogram of oriented gradients' spec: a block the caller allocates at the size its query gives. */
 typedef struct KeliHOGSpec KeliHOGSpec;
 
+/* The resize families' spec: a block the caller allocates at the size keliResizeGetSize gives and
+ * keeps at one address between Init and the last call that uses it. */
+typedef struct KeliResizeSpec KeliResizeSpec;
+
 typedef enum {
     kelNearest = 1,
     kelLinear = 2,

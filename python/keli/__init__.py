@@ -31,6 +31,7 @@ from .alpha import alpha_composite, alpha_composite_color_key, color_key, premul
 from .compare import compare, count_in_range, equal_within
 from .moments import Moments, moments
 from .geometry import flip, remap, transpose
+from .resize import resize
 from .fft import fft2, ifft2, irfft2_packed, rfft2_packed
 from .match import match_template
 from .hog import hog

@@ -290,22 +290,39 @@ A277 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16s, c_
 A278 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel32f, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
 A279 = ((c_void_p, c_int, c_void_p, c_int, KeliSize), "pSrc srcStep pDst dstStep dstRoiSize")
 A280 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
-A281 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
-A282 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
-A283 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
-A284 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
-A285 = ((c_void_p, c_void_p), "pConfig pSpecSize")
-A286 = ((c_void_p, c_void_p), "pConfig pHOGSpec")
-A287 = ((c_void_p, KeliSize, c_void_p), "pHOGSpec roiSize pBufferSize")
-A288 = ((c_void_p, c_void_p), "pHOGSpec pDescriptorSize")
-A289 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel8u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A290 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A291 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16s, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A292 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel32f, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A293 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A294 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
-A295 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
-A296 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
+A281 = ((KeliSize, KeliSize, c_int, Kel32u, c_void_p, c_void_p), "srcSize dstSize interpolation antialiasing pSpecSize pInitBufSize")
+A282 = ((c_void_p, KeliSize, c_int, c_void_p), "pSpec dstSize numChannels pBufSize")
+A283 = ((c_void_p, c_void_p), "pSpec pBorderSize")
+A284 = ((c_void_p, KeliPoint, c_void_p), "pSpec dstOffset pSrcOffset")
+A285 = ((c_void_p, KeliPoint, KeliSize, c_void_p, c_void_p), "pSpec dstRoiOffset dstRoiSize pSrcRoiOffset pSrcRoiSize")
+A286 = ((KeliSizeL, KeliSizeL, c_int, c_int, Kel32u, c_void_p, c_void_p), "srcSize dstSize dataType interpolation antialiasing pSpecSize pInitBufSize")
+A287 = ((c_void_p, KeliSizeL, c_int, c_void_p), "pSpec dstSize numChannels pBufSize")
+A288 = ((c_void_p, KeliPointL, c_void_p), "pSpec dstOffset pSrcOffset")
+A289 = ((c_void_p, KeliPointL, KeliSizeL, c_void_p, c_void_p), "pSpec dstRoiOffset dstRoiSize pSrcRoiOffset pSrcRoiSize")
+A290 = ((KeliSize, KeliSize, c_void_p), "srcSize dstSize pSpec")
+A291 = ((KeliSizeL, KeliSizeL, c_int, c_void_p), "srcSize dstSize dataType pSpec")
+A292 = ((KeliSizeL, KeliSizeL, Kel32u, c_void_p), "srcSize dstSize mode pSpec")
+A293 = ((c_int, c_void_p), "mode pSpec")
+A294 = ((c_void_p, c_int, c_void_p, c_int, KeliPoint, KeliSize, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstOffset dstSize pSpec pBuffer")
+A295 = ((c_void_p, c_int64, c_void_p, c_int64, KeliPointL, KeliSizeL, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstOffset dstSize pSpec pBuffer")
+A296 = ((c_void_p, c_int, c_void_p, c_int, KeliPoint, KeliSize, c_int, c_void_p, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstOffset dstSize border pBorderValue pSpec pBuffer")
+A297 = ((c_void_p, c_int64, c_void_p, c_int64, KeliPointL, KeliSizeL, c_int, c_void_p, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstOffset dstSize border pBorderValue pSpec pBuffer")
+A298 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
+A299 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
+A300 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
+A301 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
+A302 = ((c_void_p, c_void_p), "pConfig pSpecSize")
+A303 = ((c_void_p, c_void_p), "pConfig pHOGSpec")
+A304 = ((c_void_p, KeliSize, c_void_p), "pHOGSpec roiSize pBufferSize")
+A305 = ((c_void_p, c_void_p), "pHOGSpec pDescriptorSize")
+A306 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel8u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A307 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A308 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16s, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A309 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel32f, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A310 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A311 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
+A312 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
+A313 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2944,50 +2961,147 @@ EXPORTS = {
     "keliRemap_64f_C3R": (KelStatus, *A280),
     "keliRemap_64f_C4R": (KelStatus, *A280),
     "keliRemap_64f_AC4R": (KelStatus, *A280),
-    "keliFFTGetSize_R_32f": (KelStatus, *A281),
-    "keliFFTInit_R_32f": (KelStatus, *A282),
-    "keliFFTGetSize_C_32fc": (KelStatus, *A281),
-    "keliFFTInit_C_32fc": (KelStatus, *A282),
-    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A283),
-    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A283),
-    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A283),
-    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A283),
-    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A284),
-    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A284),
-    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A284),
-    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A284),
-    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A283),
-    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A283),
-    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A283),
-    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A283),
-    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A284),
-    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A284),
-    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A284),
-    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A284),
-    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A283),
-    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A283),
-    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A284),
-    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A284),
-    "keliHOGGetSize": (KelStatus, *A285),
-    "keliHOGInit": (KelStatus, *A286),
-    "keliHOGGetBufferSize": (KelStatus, *A287),
-    "keliHOGGetDescriptorSize": (KelStatus, *A288),
-    "keliHOG_8u32f_C1R": (KelStatus, *A289),
-    "keliHOG_16u32f_C1R": (KelStatus, *A290),
-    "keliHOG_16s32f_C1R": (KelStatus, *A291),
-    "keliHOG_32f_C1R": (KelStatus, *A292),
-    "keliHOG_8u32f_C3R": (KelStatus, *A293),
-    "keliHOG_16u32f_C3R": (KelStatus, *A293),
-    "keliHOG_16s32f_C3R": (KelStatus, *A293),
-    "keliHOG_32f_C3R": (KelStatus, *A293),
-    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A294),
-    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A294),
-    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A294),
-    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A295),
-    "keliCrossCorrNormGetBufferSize": (KelStatus, *A296),
-    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A294),
-    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A294),
-    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A294),
-    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A295),
-    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A296),
+    "keliResizeGetSize_8u": (KelStatus, *A281),
+    "keliResizeGetSize_16u": (KelStatus, *A281),
+    "keliResizeGetSize_16s": (KelStatus, *A281),
+    "keliResizeGetSize_32f": (KelStatus, *A281),
+    "keliResizeGetSize_64f": (KelStatus, *A281),
+    "keliResizeGetBufferSize_8u": (KelStatus, *A282),
+    "keliResizeGetBufferSize_16u": (KelStatus, *A282),
+    "keliResizeGetBufferSize_16s": (KelStatus, *A282),
+    "keliResizeGetBufferSize_32f": (KelStatus, *A282),
+    "keliResizeGetBufferSize_64f": (KelStatus, *A282),
+    "keliResizeGetBorderSize_8u": (KelStatus, *A283),
+    "keliResizeGetBorderSize_16u": (KelStatus, *A283),
+    "keliResizeGetBorderSize_16s": (KelStatus, *A283),
+    "keliResizeGetBorderSize_32f": (KelStatus, *A283),
+    "keliResizeGetBorderSize_64f": (KelStatus, *A283),
+    "keliResizeGetSrcOffset_8u": (KelStatus, *A284),
+    "keliResizeGetSrcOffset_16u": (KelStatus, *A284),
+    "keliResizeGetSrcOffset_16s": (KelStatus, *A284),
+    "keliResizeGetSrcOffset_32f": (KelStatus, *A284),
+    "keliResizeGetSrcOffset_64f": (KelStatus, *A284),
+    "keliResizeGetSrcRoi_8u": (KelStatus, *A285),
+    "keliResizeGetSrcRoi_16u": (KelStatus, *A285),
+    "keliResizeGetSrcRoi_16s": (KelStatus, *A285),
+    "keliResizeGetSrcRoi_32f": (KelStatus, *A285),
+    "keliResizeGetSrcRoi_64f": (KelStatus, *A285),
+    "keliResizeGetSize_L": (KelStatus, *A286),
+    "keliResizeGetBufferSize_L": (KelStatus, *A287),
+    "keliResizeGetBorderSize_L": (KelStatus, *A283),
+    "keliResizeGetSrcOffset_L": (KelStatus, *A288),
+    "keliResizeGetSrcRoi_L": (KelStatus, *A289),
+    "keliResizeLinearInit_8u": (KelStatus, *A290),
+    "keliResizeLinearInit_16u": (KelStatus, *A290),
+    "keliResizeLinearInit_16s": (KelStatus, *A290),
+    "keliResizeLinearInit_32f": (KelStatus, *A290),
+    "keliResizeLinearInit_64f": (KelStatus, *A290),
+    "keliResizeNearestInit_8u": (KelStatus, *A290),
+    "keliResizeNearestInit_16u": (KelStatus, *A290),
+    "keliResizeNearestInit_16s": (KelStatus, *A290),
+    "keliResizeNearestInit_32f": (KelStatus, *A290),
+    "keliResizeLinearInit_L": (KelStatus, *A291),
+    "keliResizeNearestInit_L": (KelStatus, *A291),
+    "keliResizeLinearInit_8u_L": (KelStatus, *A292),
+    "keliResizeSetMode": (KelStatus, *A293),
+    "keliResizeNearest_8u_C1R": (KelStatus, *A294),
+    "keliResizeNearest_8u_C3R": (KelStatus, *A294),
+    "keliResizeNearest_8u_C4R": (KelStatus, *A294),
+    "keliResizeNearest_16u_C1R": (KelStatus, *A294),
+    "keliResizeNearest_16u_C3R": (KelStatus, *A294),
+    "keliResizeNearest_16u_C4R": (KelStatus, *A294),
+    "keliResizeNearest_16s_C1R": (KelStatus, *A294),
+    "keliResizeNearest_16s_C3R": (KelStatus, *A294),
+    "keliResizeNearest_16s_C4R": (KelStatus, *A294),
+    "keliResizeNearest_32f_C1R": (KelStatus, *A294),
+    "keliResizeNearest_32f_C3R": (KelStatus, *A294),
+    "keliResizeNearest_32f_C4R": (KelStatus, *A294),
+    "keliResizeNearest_8u_C1R_L": (KelStatus, *A295),
+    "keliResizeNearest_8u_C3R_L": (KelStatus, *A295),
+    "keliResizeNearest_8u_C4R_L": (KelStatus, *A295),
+    "keliResizeNearest_16u_C1R_L": (KelStatus, *A295),
+    "keliResizeNearest_16u_C3R_L": (KelStatus, *A295),
+    "keliResizeNearest_16u_C4R_L": (KelStatus, *A295),
+    "keliResizeNearest_16s_C1R_L": (KelStatus, *A295),
+    "keliResizeNearest_16s_C3R_L": (KelStatus, *A295),
+    "keliResizeNearest_16s_C4R_L": (KelStatus, *A295),
+    "keliResizeNearest_32f_C1R_L": (KelStatus, *A295),
+    "keliResizeNearest_32f_C3R_L": (KelStatus, *A295),
+    "keliResizeNearest_32f_C4R_L": (KelStatus, *A295),
+    "keliResizeLinear_8u_C1R": (KelStatus, *A296),
+    "keliResizeLinear_8u_C3R": (KelStatus, *A296),
+    "keliResizeLinear_8u_C4R": (KelStatus, *A296),
+    "keliResizeLinear_16u_C1R": (KelStatus, *A296),
+    "keliResizeLinear_16u_C3R": (KelStatus, *A296),
+    "keliResizeLinear_16u_C4R": (KelStatus, *A296),
+    "keliResizeLinear_16s_C1R": (KelStatus, *A296),
+    "keliResizeLinear_16s_C3R": (KelStatus, *A296),
+    "keliResizeLinear_16s_C4R": (KelStatus, *A296),
+    "keliResizeLinear_32f_C1R": (KelStatus, *A296),
+    "keliResizeLinear_32f_C3R": (KelStatus, *A296),
+    "keliResizeLinear_32f_C4R": (KelStatus, *A296),
+    "keliResizeLinear_64f_C1R": (KelStatus, *A296),
+    "keliResizeLinear_64f_C3R": (KelStatus, *A296),
+    "keliResizeLinear_64f_C4R": (KelStatus, *A296),
+    "keliResizeLinear_8u_C1R_L": (KelStatus, *A297),
+    "keliResizeLinear_8u_C3R_L": (KelStatus, *A297),
+    "keliResizeLinear_8u_C4R_L": (KelStatus, *A297),
+    "keliResizeLinear_16u_C1R_L": (KelStatus, *A297),
+    "keliResizeLinear_16u_C3R_L": (KelStatus, *A297),
+    "keliResizeLinear_16u_C4R_L": (KelStatus, *A297),
+    "keliResizeLinear_16s_C1R_L": (KelStatus, *A297),
+    "keliResizeLinear_16s_C3R_L": (KelStatus, *A297),
+    "keliResizeLinear_16s_C4R_L": (KelStatus, *A297),
+    "keliResizeLinear_32f_C1R_L": (KelStatus, *A297),
+    "keliResizeLinear_32f_C3R_L": (KelStatus, *A297),
+    "keliResizeLinear_32f_C4R_L": (KelStatus, *A297),
+    "keliResizeLinear_64f_C1R_L": (KelStatus, *A297),
+    "keliResizeLinear_64f_C3R_L": (KelStatus, *A297),
+    "keliResizeLinear_64f_C4R_L": (KelStatus, *A297),
+    "keliFFTGetSize_R_32f": (KelStatus, *A298),
+    "keliFFTInit_R_32f": (KelStatus, *A299),
+    "keliFFTGetSize_C_32fc": (KelStatus, *A298),
+    "keliFFTInit_C_32fc": (KelStatus, *A299),
+    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A300),
+    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A300),
+    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A300),
+    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A300),
+    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A301),
+    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A301),
+    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A301),
+    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A301),
+    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A300),
+    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A300),
+    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A300),
+    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A300),
+    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A301),
+    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A301),
+    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A301),
+    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A301),
+    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A300),
+    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A300),
+    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A301),
+    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A301),
+    "keliHOGGetSize": (KelStatus, *A302),
+    "keliHOGInit": (KelStatus, *A303),
+    "keliHOGGetBufferSize": (KelStatus, *A304),
+    "keliHOGGetDescriptorSize": (KelStatus, *A305),
+    "keliHOG_8u32f_C1R": (KelStatus, *A306),
+    "keliHOG_16u32f_C1R": (KelStatus, *A307),
+    "keliHOG_16s32f_C1R": (KelStatus, *A308),
+    "keliHOG_32f_C1R": (KelStatus, *A309),
+    "keliHOG_8u32f_C3R": (KelStatus, *A310),
+    "keliHOG_16u32f_C3R": (KelStatus, *A310),
+    "keliHOG_16s32f_C3R": (KelStatus, *A310),
+    "keliHOG_32f_C3R": (KelStatus, *A310),
+    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A311),
+    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A311),
+    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A311),
+    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A312),
+    "keliCrossCorrNormGetBufferSize": (KelStatus, *A313),
+    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A311),
+    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A311),
+    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A311),
+    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A312),
+    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A313),
 }

@@ -771,6 +771,56 @@ KelStatus st = keliRemap_8u_C1R(src, size, sStep, &roi, mx, mxStep, my, myStep, 
 ```""",
         'keliRemap_8u_C1R keliRemap_8u_C3R keliRemap_8u_C4R keliRemap_8u_AC4R keliRemap_16u_C1R keliRemap_16u_C3R keliRemap_16u_C4R keliRemap_16u_AC4R keliRemap_16s_C1R keliRemap_16s_C3R keliRemap_16s_C4R keliRemap_16s_AC4R keliRemap_32f_C1R keliRemap_32f_C3R keliRemap_32f_C4R keliRemap_32f_AC4R keliRemap_64f_C1R keliRemap_64f_C3R keliRemap_64f_C4R keliRemap_64f_AC4R',
     ),
+    "geometry/resize": (
+        'Resize, nearest and linear',
+        """`keliResizeNearest*`, `keliResizeLinear*`: a tiled resize. `keliResizeGetSize_<t>` sizes the spec,
+`keliResize{Nearest,Linear}Init_<t>` fills it once for the whole image pair (index and fraction
+tables of both axes), `keliResizeGetBufferSize_<t>` sizes a tile's work buffer, and each call
+computes one destination tile at `dstOffset`: any tiling, from any number of threads (one work
+buffer each), gives the bits of one whole-image call. `pSrc` refers to the source point that
+`keliResizeGetSrcOffset_<t>` returns for the tile; `keliResizeGetSrcRoi_<t>` and
+`keliResizeGetBorderSize_<t>` tell which source pixels the tile reads. Pixel centres
+correspond: `pos = (i + 0.5) * src / dst - 0.5`; Nearest takes `trunc((i + 0.5) * src / dst -
+1e-10)` (2:1 takes pixels 0, 2, 4). The spec holds pointers into itself: never move it.
+
+**Rounding.** 8u in fixed point (the 8u Init's mode 1): Q14 fractions `F = trunc(f * 16384 +
+1e-7)`, the horizontal pass `(c0 a + c1 b + 128) >> 8` kept as Q6, the vertical pass
+`((16384 - F) h0 + F h1 + 2^19) >> 20`. Border strips (pixels whose taps leave the image at a
+true image edge) round in one stage `(s + 8192 + ((s >> 14) & 1)) >> 14`, or twice with
+`kelBorderMirror`. `keliResizeSetMode(2, spec)` switches 8u to f32. 16u, 16s, 8u in mode 2: `a + (b
+- a) f` in f32 both ways, rounded to nearest even and saturated. 32f in f32, 64f in f64.
+
+**Borders.** Linear: `kelBorderRepl`, `kelBorderMirror`, `kelBorderMirrorR` (the same as Repl at
+a reach of one pixel), each with any in-memory flags (16 top, 32 bottom, 64 left, 128 right:
+that side reads the caller's memory), or 240 for no border handling; wide (`_L`) members take
+Repl or 240 only. `pBorderValue` is never read.
+
+**Checks, in order.** Work: (Linear) the border word `kelStatusBadBorder`; `pSrc`, `pDst`, `pSpec`,
+`pBuffer` null `kelStatusNullPtr`; a zero tile width or height: the warning `kelStatusNoOperation`;
+a spec of another identifier or arithmetic `kelStatusSpecMismatch`; a negative tile size
+`kelStatusBadSize`; a step that is not a multiple of the element size `kelStatusBadStep` (negative
+steps run); `dstOffset` outside the destination `kelStatusOutOfRange`; an antialiasing spec
+`kelStatusUnsupportedMode`; a spec of the other kind, or one without this type's tables,
+`kelStatusSpecMismatch`. A tile running past the image is clipped; one larger than the image
+also warns `kelStatusRoiTrimmed`. Init: `pSpec` null, a zero length `kelStatusNoOperation`, a
+negative one (Linear: a source length below 2) `kelStatusBadSize`, wide: `dataType`
+`kelStatusBadDataType`, a length from 2^25 `kelStatusSizeOverflow`. GetSize: pointers, lengths,
+the kind `kelStatusBadInterpolation`, kind 0 `kelStatusUnsupportedMode`; it also sizes Cubic,
+Lanczos, Super and antialiasing specs.
+
+```c
+int specSize, initSize, bufSize;
+keliResizeGetSize_8u(srcSize, dstSize, kelLinear, 0, &specSize, &initSize);
+KeliResizeSpec* spec = (KeliResizeSpec*)malloc(specSize);   // keep it at this address
+keliResizeLinearInit_8u(srcSize, dstSize, spec);
+keliResizeGetBufferSize_8u(spec, dstSize, 1, &bufSize);
+Kel8u* buffer = malloc(bufSize);
+KeliPoint origin = {0, 0};
+KelStatus st = keliResizeLinear_8u_C1R(src, sStep, dst, dStep, origin, dstSize, kelBorderRepl, NULL,
+                                       spec, buffer);
+```""",
+        'keliResizeGetSize_8u keliResizeGetSize_16u keliResizeGetSize_16s keliResizeGetSize_32f keliResizeGetSize_64f keliResizeGetBufferSize_8u keliResizeGetBufferSize_16u keliResizeGetBufferSize_16s keliResizeGetBufferSize_32f keliResizeGetBufferSize_64f keliResizeGetBorderSize_8u keliResizeGetBorderSize_16u keliResizeGetBorderSize_16s keliResizeGetBorderSize_32f keliResizeGetBorderSize_64f keliResizeGetSrcOffset_8u keliResizeGetSrcOffset_16u keliResizeGetSrcOffset_16s keliResizeGetSrcOffset_32f keliResizeGetSrcOffset_64f keliResizeGetSrcRoi_8u keliResizeGetSrcRoi_16u keliResizeGetSrcRoi_16s keliResizeGetSrcRoi_32f keliResizeGetSrcRoi_64f keliResizeGetSize_L keliResizeGetBufferSize_L keliResizeGetBorderSize_L keliResizeGetSrcOffset_L keliResizeGetSrcRoi_L keliResizeLinearInit_8u keliResizeLinearInit_16u keliResizeLinearInit_16s keliResizeLinearInit_32f keliResizeLinearInit_64f keliResizeNearestInit_8u keliResizeNearestInit_16u keliResizeNearestInit_16s keliResizeNearestInit_32f keliResizeLinearInit_L keliResizeNearestInit_L keliResizeLinearInit_8u_L keliResizeSetMode keliResizeNearest_8u_C1R keliResizeNearest_8u_C3R keliResizeNearest_8u_C4R keliResizeNearest_16u_C1R keliResizeNearest_16u_C3R keliResizeNearest_16u_C4R keliResizeNearest_16s_C1R keliResizeNearest_16s_C3R keliResizeNearest_16s_C4R keliResizeNearest_32f_C1R keliResizeNearest_32f_C3R keliResizeNearest_32f_C4R keliResizeNearest_8u_C1R_L keliResizeNearest_8u_C3R_L keliResizeNearest_8u_C4R_L keliResizeNearest_16u_C1R_L keliResizeNearest_16u_C3R_L keliResizeNearest_16u_C4R_L keliResizeNearest_16s_C1R_L keliResizeNearest_16s_C3R_L keliResizeNearest_16s_C4R_L keliResizeNearest_32f_C1R_L keliResizeNearest_32f_C3R_L keliResizeNearest_32f_C4R_L keliResizeLinear_8u_C1R keliResizeLinear_8u_C3R keliResizeLinear_8u_C4R keliResizeLinear_16u_C1R keliResizeLinear_16u_C3R keliResizeLinear_16u_C4R keliResizeLinear_16s_C1R keliResizeLinear_16s_C3R keliResizeLinear_16s_C4R keliResizeLinear_32f_C1R keliResizeLinear_32f_C3R keliResizeLinear_32f_C4R keliResizeLinear_64f_C1R keliResizeLinear_64f_C3R keliResizeLinear_64f_C4R keliResizeLinear_8u_C1R_L keliResizeLinear_8u_C3R_L keliResizeLinear_8u_C4R_L keliResizeLinear_16u_C1R_L keliResizeLinear_16u_C3R_L keliResizeLinear_16u_C4R_L keliResizeLinear_16s_C1R_L keliResizeLinear_16s_C3R_L keliResizeLinear_16s_C4R_L keliResizeLinear_32f_C1R_L keliResizeLinear_32f_C3R_L keliResizeLinear_32f_C4R_L keliResizeLinear_64f_C1R_L keliResizeLinear_64f_C3R_L keliResizeLinear_64f_C4R_L',
+    ),
     "frequency/fft": (
         'Two-dimensional FFT',
         """Two-dimensional fast Fourier transforms of `2^orderX` by `2^orderY` images.

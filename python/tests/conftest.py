@@ -6,7 +6,7 @@ import pytest
 
 import keli
 
-LAYERS = ["arith", "borders", "convert", "histogram", "move", "sharpen", "stats", "threshold"]
+LAYERS = ["arith", "borders", "convert", "histogram", "move", "resize", "sharpen", "stats", "threshold"]
 
 
 @pytest.fixture
