@@ -3114,6 +3114,89 @@ KELI_API KelStatus keliSumWindowColumn_16s32f_C3R(const Kel16s* pSrc, int srcSte
 KELI_API KelStatus keliSumWindowColumn_16s32f_C4R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
 KELI_API KelStatus keliFilterBox_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliPoint anchor);
 
+/* ---- Derivative masks */
+/*
+ * First and second derivatives over fixed masks, each a border filter on one channel. The masks
+ * are applied as written over the window centred on the pixel (not reversed):
+ * `keliFilterSobelVertBorder` 3x3 `1 0 -1 / 2 0 -2 / 1 0 -1` (left minus right; 5x5: column
+ * weights `1 4 6 4 1` times row weights `1 2 0 -2 -1`), `keliFilterSobelNegVertBorder` its
+ * opposite, `keliFilterSobelHorizBorder` `-1 -2 -1 / 0 0 0 / 1 2 1` (bottom minus top; 5x5:
+ * `-1 -2 0 2 1` down times `1 4 6 4 1` along), `keliFilterSobelVertSecondBorder`
+ * `1 -2 1 / 2 -4 2 / 1 -2 1` (5x5: `1 4 6 4 1` down, `1 0 -2 0 1` along),
+ * `keliFilterSobelHorizSecondBorder` its transpose, `keliFilterScharrVertMaskBorder`
+ * `-3 0 3 / -10 0 10 / -3 0 3` (right minus left, the opposite sign of Sobel),
+ * `keliFilterScharrHorizMaskBorder` `-3 -10 -3 / 0 0 0 / 3 10 3`, `keliFilterPrewittVertBorder`
+ * `1 0 -1` on every row, `keliFilterPrewittHorizBorder` `-1 -1 -1 / 0 0 0 / 1 1 1`,
+ * `keliFilterRobertsDownBorder` `src(x,y) - src(x-1,y-1)`, `keliFilterRobertsUpBorder`
+ * `src(x,y) - src(x+1,y-1)`. Scharr, Prewitt and Roberts have the 3x3 mask only. Pixels beyond the
+ * region come from `border`: `kelBorderRepl`, `kelBorderMirror` (the edge pixel not repeated) or
+ * `kelBorderConst` (`borderValue`), each with any of the in-memory flags (16 top, 32 bottom,
+ * 64 left, 128 right), or 240 for none; Roberts is bordered like a 3x3 mask.
+ *
+ * **Rounding.** 8u16s: the exact sum (a 5x5 sum stays within 16 bits). 16s: the exact sum
+ * saturated to 16 bits. 32f: each column's weighted sum top to bottom, then the column sums
+ * weighted left to right (a zero weight is no tap), in f32 without fused multiply-add, the same
+ * order in every path. Vector and scalar paths give the same bits.
+ *
+ * **In place and AC4.** No in-place or multi-channel forms.
+ *
+ * **Checks, in order.** `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; the region
+ * `kelStatusBadSize`; a step that is no multiple of the element `kelStatusOddStep` (8u16s tests
+ * `dstStep` only, 16s and 32f both; zero and negative steps are accepted); `mask` not 33 (or 55
+ * where the family has it) `kelStatusBadMaskSize`; `border` not accepted `kelStatusBadBorder`.
+ * Size queries: `pBufferSize` null, region, mask (33 or 55), the type pair (`kel8u`/`kel16s`,
+ * `kel16s`/`kel16s`, `kel32f`/`kel32f`) `kelStatusBadDataType`, `numChannels` not 1
+ * `kelStatusBadChannelCount`. The buffer needs no alignment.
+ *
+ * ```c
+ * int size;
+ * keliFilterSobelVertBorderGetBufferSize(roi, kelMaskSize3x3, kel8u, kel16s, 1, &size);  // then allocate
+ * KelStatus st = keliFilterSobelVertBorder_8u16s_C1R(src, sStep, dst, dStep, roi, kelMaskSize3x3,
+ *                                                    kelBorderRepl, 0, buffer);
+ * ```
+ */
+KELI_API KelStatus keliFilterSobelVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrVertMaskBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrVertMaskBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrVertMaskBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrHorizMaskBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrHorizMaskBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrHorizMaskBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittVertBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittHorizBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittHorizBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittHorizBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsDownBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsDownBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsDownBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsUpBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsUpBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsUpBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelNegVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelNegVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertSecondBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertSecondBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizSecondBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizSecondBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobelHorizBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobelNegVertBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobelVertSecondBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobelHorizSecondBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterScharrVertMaskBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterScharrHorizMaskBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterPrewittVertBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterPrewittHorizBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterRobertsDownBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterRobertsUpBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+
 /* ---- General kernel filter */
 /*
  * The general kernel filter. `keliFilterBorderGetSize` gives the spec and scratch sizes;

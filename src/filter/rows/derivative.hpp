@@ -1,0 +1,303 @@
+// Row kernels of the derivative masks, as edge-driver kernels: each call gets the window's rows
+// for one output segment (rows[j] at the source pixel (x - ax, y - ay + j) of the segment's first
+// output) and writes n outputs.
+//
+// Every mask but Roberts is the outer product of a column weight vector (down the window) and a
+// row weight vector (along it). A window's value is formed in one order everywhere: each
+// column's weighted sum top to bottom, then those column sums weighted left to right, a zero
+// weight being no tap at all. Integer sums are exact, so the order only matters for 32f, where
+// keeping it fixed makes the vector lanes, the scalar tails and the edge strips agree bit for bit.
+//
+// Lanes: 8u sources sum in 16-bit lanes (a 5x5 sum reaches at most 96 * 255 = 24480, so nothing
+// wraps), 16s sources in 32-bit lanes saturated to 16 bits on store, 32f in f32.
+//
+// The vector loop keeps the column sums of the next block in a register and carries them over,
+// so each source pixel is loaded once per output row; the last few outputs of a segment are
+// staged through a small stack block and run through the same vector code.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+#include "keli_types.h"
+#include "simd/sse.hpp"
+
+namespace keli::rows::derivative {
+
+// The filter codes, in the order the masks are numbered.
+enum Code {
+    kSobelVert = 0,
+    kSobelHoriz = 1,
+    kScharrVert = 2,
+    kScharrHoriz = 3,
+    kPrewittVert = 4,
+    kPrewittHoriz = 5,
+    kRobertsDown = 6,
+    kRobertsUp = 7,
+    kSobelVertSecond = 8,
+    kSobelHorizSecond = 9,
+    kSobelNegVert = 10,
+};
+
+// The weights of a separable mask: col[j] multiplies window row j, row[i] window column i.
+// The vertical-edge masks take left minus right (Sobel, Prewitt) or right minus left (Scharr,
+// Sobel negative); the horizontal-edge masks take bottom minus top.
+struct Weights {
+    int k;  // 3 or 5
+    int col[5], row[5];
+};
+
+inline Weights weights(int code, int k)
+{
+    if (k == 5) switch (code) {
+        case kSobelVert: return {5, {1, 4, 6, 4, 1}, {1, 2, 0, -2, -1}};
+        case kSobelHoriz: return {5, {-1, -2, 0, 2, 1}, {1, 4, 6, 4, 1}};
+        case kSobelVertSecond: return {5, {1, 4, 6, 4, 1}, {1, 0, -2, 0, 1}};
+        case kSobelHorizSecond: return {5, {1, 0, -2, 0, 1}, {1, 4, 6, 4, 1}};
+        default: return {5, {1, 4, 6, 4, 1}, {-1, -2, 0, 2, 1}};  // Sobel negative vertical
+        }
+    switch (code) {
+    case kSobelVert: return {3, {1, 2, 1}, {1, 0, -1}};
+    case kSobelHoriz: return {3, {-1, 0, 1}, {1, 2, 1}};
+    case kScharrVert: return {3, {3, 10, 3}, {-1, 0, 1}};
+    case kScharrHoriz: return {3, {-1, 0, 1}, {3, 10, 3}};
+    case kPrewittVert: return {3, {1, 1, 1}, {1, 0, -1}};
+    case kPrewittHoriz: return {3, {-1, 0, 1}, {1, 1, 1}};
+    case kSobelVertSecond: return {3, {1, 2, 1}, {1, -2, 1}};
+    case kSobelHorizSecond: return {3, {1, -2, 1}, {1, 2, 1}};
+    default: return {3, {1, 2, 1}, {-1, 0, 1}};  // Sobel negative vertical
+    }
+}
+
+// ---- lanes ------------------------------------------------------------------------------------
+
+// What each source type sums in and how a block of B outputs is loaded and stored.
+template <class T> struct Lanes;
+
+template <> struct Lanes<Kel8u> {
+    using D = Kel16s;
+    using Acc = std::int32_t;
+    using V = __m128i;
+    static constexpr int B = 8;
+    static V load(const Kel8u* p) { return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+    static V splat(int w) { return _mm_set1_epi16(static_cast<short>(w)); }
+    static V mul(V a, V w) { return _mm_mullo_epi16(a, w); }
+    static V add(V a, V b) { return _mm_add_epi16(a, b); }
+    static V sub(V a, V b) { return _mm_sub_epi16(a, b); }
+    static V neg(V a) { return _mm_sub_epi16(_mm_setzero_si128(), a); }
+    template <int I> static V shifted(V lo, V hi) { return _mm_alignr_epi8(hi, lo, 2 * I); }
+    static void store(D* d, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v); }
+    static D finish(Acc s) { return static_cast<D>(s); }
+};
+
+template <> struct Lanes<Kel16s> {
+    using D = Kel16s;
+    using Acc = std::int32_t;
+    using V = __m128i;
+    static constexpr int B = 4;
+    static V load(const Kel16s* p) { return _mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+    static V splat(int w) { return _mm_set1_epi32(w); }
+    static V mul(V a, V w) { return _mm_mullo_epi32(a, w); }
+    static V add(V a, V b) { return _mm_add_epi32(a, b); }
+    static V sub(V a, V b) { return _mm_sub_epi32(a, b); }
+    static V neg(V a) { return _mm_sub_epi32(_mm_setzero_si128(), a); }
+    template <int I> static V shifted(V lo, V hi) { return _mm_alignr_epi8(hi, lo, 4 * I); }
+    static void store(D* d, V v) { _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_packs_epi32(v, v)); }
+    static D finish(Acc s) { return static_cast<D>(std::clamp<Acc>(s, -32768, 32767)); }
+};
+
+template <> struct Lanes<Kel32f> {
+    using D = Kel32f;
+    using Acc = float;
+    using V = __m128;
+    static constexpr int B = 4;
+    static V load(const Kel32f* p) { return _mm_loadu_ps(p); }
+    static V splat(int w) { return _mm_set1_ps(static_cast<float>(w)); }
+    static V mul(V a, V w) { return _mm_mul_ps(a, w); }
+    static V add(V a, V b) { return _mm_add_ps(a, b); }
+    static V sub(V a, V b) { return _mm_sub_ps(a, b); }
+    static V neg(V a) { return _mm_xor_ps(a, _mm_set1_ps(-0.0f)); }
+    template <int I> static V shifted(V lo, V hi)
+    {
+        return _mm_castsi128_ps(_mm_alignr_epi8(_mm_castps_si128(hi), _mm_castps_si128(lo), 4 * I));
+    }
+    static void store(D* d, V v) { _mm_storeu_ps(d, v); }
+    static D finish(Acc s) { return s; }
+};
+
+// One weighted term added to a running sum, the first term standing alone. A weight of +-1 adds
+// or subtracts the value itself: the same result as the product, bit for bit, in every type.
+template <class A, class Add, class Sub, class Mul, class Neg>
+inline A accumulate(A acc, A v, int w, bool first, Add add, Sub sub, Mul mul, Neg neg)
+{
+    if (first) return w == 1 ? v : w == -1 ? neg(v) : mul(v);
+    return w == 1 ? add(acc, v) : w == -1 ? sub(acc, v) : add(acc, mul(v));
+}
+
+// ---- the separable kernel ---------------------------------------------------------------------
+
+template <class T, int K> class SeparableKernel {
+public:
+    using X = Lanes<T>;
+    using D = typename X::D;
+    using V = typename X::V;
+    using Acc = typename X::Acc;
+    static constexpr int B = X::B;
+
+    // `vector` false keeps every output on the scalar path (rows closer than a vector apart).
+    SeparableKernel(const Weights& w, bool vector) : w_(w), vector_(vector)
+    {
+        for (int j = 0; j < K; ++j) colv_[j] = X::splat(w.col[j]);
+        for (int i = 0; i < K; ++i) rowv_[i] = X::splat(w.row[i]);
+    }
+
+    void operator()(const T* const* rows, D* out, std::int64_t n) const
+    {
+        std::int64_t x = 0;
+        if (vector_) {
+            // Blocks at x read columns up to x + 2B - 1; those must lie inside n + K - 1.
+            if (n >= B && n + K - 1 >= 2 * B) {
+                V lo = column_sums(rows, 0);
+                for (; x + B <= n && x + 2 * B <= n + K - 1; x += B) {
+                    const V hi = column_sums(rows, x + B);
+                    X::store(out + x, row_sum(lo, hi));
+                    lo = hi;
+                }
+            }
+            if (x < n) staged(rows, out, x, n);
+            return;
+        }
+        for (; x < n; ++x) out[x] = scalar(rows, x);
+    }
+
+    // One output from the window starting at column x, in the order the vector lanes use.
+    D scalar(const T* const* rows, std::int64_t x) const
+    {
+        Acc total = 0;
+        bool firstColumn = true;
+        for (int i = 0; i < K; ++i) {
+            if (w_.row[i] == 0) continue;
+            Acc c = 0;
+            bool first = true;
+            for (int j = 0; j < K; ++j) {
+                if (w_.col[j] == 0) continue;
+                c = term(c, static_cast<Acc>(rows[j][x + i]), w_.col[j], first);
+                first = false;
+            }
+            total = term(total, c, w_.row[i], firstColumn);
+            firstColumn = false;
+        }
+        return X::finish(total);
+    }
+
+private:
+    static Acc term(Acc acc, Acc v, int w, bool first)
+    {
+        return accumulate<Acc>(
+            acc, v, w, first, [](Acc a, Acc b) { return Acc(a + b); }, [](Acc a, Acc b) { return Acc(a - b); },
+            [w](Acc a) { return Acc(a * static_cast<Acc>(w)); }, [](Acc a) { return Acc(-a); });
+    }
+
+    V vterm(V acc, V v, int w, V wv, bool first) const
+    {
+        return accumulate<V>(
+            acc, v, w, first, [](V a, V b) { return X::add(a, b); }, [](V a, V b) { return X::sub(a, b); },
+            [wv](V a) { return X::mul(a, wv); }, [](V a) { return X::neg(a); });
+    }
+
+    // Column sums of columns x .. x + B - 1.
+    V column_sums(const T* const* rows, std::int64_t x) const
+    {
+        V c{};
+        bool first = true;
+        for (int j = 0; j < K; ++j) {
+            if (w_.col[j] == 0) continue;
+            c = vterm(c, X::load(rows[j] + x), w_.col[j], colv_[j], first);
+            first = false;
+        }
+        return c;
+    }
+
+    // Outputs from column sums lo (columns x ..) and hi (columns x + B ..), left to right.
+    V row_sum(V lo, V hi) const
+    {
+        V s{};
+        bool first = true;
+        const auto tap = [&](auto i) {
+            constexpr int I = decltype(i)::value;
+            if (w_.row[I] == 0) return;
+            s = vterm(s, X::template shifted<I>(lo, hi), w_.row[I], rowv_[I], first);
+            first = false;
+        };
+        tap(std::integral_constant<int, 0>{}), tap(std::integral_constant<int, 1>{}), tap(std::integral_constant<int, 2>{});
+        if constexpr (K == 5) tap(std::integral_constant<int, 3>{}), tap(std::integral_constant<int, 4>{});
+        return s;
+    }
+
+    // Outputs x .. n - 1 (fewer than 2B + K) through a copy of their columns, zero padded.
+    void staged(const T* const* rows, D* out, std::int64_t x, std::int64_t n) const
+    {
+        constexpr int kCols = 4 * B + K;
+        T block[K][kCols] = {};
+        const T* staged[K];
+        const std::int64_t cols = n - x + K - 1;
+        for (int j = 0; j < K; ++j) {
+            std::memcpy(block[j], rows[j] + x, static_cast<std::size_t>(cols) * sizeof(T));
+            staged[j] = block[j];
+        }
+        D result[3 * B];
+        V lo = column_sums(staged, 0);
+        for (std::int64_t b = 0; b < n - x; b += B) {
+            const V hi = column_sums(staged, b + B);
+            X::store(result + b, row_sum(lo, hi));
+            lo = hi;
+        }
+        std::memcpy(out + x, result, static_cast<std::size_t>(n - x) * sizeof(D));
+    }
+
+    Weights w_;
+    bool vector_;
+    V colv_[K], rowv_[K];
+};
+
+// ---- Roberts ----------------------------------------------------------------------------------
+
+// dst(x, y) = src(x, y) - src(x - 1, y - 1) (down) or src(x, y) - src(x + 1, y - 1) (up): one
+// subtraction, exact for integers (saturated for 16s), correctly rounded for 32f.
+template <class T> class RobertsKernel {
+public:
+    using X = Lanes<T>;
+    using D = typename X::D;
+    static constexpr int B = X::B;
+
+    RobertsKernel(bool up, bool vector) : corner_(up ? 2 : 0), vector_(vector) {}
+
+    void operator()(const T* const* rows, D* out, std::int64_t n) const
+    {
+        const T* above = rows[0] + corner_;
+        const T* centre = rows[1] + 1;
+        std::int64_t x = 0;
+        if (vector_ && n >= B) {
+            for (; x + B <= n; x += B) X::store(out + x, X::sub(X::load(centre + x), X::load(above + x)));
+            // The last block overlaps the one before; it computes the same outputs again.
+            if (x < n) X::store(out + n - B, X::sub(X::load(centre + n - B), X::load(above + n - B)));
+            return;
+        }
+        for (; x < n; ++x) out[x] = scalar(rows, x);
+    }
+
+    D scalar(const T* const* rows, std::int64_t x) const
+    {
+        using Acc = typename X::Acc;
+        return X::finish(static_cast<Acc>(static_cast<Acc>(rows[1][x + 1]) - static_cast<Acc>(rows[0][x + corner_])));
+    }
+
+private:
+    int corner_;
+    bool vector_;
+};
+
+}  // namespace keli::rows::derivative
