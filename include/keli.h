@@ -3259,6 +3259,78 @@ KELI_API KelStatus keliFilterBorder_64f_C1R(const Kel64f* pSrc, int srcStep, Kel
 KELI_API KelStatus keliFilterGetBufSize_64f_C1R(KeliSize kernelSize, int dstRoiWidth, int* pBufferSize);
 KELI_API KelStatus keliFilter_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, const Kel64f* pKernel, KeliSize kernelSize, KeliPoint anchor, Kel8u* pBuffer);
 
+/* ---- Gradient vectors */
+/*
+ * `keliGradientVectorSobel`, `...Prewitt`, `...Scharr`: per pixel `gx` (the family's
+ * vertical-edge mask: Sobel and Prewitt left minus right, Scharr right minus left), `gy` (its
+ * horizontal-edge mask, bottom minus top), the magnitude (`normType` `kelNormL1`: `|gx| + |gy|`,
+ * `kelNormL2`: `sqrt(gx^2 + gy^2)`) and the angle `atan2(gy, gx)` in radians in [-pi, pi] (within
+ * 1e-6 rad; `atan2(+0, -0)` is pi). Any of the four outputs may be null and is then not produced;
+ * all four null does nothing. The masks are those of the derivative filters (Sobel 3x3 or 5x5;
+ * Prewitt and Scharr are 3x3 whatever `mask` says). C3C1R reads three interleaved channels and
+ * keeps, per pixel, the derivatives of the channel of largest energy `gx^2 + gy^2`, a later
+ * channel only when strictly greater. `keliFilterSobel`: the Sobel gradient's magnitude alone.
+ * Pixels beyond the region come from `border` (`kelBorderRepl`, `kelBorderMirror`,
+ * `kelBorderConst` with `borderValue`, any in-memory flags, or 240).
+ *
+ * **Rounding.** 8u16s: exact 16-bit derivatives; L1 added in 16 bits without saturation; L2 the
+ * integer nearest to the exact root (never a tie), saturated; energies exact 32-bit integers.
+ * 16u32f, 16s32f: exact integer derivatives in f32. 32f: each column's weighted sum top to
+ * bottom, then left to right. Magnitudes and energies in f32, each operation rounded once, no
+ * fused multiply-add.
+ *
+ * **In place and AC4.** No in-place forms. C3C1R writes one channel.
+ *
+ * **Checks, in order.** Gradient: `border` not accepted `kelStatusBadBorder`; `pSrc` null
+ * `kelStatusNullPtr`; `srcStep` below 1 `kelStatusBadStep`, no multiple of the source element
+ * `kelStatusOddStep`; `pBuffer` null `kelStatusNullPtr`; for `pGx`, `pGy`, `pMag` when given,
+ * their steps likewise; with `pMag`, `normType` not 2 or 4 `kelStatusBadArg`; with `pAngle`, its
+ * step below 1 or no multiple of 4; the region `kelStatusBadSize`; Sobel: `mask` not 33 or 55
+ * `kelStatusBadMaskSize`; a constant border with a null `borderValue` (C3C1R) `kelStatusNullPtr`.
+ * `keliFilterSobel`: `pSrc`, `pDst`, `pBuffer` null; region; 8u16s odd `dstStep`
+ * `kelStatusOddStep`; mask; `normType` `kelStatusBadArg`; `border`. Size queries: null, region,
+ * mask, (`keliFilterSobelGetBufferSize`: `normType`, the type pair) the type
+ * `kelStatusBadDataType`, channels (1 or 3; 1 for `keliFilterSobel`) `kelStatusBadChannelCount`.
+ *
+ * ```c
+ * int size;
+ * keliGradientVectorGetBufferSize(roi, kelMaskSize3x3, kel8u, 1, &size);  // then allocate buffer
+ * KelStatus st = keliGradientVectorSobel_8u16s_C1R(src, sStep, gx, gxStep, gy, gyStep, NULL, 0,
+ *                                                  angle, aStep, roi, kelMaskSize3x3, kelNormL2,
+ *                                                  kelBorderRepl, 0, buffer);
+ * ```
+ */
+KELI_API KelStatus keliGradientVectorSobel_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType dataType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobel_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobel_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobel_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobel_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+
 /* ---- Minimum and maximum filters and 64f morphology */
 /*
  * `keliFilterMinBorder` / `keliFilterMaxBorder`: each pixel becomes the minimum or maximum of the

@@ -277,16 +277,27 @@ A264 = ((c_int, c_int, c_void_p), "hint offset pSpec")
 A265 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_void_p, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize border borderValue pSpec pBuffer")
 A266 = ((KeliSize, c_int, c_void_p), "kernelSize dstRoiWidth pBufferSize")
 A267 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_void_p, KeliSize, KeliPoint, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize pKernel kernelSize anchor pBuffer")
-A268 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel8u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
-A269 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
-A270 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16s, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
-A271 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel32f, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
-A272 = ((c_void_p, c_int, c_void_p, c_int, KeliSize), "pSrc srcStep pDst dstStep dstRoiSize")
-A273 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
-A274 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
-A275 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
-A276 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
-A277 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
+A268 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, Kel8u, c_void_p), "pSrc srcStep pGx gxStep pGy gyStep pMag magStep pAngle angleStep dstRoiSize mask normType border borderValue pBuffer")
+A269 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, Kel16u, c_void_p), "pSrc srcStep pGx gxStep pGy gyStep pMag magStep pAngle angleStep dstRoiSize mask normType border borderValue pBuffer")
+A270 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, Kel16s, c_void_p), "pSrc srcStep pGx gxStep pGy gyStep pMag magStep pAngle angleStep dstRoiSize mask normType border borderValue pBuffer")
+A271 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, Kel32f, c_void_p), "pSrc srcStep pGx gxStep pGy gyStep pMag magStep pAngle angleStep dstRoiSize mask normType border borderValue pBuffer")
+A272 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, c_void_p, c_void_p), "pSrc srcStep pGx gxStep pGy gyStep pMag magStep pAngle angleStep dstRoiSize mask normType border borderValue pBuffer")
+A273 = ((KeliSize, c_int, c_int, c_int, c_void_p), "dstRoiSize mask dataType numChannels pBufferSize")
+A274 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, Kel8u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize mask normType border borderValue pBuffer")
+A275 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, Kel16u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize mask normType border borderValue pBuffer")
+A276 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, Kel16s, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize mask normType border borderValue pBuffer")
+A277 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, c_int, c_int, c_int, Kel32f, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize mask normType border borderValue pBuffer")
+A278 = ((KeliSize, c_int, c_int, c_int, c_int, c_int, c_void_p), "dstRoiSize mask normType srcType dstType numChannels pBufferSize")
+A279 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel8u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
+A280 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16u, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
+A281 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16s, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
+A282 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel32f, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
+A283 = ((c_void_p, c_int, c_void_p, c_int, KeliSize), "pSrc srcStep pDst dstStep dstRoiSize")
+A284 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
+A285 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
+A286 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
+A287 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
+A288 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2864,14 +2875,44 @@ EXPORTS = {
     "keliFilterBorder_64f_C1R": (KelStatus, *A265),
     "keliFilterGetBufSize_64f_C1R": (KelStatus, *A266),
     "keliFilter_64f_C1R": (KelStatus, *A267),
-    "keliFilterMinBorder_8u_C1R": (KelStatus, *A268),
-    "keliFilterMinBorder_16u_C1R": (KelStatus, *A269),
-    "keliFilterMinBorder_16s_C1R": (KelStatus, *A270),
-    "keliFilterMinBorder_32f_C1R": (KelStatus, *A271),
-    "keliFilterMaxBorder_8u_C1R": (KelStatus, *A268),
-    "keliFilterMaxBorder_16u_C1R": (KelStatus, *A269),
-    "keliFilterMaxBorder_16s_C1R": (KelStatus, *A270),
-    "keliFilterMaxBorder_32f_C1R": (KelStatus, *A271),
+    "keliGradientVectorSobel_8u16s_C1R": (KelStatus, *A268),
+    "keliGradientVectorSobel_16u32f_C1R": (KelStatus, *A269),
+    "keliGradientVectorSobel_16s32f_C1R": (KelStatus, *A270),
+    "keliGradientVectorSobel_32f_C1R": (KelStatus, *A271),
+    "keliGradientVectorPrewitt_8u16s_C1R": (KelStatus, *A268),
+    "keliGradientVectorPrewitt_16u32f_C1R": (KelStatus, *A269),
+    "keliGradientVectorPrewitt_16s32f_C1R": (KelStatus, *A270),
+    "keliGradientVectorPrewitt_32f_C1R": (KelStatus, *A271),
+    "keliGradientVectorScharr_8u16s_C1R": (KelStatus, *A268),
+    "keliGradientVectorScharr_16u32f_C1R": (KelStatus, *A269),
+    "keliGradientVectorScharr_16s32f_C1R": (KelStatus, *A270),
+    "keliGradientVectorScharr_32f_C1R": (KelStatus, *A271),
+    "keliGradientVectorSobel_8u16s_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorSobel_16u32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorSobel_16s32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorSobel_32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorPrewitt_8u16s_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorPrewitt_16u32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorPrewitt_16s32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorPrewitt_32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorScharr_8u16s_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorScharr_16u32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorScharr_16s32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorScharr_32f_C3C1R": (KelStatus, *A272),
+    "keliGradientVectorGetBufferSize": (KelStatus, *A273),
+    "keliFilterSobel_8u16s_C1R": (KelStatus, *A274),
+    "keliFilterSobel_16u32f_C1R": (KelStatus, *A275),
+    "keliFilterSobel_16s32f_C1R": (KelStatus, *A276),
+    "keliFilterSobel_32f_C1R": (KelStatus, *A277),
+    "keliFilterSobelGetBufferSize": (KelStatus, *A278),
+    "keliFilterMinBorder_8u_C1R": (KelStatus, *A279),
+    "keliFilterMinBorder_16u_C1R": (KelStatus, *A280),
+    "keliFilterMinBorder_16s_C1R": (KelStatus, *A281),
+    "keliFilterMinBorder_32f_C1R": (KelStatus, *A282),
+    "keliFilterMaxBorder_8u_C1R": (KelStatus, *A279),
+    "keliFilterMaxBorder_16u_C1R": (KelStatus, *A280),
+    "keliFilterMaxBorder_16s_C1R": (KelStatus, *A281),
+    "keliFilterMaxBorder_32f_C1R": (KelStatus, *A282),
     "keliFilterMinBorder_8u_C3R": (KelStatus, *A253),
     "keliFilterMinBorder_8u_C4R": (KelStatus, *A253),
     "keliFilterMinBorder_8u_AC4R": (KelStatus, *A253),
@@ -2898,50 +2939,50 @@ EXPORTS = {
     "keliFilterMaxBorder_32f_AC4R": (KelStatus, *A253),
     "keliFilterMinBorderGetBufferSize": (KelStatus, *A254),
     "keliFilterMaxBorderGetBufferSize": (KelStatus, *A254),
-    "keliErode3x3_64f_C1R": (KelStatus, *A272),
-    "keliDilate3x3_64f_C1R": (KelStatus, *A272),
-    "keliRemap_8u_C1R": (KelStatus, *A273),
-    "keliRemap_8u_C3R": (KelStatus, *A273),
-    "keliRemap_8u_C4R": (KelStatus, *A273),
-    "keliRemap_8u_AC4R": (KelStatus, *A273),
-    "keliRemap_16u_C1R": (KelStatus, *A273),
-    "keliRemap_16u_C3R": (KelStatus, *A273),
-    "keliRemap_16u_C4R": (KelStatus, *A273),
-    "keliRemap_16u_AC4R": (KelStatus, *A273),
-    "keliRemap_16s_C1R": (KelStatus, *A273),
-    "keliRemap_16s_C3R": (KelStatus, *A273),
-    "keliRemap_16s_C4R": (KelStatus, *A273),
-    "keliRemap_16s_AC4R": (KelStatus, *A273),
-    "keliRemap_32f_C1R": (KelStatus, *A273),
-    "keliRemap_32f_C3R": (KelStatus, *A273),
-    "keliRemap_32f_C4R": (KelStatus, *A273),
-    "keliRemap_32f_AC4R": (KelStatus, *A273),
-    "keliRemap_64f_C1R": (KelStatus, *A273),
-    "keliRemap_64f_C3R": (KelStatus, *A273),
-    "keliRemap_64f_C4R": (KelStatus, *A273),
-    "keliRemap_64f_AC4R": (KelStatus, *A273),
-    "keliFFTGetSize_R_32f": (KelStatus, *A274),
-    "keliFFTInit_R_32f": (KelStatus, *A275),
-    "keliFFTGetSize_C_32fc": (KelStatus, *A274),
-    "keliFFTInit_C_32fc": (KelStatus, *A275),
-    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A276),
-    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A276),
-    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A276),
-    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A276),
-    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A277),
-    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A277),
-    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A277),
-    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A277),
-    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A276),
-    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A276),
-    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A276),
-    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A276),
-    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A277),
-    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A277),
-    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A277),
-    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A277),
-    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A276),
-    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A276),
-    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A277),
-    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A277),
+    "keliErode3x3_64f_C1R": (KelStatus, *A283),
+    "keliDilate3x3_64f_C1R": (KelStatus, *A283),
+    "keliRemap_8u_C1R": (KelStatus, *A284),
+    "keliRemap_8u_C3R": (KelStatus, *A284),
+    "keliRemap_8u_C4R": (KelStatus, *A284),
+    "keliRemap_8u_AC4R": (KelStatus, *A284),
+    "keliRemap_16u_C1R": (KelStatus, *A284),
+    "keliRemap_16u_C3R": (KelStatus, *A284),
+    "keliRemap_16u_C4R": (KelStatus, *A284),
+    "keliRemap_16u_AC4R": (KelStatus, *A284),
+    "keliRemap_16s_C1R": (KelStatus, *A284),
+    "keliRemap_16s_C3R": (KelStatus, *A284),
+    "keliRemap_16s_C4R": (KelStatus, *A284),
+    "keliRemap_16s_AC4R": (KelStatus, *A284),
+    "keliRemap_32f_C1R": (KelStatus, *A284),
+    "keliRemap_32f_C3R": (KelStatus, *A284),
+    "keliRemap_32f_C4R": (KelStatus, *A284),
+    "keliRemap_32f_AC4R": (KelStatus, *A284),
+    "keliRemap_64f_C1R": (KelStatus, *A284),
+    "keliRemap_64f_C3R": (KelStatus, *A284),
+    "keliRemap_64f_C4R": (KelStatus, *A284),
+    "keliRemap_64f_AC4R": (KelStatus, *A284),
+    "keliFFTGetSize_R_32f": (KelStatus, *A285),
+    "keliFFTInit_R_32f": (KelStatus, *A286),
+    "keliFFTGetSize_C_32fc": (KelStatus, *A285),
+    "keliFFTInit_C_32fc": (KelStatus, *A286),
+    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A287),
+    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A287),
+    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A287),
+    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A287),
+    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A288),
+    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A288),
+    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A288),
+    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A288),
+    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A287),
+    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A287),
+    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A287),
+    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A287),
+    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A288),
+    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A288),
+    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A288),
+    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A288),
+    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A287),
+    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A287),
+    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A288),
+    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A288),
 }

@@ -74,10 +74,12 @@ inline Weights weights(int code, int k)
 
 // ---- lanes ------------------------------------------------------------------------------------
 
-// What each source type sums in and how a block of B outputs is loaded and stored.
-template <class T> struct Lanes;
+// What each source type sums in and how a block of B outputs is loaded and stored, by source
+// and destination type: 8u to 16s, 16s to 16s (saturated), 16u or 16s to 32f (exact integers,
+// each sum below 2^24 in magnitude), 32f to 32f.
+template <class T, class D> struct Lanes;
 
-template <> struct Lanes<Kel8u> {
+template <> struct Lanes<Kel8u, Kel16s> {
     using D = Kel16s;
     using Acc = std::int32_t;
     using V = __m128i;
@@ -93,23 +95,38 @@ template <> struct Lanes<Kel8u> {
     static D finish(Acc s) { return static_cast<D>(s); }
 };
 
-template <> struct Lanes<Kel16s> {
-    using D = Kel16s;
+// 16-bit sources in 32-bit lanes.
+inline __m128i widen4(const Kel16s* p) { return _mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+inline __m128i widen4(const Kel16u* p) { return _mm_cvtepu16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+
+template <class T> struct Lanes32 {
     using Acc = std::int32_t;
     using V = __m128i;
     static constexpr int B = 4;
-    static V load(const Kel16s* p) { return _mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+    static V load(const T* p) { return widen4(p); }
     static V splat(int w) { return _mm_set1_epi32(w); }
     static V mul(V a, V w) { return _mm_mullo_epi32(a, w); }
     static V add(V a, V b) { return _mm_add_epi32(a, b); }
     static V sub(V a, V b) { return _mm_sub_epi32(a, b); }
     static V neg(V a) { return _mm_sub_epi32(_mm_setzero_si128(), a); }
     template <int I> static V shifted(V lo, V hi) { return _mm_alignr_epi8(hi, lo, 4 * I); }
+};
+
+template <> struct Lanes<Kel16s, Kel16s> : Lanes32<Kel16s> {
+    using D = Kel16s;
     static void store(D* d, V v) { _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_packs_epi32(v, v)); }
     static D finish(Acc s) { return static_cast<D>(std::clamp<Acc>(s, -32768, 32767)); }
 };
 
-template <> struct Lanes<Kel32f> {
+template <class T> struct Lanes32To32f : Lanes32<T> {
+    using D = Kel32f;
+    static void store(D* d, __m128i v) { _mm_storeu_ps(d, _mm_cvtepi32_ps(v)); }
+    static D finish(std::int32_t s) { return static_cast<D>(s); }
+};
+template <> struct Lanes<Kel16s, Kel32f> : Lanes32To32f<Kel16s> {};
+template <> struct Lanes<Kel16u, Kel32f> : Lanes32To32f<Kel16u> {};
+
+template <> struct Lanes<Kel32f, Kel32f> {
     using D = Kel32f;
     using Acc = float;
     using V = __m128;
@@ -139,10 +156,10 @@ inline A accumulate(A acc, A v, int w, bool first, Add add, Sub sub, Mul mul, Ne
 
 // ---- the separable kernel ---------------------------------------------------------------------
 
-template <class T, int K> class SeparableKernel {
+template <class T, int K, class D = typename Lanes<T, std::conditional_t<std::is_same_v<T, Kel32f>, Kel32f, Kel16s>>::D>
+class SeparableKernel {
 public:
-    using X = Lanes<T>;
-    using D = typename X::D;
+    using X = Lanes<T, D>;
     using V = typename X::V;
     using Acc = typename X::Acc;
     static constexpr int B = X::B;
@@ -154,14 +171,17 @@ public:
         for (int i = 0; i < K; ++i) rowv_[i] = X::splat(w.row[i]);
     }
 
-    void operator()(const T* const* rows, D* out, std::int64_t n) const
+    void operator()(const T* const* rows, D* out, std::int64_t n) const { run(rows, out, n, n + K - 1); }
+
+    // n outputs from rows whose first `readable` columns (at least n + K - 1) may be read.
+    void run(const T* const* rows, D* out, std::int64_t n, std::int64_t readable) const
     {
         std::int64_t x = 0;
         if (vector_) {
-            // Blocks at x read columns up to x + 2B - 1; those must lie inside n + K - 1.
-            if (n >= B && n + K - 1 >= 2 * B) {
+            // Blocks at x read columns up to x + 2B - 1.
+            if (n >= B && readable >= 2 * B) {
                 V lo = column_sums(rows, 0);
-                for (; x + B <= n && x + 2 * B <= n + K - 1; x += B) {
+                for (; x + B <= n && x + 2 * B <= readable; x += B) {
                     const V hi = column_sums(rows, x + B);
                     X::store(out + x, row_sum(lo, hi));
                     lo = hi;
@@ -267,10 +287,9 @@ private:
 
 // dst(x, y) = src(x, y) - src(x - 1, y - 1) (down) or src(x, y) - src(x + 1, y - 1) (up): one
 // subtraction, exact for integers (saturated for 16s), correctly rounded for 32f.
-template <class T> class RobertsKernel {
+template <class T, class D = std::conditional_t<std::is_same_v<T, Kel32f>, Kel32f, Kel16s>> class RobertsKernel {
 public:
-    using X = Lanes<T>;
-    using D = typename X::D;
+    using X = Lanes<T, D>;
     static constexpr int B = X::B;
 
     RobertsKernel(bool up, bool vector) : corner_(up ? 2 : 0), vector_(vector) {}
