@@ -92,11 +92,11 @@ template <class T, class D> KelStatus steps(int srcStep, int dstStep)
 
 }  // namespace derivative_detail
 
-// One derivative mask over the region; `code` is the mask's filter code, `fiveAllowed` whether
+// One derivative mask over the region; `Code` is the mask's filter code, `fiveAllowed` whether
 // the family has a 5x5 mask.
-template <class T, class D>
-KelStatus filter_derivative(int code, bool fiveAllowed, const T* pSrc, int srcStep, D* pDst, int dstStep,
-                            KeliSize roi, KeliMaskSize mask, KeliBorderType border, T borderValue, Kel8u* pBuffer)
+template <class T, class D, int Code>
+KelStatus filter_derivative(bool fiveAllowed, const T* pSrc, int srcStep, D* pDst, int dstStep, KeliSize roi,
+                            KeliMaskSize mask, KeliBorderType border, T borderValue, Kel8u* pBuffer)
 {
     using namespace derivative_detail;
     namespace rd = rows::derivative;
@@ -106,15 +106,19 @@ KelStatus filter_derivative(int code, bool fiveAllowed, const T* pSrc, int srcSt
                                     border::filter_accepts(border) ? kelStatusOk : kelStatusBadBorder}))
         return s;
     const bool vector = srcStep >= 16;
-    if (code == rd::kRobertsDown || code == rd::kRobertsUp) {
+    if constexpr (Code == rd::kRobertsDown || Code == rd::kRobertsUp) {
         drive(pSrc, srcStep, pDst, dstStep, roi, 3, border, borderValue, pBuffer,
-              rd::RobertsKernel<T>(code == rd::kRobertsUp, vector));
-    } else if (mask == kelMaskSize5x5) {
-        drive(pSrc, srcStep, pDst, dstStep, roi, 5, border, borderValue, pBuffer,
-              rd::SeparableKernel<T, 5>(rd::weights(code, 5), vector));
+              rd::RobertsKernel<T>(Code == rd::kRobertsUp, vector));
     } else {
-        drive(pSrc, srcStep, pDst, dstStep, roi, 3, border, borderValue, pBuffer,
-              rd::SeparableKernel<T, 3>(rd::weights(code, 3), vector));
+        if (mask == kelMaskSize5x5) {
+            if constexpr (Code == rd::kSobelVert || Code == rd::kSobelHoriz || Code == rd::kSobelNegVert ||
+                          Code == rd::kSobelVertSecond || Code == rd::kSobelHorizSecond)
+                drive(pSrc, srcStep, pDst, dstStep, roi, 5, border, borderValue, pBuffer,
+                      rd::SeparableKernel<T, 5, D, Code>(vector));
+        } else {
+            drive(pSrc, srcStep, pDst, dstStep, roi, 3, border, borderValue, pBuffer,
+                  rd::SeparableKernel<T, 3, D, Code>(vector));
+        }
     }
     return kelStatusOk;
 }

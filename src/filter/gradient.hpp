@@ -62,12 +62,12 @@ template <class D> struct Outputs {
 
 constexpr int kBlock = 64;
 
-// T source, D derivative and magnitude type (16s for 8u sources, else 32f), K mask, C channels.
-template <class T, class D, int K, int C> class GradientKernel {
+// T source, D derivative and magnitude type (16s for 8u sources, else 32f), K mask, C channels,
+// the masks of gx and gy by their codes.
+template <class T, class D, int K, int C, int CodeX, int CodeY> class GradientKernel {
 public:
-    GradientKernel(int codeX, int codeY, const Outputs<D>& out, const unsigned char* base, std::int64_t height)
-        : dx_(rows::derivative::weights(codeX, K), true), dy_(rows::derivative::weights(codeY, K), true), out_(out),
-          base_(base), height_(height)
+    GradientKernel(const Outputs<D>& out, const unsigned char* base, std::int64_t height)
+        : dx_(true), dy_(true), out_(out), base_(base), height_(height)
     {
     }
 
@@ -96,7 +96,6 @@ public:
     }
 
 private:
-    using Separable = rows::derivative::SeparableKernel<T, K, D>;
 
     // gx, gy of the block's m pixels starting at column s; `readable` columns from s may be read.
     void derivatives(const T* const* rows, std::int64_t s, std::int64_t m, std::int64_t readable, D* gx, D* gy) const
@@ -133,7 +132,8 @@ private:
         if (o.p) std::memcpy(o.p + y * o.step + x * std::int64_t(sizeof(E)), v, static_cast<std::size_t>(m) * sizeof(E));
     }
 
-    Separable dx_, dy_;
+    rows::derivative::SeparableKernel<T, K, D, CodeX> dx_;
+    rows::derivative::SeparableKernel<T, K, D, CodeY> dy_;
     Outputs<D> out_;
     const unsigned char* base_;
     std::int64_t height_;
@@ -143,19 +143,19 @@ private:
 // The derivative masks of each family: gx the vertical-edge one, gy the horizontal-edge one.
 enum class Family { Sobel, Prewitt, Scharr };
 
-inline int code_x(Family f)
+constexpr int code_x(Family f)
 {
     namespace rd = rows::derivative;
     return f == Family::Sobel ? rd::kSobelVert : f == Family::Prewitt ? rd::kPrewittVert : rd::kScharrVert;
 }
-inline int code_y(Family f)
+constexpr int code_y(Family f)
 {
     namespace rd = rows::derivative;
     return f == Family::Sobel ? rd::kSobelHoriz : f == Family::Prewitt ? rd::kPrewittHoriz : rd::kScharrHoriz;
 }
 
-template <class T, class D, int C>
-void run(Family family, int k, const T* src, int srcStep, const Outputs<D>& out, KeliSize roi, int border,
+template <class T, class D, int C, Family F>
+void run(int k, const T* src, int srcStep, const Outputs<D>& out, KeliSize roi, int border,
          const T* value, Kel8u* buffer)
 {
     const std::int64_t W = roi.width, H = roi.height;
@@ -168,8 +168,9 @@ void run(Family family, int k, const T* src, int srcStep, const Outputs<D>& out,
     const filter::Footprint fp = filter::centred(k, k);
     filter::EdgeJob<T, unsigned char> job{src, srcStep, buffer, 0, W, H, fp, border, value, scratch};
     const auto go = [&](auto kernel) { filter::EdgeDriver<T, L, unsigned char>(job).run(kernel); };
-    if (k == 5) go(GradientKernel<T, D, 5, C>(code_x(family), code_y(family), out, buffer, H));
-    else go(GradientKernel<T, D, 3, C>(code_x(family), code_y(family), out, buffer, H));
+    if constexpr (F == Family::Sobel)
+        if (k == 5) return go(GradientKernel<T, D, 5, C, code_x(F), code_y(F)>(out, buffer, H));
+    go(GradientKernel<T, D, 3, C, code_x(F), code_y(F)>(out, buffer, H));
 }
 
 // A step below 1 gives kelStatusBadStep, one that is no multiple of the element kelStatusOddStep.
@@ -184,8 +185,8 @@ inline KelStatus step_status(int step, int element)
 // mask last); the Prewitt and Scharr gradients have one mask and run it whatever `mask` says.
 // A constant border on three channels reads three values through a pointer; a null pointer is
 // refused after every other check, as the filters with a value per channel do.
-template <class T, class D, int C>
-KelStatus gradient_vector(gradient_detail::Family family, const T* pSrc, int srcStep, D* pGx, int gxStep, D* pGy,
+template <class T, class D, int C, gradient_detail::Family F>
+KelStatus gradient_vector(const T* pSrc, int srcStep, D* pGx, int gxStep, D* pGy,
                           int gyStep, D* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize roi,
                           KeliMaskSize mask, KelNormType normType, KeliBorderType border, const T* pBorderValue,
                           Kel8u* pBuffer)
@@ -207,13 +208,13 @@ KelStatus gradient_vector(gradient_detail::Family family, const T* pSrc, int src
     if (pAngle)
         if (KelStatus s = step_status(angleStep, 4)) return s;
     if (roi.width < 1 || roi.height < 1) return kelStatusBadSize;
-    const bool sobel = family == Family::Sobel;
+    const bool sobel = F == Family::Sobel;
     if (sobel && mask != kelMaskSize3x3 && mask != kelMaskSize5x5) return kelStatusBadMaskSize;
     if (border::base_kind(border) == kelBorderConst && !pBorderValue) return kelStatusNullPtr;
     if (!pGx && !pGy && !pMag && !pAngle) return kelStatusOk;
     const auto out = [](void* p, int step) { return Output{static_cast<unsigned char*>(p), step}; };
     const Outputs<D> outputs{out(pGx, gxStep), out(pGy, gyStep), out(pMag, magStep), out(pAngle, angleStep), normType};
-    run<T, D, C>(family, sobel && mask == kelMaskSize5x5 ? 5 : 3, pSrc, srcStep, outputs, roi, border, pBorderValue,
+    run<T, D, C, F>(sobel && mask == kelMaskSize5x5 ? 5 : 3, pSrc, srcStep, outputs, roi, border, pBorderValue,
                  pBuffer);
     return kelStatusOk;
 }
@@ -231,7 +232,7 @@ KelStatus filter_sobel(const T* pSrc, int srcStep, D* pDst, int dstStep, KeliSiz
     if (normType != kelNormL1 && normType != kelNormL2) return kelStatusBadArg;
     if (!border::filter_accepts(border)) return kelStatusBadBorder;
     const Outputs<D> outputs{{}, {}, Output{reinterpret_cast<unsigned char*>(pDst), dstStep}, {}, normType};
-    run<T, D, 1>(Family::Sobel, mask == kelMaskSize5x5 ? 5 : 3, pSrc, srcStep, outputs, roi, border, &borderValue,
+    run<T, D, 1, Family::Sobel>(mask == kelMaskSize5x5 ? 5 : 3, pSrc, srcStep, outputs, roi, border, &borderValue,
                  pBuffer);
     return kelStatusOk;
 }

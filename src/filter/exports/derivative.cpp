@@ -6,152 +6,152 @@ extern "C" {
 
 KELI_API KelStatus keliFilterSobelVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kSobelVert, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kSobelVert>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelVertBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel16s, Kel16s>(keli::rows::derivative::kSobelVert, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel16s, Kel16s, keli::rows::derivative::kSobelVert>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kSobelVert, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kSobelVert>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelHorizBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kSobelHoriz, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kSobelHoriz>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelHorizBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel16s, Kel16s>(keli::rows::derivative::kSobelHoriz, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel16s, Kel16s, keli::rows::derivative::kSobelHoriz>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelHorizBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kSobelHoriz, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kSobelHoriz>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterScharrVertMaskBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kScharrVert, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kScharrVert>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterScharrVertMaskBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel16s, Kel16s>(keli::rows::derivative::kScharrVert, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel16s, Kel16s, keli::rows::derivative::kScharrVert>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterScharrVertMaskBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kScharrVert, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kScharrVert>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterScharrHorizMaskBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kScharrHoriz, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kScharrHoriz>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterScharrHorizMaskBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel16s, Kel16s>(keli::rows::derivative::kScharrHoriz, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel16s, Kel16s, keli::rows::derivative::kScharrHoriz>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterScharrHorizMaskBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kScharrHoriz, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kScharrHoriz>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterPrewittVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kPrewittVert, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kPrewittVert>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterPrewittVertBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel16s, Kel16s>(keli::rows::derivative::kPrewittVert, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel16s, Kel16s, keli::rows::derivative::kPrewittVert>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterPrewittVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kPrewittVert, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kPrewittVert>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterPrewittHorizBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kPrewittHoriz, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kPrewittHoriz>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterPrewittHorizBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel16s, Kel16s>(keli::rows::derivative::kPrewittHoriz, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel16s, Kel16s, keli::rows::derivative::kPrewittHoriz>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterPrewittHorizBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kPrewittHoriz, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kPrewittHoriz>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterRobertsDownBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kRobertsDown, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kRobertsDown>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterRobertsDownBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel16s, Kel16s>(keli::rows::derivative::kRobertsDown, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel16s, Kel16s, keli::rows::derivative::kRobertsDown>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterRobertsDownBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kRobertsDown, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kRobertsDown>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterRobertsUpBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kRobertsUp, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kRobertsUp>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterRobertsUpBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel16s, Kel16s>(keli::rows::derivative::kRobertsUp, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel16s, Kel16s, keli::rows::derivative::kRobertsUp>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterRobertsUpBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kRobertsUp, false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kRobertsUp>(false, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelNegVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kSobelNegVert, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kSobelNegVert>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelNegVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kSobelNegVert, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kSobelNegVert>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelVertSecondBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kSobelVertSecond, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kSobelVertSecond>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelVertSecondBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kSobelVertSecond, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kSobelVertSecond>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelHorizSecondBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel8u, Kel16s>(keli::rows::derivative::kSobelHorizSecond, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel8u, Kel16s, keli::rows::derivative::kSobelHorizSecond>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelHorizSecondBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::filter_derivative<Kel32f, Kel32f>(keli::rows::derivative::kSobelHorizSecond, true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
+    return keli::filter_derivative<Kel32f, Kel32f, keli::rows::derivative::kSobelHorizSecond>(true, pSrc, srcStep, pDst, dstStep, dstRoiSize, mask, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliFilterSobelVertBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize)

@@ -6,122 +6,122 @@ extern "C" {
 
 KELI_API KelStatus keliGradientVectorSobel_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel8u, Kel16s, 1>(keli::gradient_detail::Family::Sobel, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel8u, Kel16s, 1, keli::gradient_detail::Family::Sobel>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorSobel_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16u, Kel32f, 1>(keli::gradient_detail::Family::Sobel, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel16u, Kel32f, 1, keli::gradient_detail::Family::Sobel>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorSobel_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16s, Kel32f, 1>(keli::gradient_detail::Family::Sobel, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel16s, Kel32f, 1, keli::gradient_detail::Family::Sobel>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorSobel_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel32f, Kel32f, 1>(keli::gradient_detail::Family::Sobel, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel32f, Kel32f, 1, keli::gradient_detail::Family::Sobel>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorPrewitt_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel8u, Kel16s, 1>(keli::gradient_detail::Family::Prewitt, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel8u, Kel16s, 1, keli::gradient_detail::Family::Prewitt>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorPrewitt_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16u, Kel32f, 1>(keli::gradient_detail::Family::Prewitt, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel16u, Kel32f, 1, keli::gradient_detail::Family::Prewitt>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorPrewitt_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16s, Kel32f, 1>(keli::gradient_detail::Family::Prewitt, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel16s, Kel32f, 1, keli::gradient_detail::Family::Prewitt>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorPrewitt_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel32f, Kel32f, 1>(keli::gradient_detail::Family::Prewitt, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel32f, Kel32f, 1, keli::gradient_detail::Family::Prewitt>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorScharr_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel8u, Kel16s, 1>(keli::gradient_detail::Family::Scharr, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel8u, Kel16s, 1, keli::gradient_detail::Family::Scharr>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorScharr_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16u, Kel32f, 1>(keli::gradient_detail::Family::Scharr, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel16u, Kel32f, 1, keli::gradient_detail::Family::Scharr>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorScharr_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16s, Kel32f, 1>(keli::gradient_detail::Family::Scharr, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel16s, Kel32f, 1, keli::gradient_detail::Family::Scharr>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorScharr_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel32f, Kel32f, 1>(keli::gradient_detail::Family::Scharr, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
+    return keli::gradient_vector<Kel32f, Kel32f, 1, keli::gradient_detail::Family::Scharr>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, &borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorSobel_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel8u, Kel16s, 3>(keli::gradient_detail::Family::Sobel, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel8u, Kel16s, 3, keli::gradient_detail::Family::Sobel>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorSobel_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16u, Kel32f, 3>(keli::gradient_detail::Family::Sobel, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel16u, Kel32f, 3, keli::gradient_detail::Family::Sobel>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorSobel_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16s, Kel32f, 3>(keli::gradient_detail::Family::Sobel, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel16s, Kel32f, 3, keli::gradient_detail::Family::Sobel>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorSobel_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel32f, Kel32f, 3>(keli::gradient_detail::Family::Sobel, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel32f, Kel32f, 3, keli::gradient_detail::Family::Sobel>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorPrewitt_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel8u, Kel16s, 3>(keli::gradient_detail::Family::Prewitt, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel8u, Kel16s, 3, keli::gradient_detail::Family::Prewitt>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorPrewitt_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16u, Kel32f, 3>(keli::gradient_detail::Family::Prewitt, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel16u, Kel32f, 3, keli::gradient_detail::Family::Prewitt>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorPrewitt_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16s, Kel32f, 3>(keli::gradient_detail::Family::Prewitt, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel16s, Kel32f, 3, keli::gradient_detail::Family::Prewitt>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorPrewitt_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel32f, Kel32f, 3>(keli::gradient_detail::Family::Prewitt, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel32f, Kel32f, 3, keli::gradient_detail::Family::Prewitt>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorScharr_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel8u, Kel16s, 3>(keli::gradient_detail::Family::Scharr, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel8u, Kel16s, 3, keli::gradient_detail::Family::Scharr>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorScharr_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16u, Kel32f, 3>(keli::gradient_detail::Family::Scharr, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel16u, Kel32f, 3, keli::gradient_detail::Family::Scharr>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorScharr_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel16s, Kel32f, 3>(keli::gradient_detail::Family::Scharr, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel16s, Kel32f, 3, keli::gradient_detail::Family::Scharr>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorScharr_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer)
 {
-    return keli::gradient_vector<Kel32f, Kel32f, 3>(keli::gradient_detail::Family::Scharr, pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
+    return keli::gradient_vector<Kel32f, Kel32f, 3, keli::gradient_detail::Family::Scharr>(pSrc, srcStep, pGx, gxStep, pGy, gyStep, pMag, magStep, pAngle, angleStep, dstRoiSize, mask, normType, border, borderValue, pBuffer);
 }
 
 KELI_API KelStatus keliGradientVectorGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType dataType, int numChannels, int* pBufferSize)

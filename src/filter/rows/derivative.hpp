@@ -21,6 +21,7 @@
 #include <cstring>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "keli_types.h"
 #include "simd/sse.hpp"
@@ -50,7 +51,7 @@ struct Weights {
     int col[5], row[5];
 };
 
-inline Weights weights(int code, int k)
+constexpr Weights weights(int code, int k)
 {
     if (k == 5) switch (code) {
         case kSobelVert: return {5, {1, 4, 6, 4, 1}, {1, 2, 0, -2, -1}};
@@ -145,31 +146,83 @@ template <> struct Lanes<Kel32f, Kel32f> {
     static D finish(Acc s) { return s; }
 };
 
-// One weighted term added to a running sum, the first term standing alone. A weight of +-1 adds
-// or subtracts the value itself: the same result as the product, bit for bit, in every type.
-template <class A, class Add, class Sub, class Mul, class Neg>
-inline A accumulate(A acc, A v, int w, bool first, Add add, Sub sub, Mul mul, Neg neg)
+// Calls f(std::integral_constant<int, I>) for I = 0 .. N - 1, unrolled.
+template <class F, int... I> inline void unrolled(F f, std::integer_sequence<int, I...>)
 {
-    if (first) return w == 1 ? v : w == -1 ? neg(v) : mul(v);
-    return w == 1 ? add(acc, v) : w == -1 ? sub(acc, v) : add(acc, mul(v));
+    (f(std::integral_constant<int, I>{}), ...);
+}
+template <int N, class F> inline void unrolled(F f) { unrolled(f, std::make_integer_sequence<int, N>{}); }
+
+constexpr int first_tap(const int* w, int k)
+{
+    for (int i = 0; i < k; ++i)
+        if (w[i] != 0) return i;
+    return k;
+}
+
+// A weighted term, the first standing alone, the next ones added. A weight of +-1 adds or
+// subtracts the value itself, +-2 the value doubled by an addition: the same results as the
+// products, bit for bit, in every type (doubling is exact in f32 as in integers). O is the
+// vector lanes or the scalar arithmetic below.
+template <class O, int W, class A> inline A start(A v)
+{
+    if constexpr (W == 1) return v;
+    else if constexpr (W == -1) return O::neg(v);
+    else if constexpr (W == 2) return O::add(v, v);
+    else if constexpr (W == -2) return O::neg(O::add(v, v));
+    else return O::mul(v, O::splat(W));
+}
+template <class O, int W, class A> inline A plus(A acc, A v)
+{
+    if constexpr (W == 1) return O::add(acc, v);
+    else if constexpr (W == -1) return O::sub(acc, v);
+    else if constexpr (W == 2) return O::add(acc, O::add(v, v));
+    else if constexpr (W == -2) return O::sub(acc, O::add(v, v));
+    else return O::add(acc, O::mul(v, O::splat(W)));
+}
+
+template <class Acc> struct ScalarOps {
+    static Acc add(Acc a, Acc b) { return Acc(a + b); }
+    static Acc sub(Acc a, Acc b) { return Acc(a - b); }
+    static Acc neg(Acc a) { return Acc(-a); }
+    static Acc mul(Acc a, Acc w) { return Acc(a * w); }
+    static Acc splat(int w) { return static_cast<Acc>(w); }
+};
+
+// sum over the taps t (zero weights skipped) of W[t] * value(t), in tap order.
+template <class O, const int* W, int K, class A, class Value> inline A weighted_sum(Value value)
+{
+    constexpr int first = first_tap(W, K);
+    A s{};
+    unrolled<K>([&](auto t) {
+        constexpr int I = decltype(t)::value;
+        if constexpr (W[I] != 0) {
+            if constexpr (I == first) s = start<O, W[I]>(value(t));
+            else s = plus<O, W[I]>(s, value(t));
+        }
+    });
+    return s;
 }
 
 // ---- the separable kernel ---------------------------------------------------------------------
 
-template <class T, int K, class D = typename Lanes<T, std::conditional_t<std::is_same_v<T, Kel32f>, Kel32f, Kel16s>>::D>
-class SeparableKernel {
+// The weights of mask `Code` of size K, as constants the kernels unroll over.
+template <int Code, int K> struct MaskOf {
+    static constexpr Weights w = weights(Code, K);
+    static constexpr int col[5] = {w.col[0], w.col[1], w.col[2], w.col[3], w.col[4]};
+    static constexpr int row[5] = {w.row[0], w.row[1], w.row[2], w.row[3], w.row[4]};
+};
+
+template <class T, int K, class D, int Code> class SeparableKernel {
 public:
     using X = Lanes<T, D>;
     using V = typename X::V;
     using Acc = typename X::Acc;
+    using M = MaskOf<Code, K>;
     static constexpr int B = X::B;
 
     // `vector` false keeps every output on the scalar path (rows closer than a vector apart).
-    SeparableKernel(const Weights& w, bool vector) : w_(w), vector_(vector)
-    {
-        for (int j = 0; j < K; ++j) colv_[j] = X::splat(w.col[j]);
-        for (int i = 0; i < K; ++i) rowv_[i] = X::splat(w.row[i]);
-    }
+    explicit SeparableKernel(bool vector) : vector_(vector) {}
 
     void operator()(const T* const* rows, D* out, std::int64_t n) const { run(rows, out, n, n + K - 1); }
 
@@ -194,67 +247,25 @@ public:
     }
 
     // One output from the window starting at column x, in the order the vector lanes use.
-    D scalar(const T* const* rows, std::int64_t x) const
+    static D scalar(const T* const* rows, std::int64_t x)
     {
-        Acc total = 0;
-        bool firstColumn = true;
-        for (int i = 0; i < K; ++i) {
-            if (w_.row[i] == 0) continue;
-            Acc c = 0;
-            bool first = true;
-            for (int j = 0; j < K; ++j) {
-                if (w_.col[j] == 0) continue;
-                c = term(c, static_cast<Acc>(rows[j][x + i]), w_.col[j], first);
-                first = false;
-            }
-            total = term(total, c, w_.row[i], firstColumn);
-            firstColumn = false;
-        }
-        return X::finish(total);
+        using S = ScalarOps<Acc>;
+        return X::finish(weighted_sum<S, M::row, K, Acc>([&](auto i) {
+            return weighted_sum<S, M::col, K, Acc>([&](auto j) { return static_cast<Acc>(rows[j][x + i]); });
+        }));
     }
 
 private:
-    static Acc term(Acc acc, Acc v, int w, bool first)
-    {
-        return accumulate<Acc>(
-            acc, v, w, first, [](Acc a, Acc b) { return Acc(a + b); }, [](Acc a, Acc b) { return Acc(a - b); },
-            [w](Acc a) { return Acc(a * static_cast<Acc>(w)); }, [](Acc a) { return Acc(-a); });
-    }
-
-    V vterm(V acc, V v, int w, V wv, bool first) const
-    {
-        return accumulate<V>(
-            acc, v, w, first, [](V a, V b) { return X::add(a, b); }, [](V a, V b) { return X::sub(a, b); },
-            [wv](V a) { return X::mul(a, wv); }, [](V a) { return X::neg(a); });
-    }
-
     // Column sums of columns x .. x + B - 1.
-    V column_sums(const T* const* rows, std::int64_t x) const
+    static V column_sums(const T* const* rows, std::int64_t x)
     {
-        V c{};
-        bool first = true;
-        for (int j = 0; j < K; ++j) {
-            if (w_.col[j] == 0) continue;
-            c = vterm(c, X::load(rows[j] + x), w_.col[j], colv_[j], first);
-            first = false;
-        }
-        return c;
+        return weighted_sum<X, M::col, K, V>([&](auto j) { return X::load(rows[decltype(j)::value] + x); });
     }
 
     // Outputs from column sums lo (columns x ..) and hi (columns x + B ..), left to right.
-    V row_sum(V lo, V hi) const
+    static V row_sum(V lo, V hi)
     {
-        V s{};
-        bool first = true;
-        const auto tap = [&](auto i) {
-            constexpr int I = decltype(i)::value;
-            if (w_.row[I] == 0) return;
-            s = vterm(s, X::template shifted<I>(lo, hi), w_.row[I], rowv_[I], first);
-            first = false;
-        };
-        tap(std::integral_constant<int, 0>{}), tap(std::integral_constant<int, 1>{}), tap(std::integral_constant<int, 2>{});
-        if constexpr (K == 5) tap(std::integral_constant<int, 3>{}), tap(std::integral_constant<int, 4>{});
-        return s;
+        return weighted_sum<X, M::row, K, V>([&](auto i) { return X::template shifted<decltype(i)::value>(lo, hi); });
     }
 
     // Outputs x .. n - 1 (fewer than 2B + K) through a copy of their columns, zero padded.
@@ -278,9 +289,7 @@ private:
         std::memcpy(out + x, result, static_cast<std::size_t>(n - x) * sizeof(D));
     }
 
-    Weights w_;
     bool vector_;
-    V colv_[K], rowv_[K];
 };
 
 // ---- Roberts ----------------------------------------------------------------------------------
