@@ -12,8 +12,9 @@
 // wraps), 16s sources in 32-bit lanes saturated to 16 bits on store, 32f in f32.
 //
 // The vector loop keeps the column sums of the next block in a register and carries them over,
-// so each source pixel is loaded once per output row; the last few outputs of a segment are
-// staged through a small stack block and run through the same vector code.
+// so each source pixel is loaded once per output row; the last block of a segment overlaps the
+// one before it; a segment shorter than a block (an edge strip) takes the scalar path, which
+// computes every output in the same order as a vector lane.
 #pragma once
 
 #include <algorithm>
@@ -240,9 +241,15 @@ public:
                     lo = hi;
                 }
             }
-            if (x < n) staged(rows, out, x, n);
-            return;
+            if (x < n && n >= B) {
+                // The last block ends at n and overlaps the one before: the K - 1 columns behind
+                // it are the last of a block loaded to end at n + K - 1, moved down into place.
+                const V hi = X::template shifted<B - K + 1>(column_sums(rows, n + K - 1 - B), X::splat(0));
+                X::store(out + n - B, row_sum(column_sums(rows, n - B), hi));
+                return;
+            }
         }
+        // Rows closer than a vector, and segments shorter than a block (the edge strips).
         for (; x < n; ++x) out[x] = scalar(rows, x);
     }
 
@@ -266,27 +273,6 @@ private:
     static V row_sum(V lo, V hi)
     {
         return weighted_sum<X, M::row, K, V>([&](auto i) { return X::template shifted<decltype(i)::value>(lo, hi); });
-    }
-
-    // Outputs x .. n - 1 (fewer than 2B + K) through a copy of their columns, zero padded.
-    void staged(const T* const* rows, D* out, std::int64_t x, std::int64_t n) const
-    {
-        constexpr int kCols = 4 * B + K;
-        T block[K][kCols] = {};
-        const T* staged[K];
-        const std::int64_t cols = n - x + K - 1;
-        for (int j = 0; j < K; ++j) {
-            std::memcpy(block[j], rows[j] + x, static_cast<std::size_t>(cols) * sizeof(T));
-            staged[j] = block[j];
-        }
-        D result[3 * B];
-        V lo = column_sums(staged, 0);
-        for (std::int64_t b = 0; b < n - x; b += B) {
-            const V hi = column_sums(staged, b + B);
-            X::store(result + b, row_sum(lo, hi));
-            lo = hi;
-        }
-        std::memcpy(out + x, result, static_cast<std::size_t>(n - x) * sizeof(D));
     }
 
     bool vector_;
