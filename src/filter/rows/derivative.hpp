@@ -241,11 +241,11 @@ public:
                     lo = hi;
                 }
             }
-            if (x < n && n >= B) {
-                // The last block ends at n and overlaps the one before: the K - 1 columns behind
-                // it are the last of a block loaded to end at n + K - 1, moved down into place.
-                const V hi = X::template shifted<B - K + 1>(column_sums(rows, n + K - 1 - B), X::splat(0));
-                X::store(out + n - B, row_sum(column_sums(rows, n - B), hi));
+            if (n >= B) {
+                // Blocks near the end take the K - 1 columns behind them from a block loaded to
+                // end there, moved down into place; the last one overlaps the block before.
+                for (; x + B <= n; x += B) X::store(out + x, ending_block(rows, x));
+                if (x < n) X::store(out + n - B, ending_block(rows, n - B));
                 return;
             }
         }
@@ -267,6 +267,13 @@ private:
     static V column_sums(const T* const* rows, std::int64_t x)
     {
         return weighted_sum<X, M::col, K, V>([&](auto j) { return X::load(rows[decltype(j)::value] + x); });
+    }
+
+    // The block at x reading no column past x + B + K - 1.
+    static V ending_block(const T* const* rows, std::int64_t x)
+    {
+        const V hi = X::template shifted<B - K + 1>(column_sums(rows, x + K - 1), X::splat(0));
+        return row_sum(column_sums(rows, x), hi);
     }
 
     // Outputs from column sums lo (columns x ..) and hi (columns x + B ..), left to right.
