@@ -56,5 +56,6 @@ void demo_filter_min_max(Demo* d);
 void demo_match_template(Demo* d);
 void demo_match_hog(Demo* d);
 void demo_filter_sharpen(Demo* d);
+void demo_filter_derivative(Demo* d);
 
 #endif

@@ -23,6 +23,7 @@ from .histogram import LookupTable, equalize, histogram, lut, palette
 from .move import copy, fill, from_bits, grey_to_colour, merge, split, swap_channels, to_bits
 from .stats import argmax, argmin, block_min_max, dot, max, mean, min, min_max, norm, quality_index, sad, sum
 from . import filters
+from .derivative import derivative_filter, gradient, sobel_magnitude
 from .filters import box, dilate3x3, erode3x3, filter2d, max_filter, min_filter, sum_window, sum_window_column, sum_window_row
 from .sharpen import highpass, laplace, sharpen
 from .elementary import (bitwise_and, bitwise_not, bitwise_or, bitwise_xor, complement, exp, left_shift, log,
