@@ -3160,6 +3160,89 @@ KELI_API KelStatus keliSumWindowColumn_16s32f_C3R(const Kel16s* pSrc, int srcSte
 KELI_API KelStatus keliSumWindowColumn_16s32f_C4R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, int maskSize, int anchor);
 KELI_API KelStatus keliFilterBox_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliPoint anchor);
 
+/* ---- Derivative masks */
+/*
+ * First and second derivatives over fixed masks, each a border filter on one channel. The masks
+ * are applied as written over the window centred on the pixel (not reversed):
+ * `keliFilterSobelVertBorder` 3x3 `1 0 -1 / 2 0 -2 / 1 0 -1` (left minus right; 5x5: column
+ * weights `1 4 6 4 1` times row weights `1 2 0 -2 -1`), `keliFilterSobelNegVertBorder` its
+ * opposite, `keliFilterSobelHorizBorder` `-1 -2 -1 / 0 0 0 / 1 2 1` (bottom minus top; 5x5:
+ * `-1 -2 0 2 1` down times `1 4 6 4 1` along), `keliFilterSobelVertSecondBorder`
+ * `1 -2 1 / 2 -4 2 / 1 -2 1` (5x5: `1 4 6 4 1` down, `1 0 -2 0 1` along),
+ * `keliFilterSobelHorizSecondBorder` its transpose, `keliFilterScharrVertMaskBorder`
+ * `-3 0 3 / -10 0 10 / -3 0 3` (right minus left, the opposite sign of Sobel),
+ * `keliFilterScharrHorizMaskBorder` `-3 -10 -3 / 0 0 0 / 3 10 3`, `keliFilterPrewittVertBorder`
+ * `1 0 -1` on every row, `keliFilterPrewittHorizBorder` `-1 -1 -1 / 0 0 0 / 1 1 1`,
+ * `keliFilterRobertsDownBorder` `src(x,y) - src(x-1,y-1)`, `keliFilterRobertsUpBorder`
+ * `src(x,y) - src(x+1,y-1)`. Scharr, Prewitt and Roberts have the 3x3 mask only. Pixels beyond the
+ * region come from `border`: `kelBorderRepl`, `kelBorderMirror` (the edge pixel not repeated) or
+ * `kelBorderConst` (`borderValue`), each with any of the in-memory flags (16 top, 32 bottom,
+ * 64 left, 128 right), or 240 for none; Roberts is bordered like a 3x3 mask.
+ *
+ * **Rounding.** 8u16s: the exact sum (a 5x5 sum stays within 16 bits). 16s: the exact sum
+ * saturated to 16 bits. 32f: each column's weighted sum top to bottom, then the column sums
+ * weighted left to right (a zero weight is no tap), in f32 without fused multiply-add, the same
+ * order in every path. Vector and scalar paths give the same bits.
+ *
+ * **In place and AC4.** No in-place or multi-channel forms.
+ *
+ * **Checks, in order.** `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; the region
+ * `kelStatusBadSize`; a step that is no multiple of the element `kelStatusOddStep` (8u16s tests
+ * `dstStep` only, 16s and 32f both; zero and negative steps are accepted); `mask` not 33 (or 55
+ * where the family has it) `kelStatusBadMaskSize`; `border` not accepted `kelStatusBadBorder`.
+ * Size queries: `pBufferSize` null, region, mask (33 or 55), the type pair (`kel8u`/`kel16s`,
+ * `kel16s`/`kel16s`, `kel32f`/`kel32f`) `kelStatusBadDataType`, `numChannels` not 1
+ * `kelStatusBadChannelCount`. The buffer needs no alignment.
+ *
+ * ```c
+ * int size;
+ * keliFilterSobelVertBorderGetBufferSize(roi, kelMaskSize3x3, kel8u, kel16s, 1, &size);  // then allocate
+ * KelStatus st = keliFilterSobelVertBorder_8u16s_C1R(src, sStep, dst, dStep, roi, kelMaskSize3x3,
+ *                                                    kelBorderRepl, 0, buffer);
+ * ```
+ */
+KELI_API KelStatus keliFilterSobelVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrVertMaskBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrVertMaskBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrVertMaskBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrHorizMaskBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrHorizMaskBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterScharrHorizMaskBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittVertBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittHorizBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittHorizBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterPrewittHorizBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsDownBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsDownBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsDownBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsUpBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsUpBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterRobertsUpBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelNegVertBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelNegVertBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertSecondBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertSecondBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizSecondBorder_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelHorizSecondBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelVertBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobelHorizBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobelNegVertBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobelVertSecondBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobelHorizSecondBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterScharrVertMaskBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterScharrHorizMaskBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterPrewittVertBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterPrewittHorizBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterRobertsDownBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterRobertsUpBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
+
 /* ---- General kernel filter */
 /*
  * The general kernel filter. `keliFilterBorderGetSize` gives the spec and scratch sizes;
@@ -3221,6 +3304,78 @@ KELI_API KelStatus keliFilterBorder_32f_C4R(const Kel32f* pSrc, int srcStep, Kel
 KELI_API KelStatus keliFilterBorder_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, KeliBorderType border, const Kel64f borderValue[1], const KeliFilterBorderSpec* pSpec, Kel8u* pBuffer);
 KELI_API KelStatus keliFilterGetBufSize_64f_C1R(KeliSize kernelSize, int dstRoiWidth, int* pBufferSize);
 KELI_API KelStatus keliFilter_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, const Kel64f* pKernel, KeliSize kernelSize, KeliPoint anchor, Kel8u* pBuffer);
+
+/* ---- Gradient vectors */
+/*
+ * `keliGradientVectorSobel`, `...Prewitt`, `...Scharr`: per pixel `gx` (the family's
+ * vertical-edge mask: Sobel and Prewitt left minus right, Scharr right minus left), `gy` (its
+ * horizontal-edge mask, bottom minus top), the magnitude (`normType` `kelNormL1`: `|gx| + |gy|`,
+ * `kelNormL2`: `sqrt(gx^2 + gy^2)`) and the angle `atan2(gy, gx)` in radians in [-pi, pi] (within
+ * 1e-6 rad; `atan2(+0, -0)` is pi). Any of the four outputs may be null and is then not produced;
+ * all four null does nothing. The masks are those of the derivative filters (Sobel 3x3 or 5x5;
+ * Prewitt and Scharr are 3x3 whatever `mask` says). C3C1R reads three interleaved channels and
+ * keeps, per pixel, the derivatives of the channel of largest energy `gx^2 + gy^2`, a later
+ * channel only when strictly greater. `keliFilterSobel`: the Sobel gradient's magnitude alone.
+ * Pixels beyond the region come from `border` (`kelBorderRepl`, `kelBorderMirror`,
+ * `kelBorderConst` with `borderValue`, any in-memory flags, or 240).
+ *
+ * **Rounding.** 8u16s: exact 16-bit derivatives; L1 added in 16 bits without saturation; L2 the
+ * integer nearest to the exact root (never a tie), saturated; energies exact 32-bit integers.
+ * 16u32f, 16s32f: exact integer derivatives in f32. 32f: each column's weighted sum top to
+ * bottom, then left to right. Magnitudes and energies in f32, each operation rounded once, no
+ * fused multiply-add.
+ *
+ * **In place and AC4.** No in-place forms. C3C1R writes one channel.
+ *
+ * **Checks, in order.** Gradient: `border` not accepted `kelStatusBadBorder`; `pSrc` null
+ * `kelStatusNullPtr`; `srcStep` below 1 `kelStatusBadStep`, no multiple of the source element
+ * `kelStatusOddStep`; `pBuffer` null `kelStatusNullPtr`; for `pGx`, `pGy`, `pMag` when given,
+ * their steps likewise; with `pMag`, `normType` not 2 or 4 `kelStatusBadArg`; with `pAngle`, its
+ * step below 1 or no multiple of 4; the region `kelStatusBadSize`; Sobel: `mask` not 33 or 55
+ * `kelStatusBadMaskSize`; a constant border with a null `borderValue` (C3C1R) `kelStatusNullPtr`.
+ * `keliFilterSobel`: `pSrc`, `pDst`, `pBuffer` null; region; 8u16s odd `dstStep`
+ * `kelStatusOddStep`; mask; `normType` `kelStatusBadArg`; `border`. Size queries: null, region,
+ * mask, (`keliFilterSobelGetBufferSize`: `normType`, the type pair) the type
+ * `kelStatusBadDataType`, channels (1 or 3; 1 for `keliFilterSobel`) `kelStatusBadChannelCount`.
+ *
+ * ```c
+ * int size;
+ * keliGradientVectorGetBufferSize(roi, kelMaskSize3x3, kel8u, 1, &size);  // then allocate buffer
+ * KelStatus st = keliGradientVectorSobel_8u16s_C1R(src, sStep, gx, gxStep, gy, gyStep, NULL, 0,
+ *                                                  angle, aStep, roi, kelMaskSize3x3, kelNormL2,
+ *                                                  kelBorderRepl, 0, buffer);
+ * ```
+ */
+KELI_API KelStatus keliGradientVectorSobel_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorSobel_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorPrewitt_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_8u16s_C3C1R(const Kel8u* pSrc, int srcStep, Kel16s* pGx, int gxStep, Kel16s* pGy, int gyStep, Kel16s* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_16u32f_C3C1R(const Kel16u* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_16s32f_C3C1R(const Kel16s* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorScharr_32f_C3C1R(const Kel32f* pSrc, int srcStep, Kel32f* pGx, int gxStep, Kel32f* pGy, int gyStep, Kel32f* pMag, int magStep, Kel32f* pAngle, int angleStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, const Kel32f borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliGradientVectorGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType dataType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterSobel_8u16s_C1R(const Kel8u* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobel_16u32f_C1R(const Kel16u* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobel_16s32f_C1R(const Kel16s* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobel_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterSobelGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelNormType normType, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
 
 /* ---- Laplace, high-pass and sharpen filters */
 /*

@@ -620,6 +620,48 @@ KelStatus st = keliFilterBoxBorder_8u_C1R(src, sStep, dst, dStep, roi, mask, kel
 ```""",
         'keliFilterBoxBorder_8u_C1R keliFilterBoxBorder_8u_C3R keliFilterBoxBorder_8u_C4R keliFilterBoxBorder_8u_AC4R keliFilterBoxBorder_16u_C1R keliFilterBoxBorder_16u_C3R keliFilterBoxBorder_16u_C4R keliFilterBoxBorder_16u_AC4R keliFilterBoxBorder_16s_C1R keliFilterBoxBorder_16s_C3R keliFilterBoxBorder_16s_C4R keliFilterBoxBorder_16s_AC4R keliFilterBoxBorder_32f_C1R keliFilterBoxBorder_32f_C3R keliFilterBoxBorder_32f_C4R keliFilterBoxBorder_32f_AC4R keliSumWindow_8u32s_C1R keliSumWindow_8u32s_C3R keliSumWindow_8u32s_C4R keliSumWindow_8u32s_AC4R keliSumWindow_16u32f_C1R keliSumWindow_16u32f_C3R keliSumWindow_16u32f_C4R keliSumWindow_16u32f_AC4R keliSumWindow_16s32f_C1R keliSumWindow_16s32f_C3R keliSumWindow_16s32f_C4R keliSumWindow_16s32f_AC4R keliSumWindow_32f_C1R keliSumWindow_32f_C3R keliSumWindow_32f_C4R keliSumWindow_32f_AC4R keliFilterBoxBorderGetBufferSize keliSumWindowGetBufferSize keliSumWindowRow_8u32f_C1R keliSumWindowRow_8u32f_C3R keliSumWindowRow_8u32f_C4R keliSumWindowRow_16u32f_C1R keliSumWindowRow_16u32f_C3R keliSumWindowRow_16u32f_C4R keliSumWindowRow_16s32f_C1R keliSumWindowRow_16s32f_C3R keliSumWindowRow_16s32f_C4R keliSumWindowColumn_8u32f_C1R keliSumWindowColumn_8u32f_C3R keliSumWindowColumn_8u32f_C4R keliSumWindowColumn_16u32f_C1R keliSumWindowColumn_16u32f_C3R keliSumWindowColumn_16u32f_C4R keliSumWindowColumn_16s32f_C1R keliSumWindowColumn_16s32f_C3R keliSumWindowColumn_16s32f_C4R keliFilterBox_64f_C1R',
     ),
+    "filter/derivative": (
+        'Derivative masks',
+        """First and second derivatives over fixed masks, each a border filter on one channel. The masks
+are applied as written over the window centred on the pixel (not reversed):
+`keliFilterSobelVertBorder` 3x3 `1 0 -1 / 2 0 -2 / 1 0 -1` (left minus right; 5x5: column
+weights `1 4 6 4 1` times row weights `1 2 0 -2 -1`), `keliFilterSobelNegVertBorder` its
+opposite, `keliFilterSobelHorizBorder` `-1 -2 -1 / 0 0 0 / 1 2 1` (bottom minus top; 5x5:
+`-1 -2 0 2 1` down times `1 4 6 4 1` along), `keliFilterSobelVertSecondBorder`
+`1 -2 1 / 2 -4 2 / 1 -2 1` (5x5: `1 4 6 4 1` down, `1 0 -2 0 1` along),
+`keliFilterSobelHorizSecondBorder` its transpose, `keliFilterScharrVertMaskBorder`
+`-3 0 3 / -10 0 10 / -3 0 3` (right minus left, the opposite sign of Sobel),
+`keliFilterScharrHorizMaskBorder` `-3 -10 -3 / 0 0 0 / 3 10 3`, `keliFilterPrewittVertBorder`
+`1 0 -1` on every row, `keliFilterPrewittHorizBorder` `-1 -1 -1 / 0 0 0 / 1 1 1`,
+`keliFilterRobertsDownBorder` `src(x,y) - src(x-1,y-1)`, `keliFilterRobertsUpBorder`
+`src(x,y) - src(x+1,y-1)`. Scharr, Prewitt and Roberts have the 3x3 mask only. Pixels beyond the
+region come from `border`: `kelBorderRepl`, `kelBorderMirror` (the edge pixel not repeated) or
+`kelBorderConst` (`borderValue`), each with any of the in-memory flags (16 top, 32 bottom,
+64 left, 128 right), or 240 for none; Roberts is bordered like a 3x3 mask.
+
+**Rounding.** 8u16s: the exact sum (a 5x5 sum stays within 16 bits). 16s: the exact sum
+saturated to 16 bits. 32f: each column's weighted sum top to bottom, then the column sums
+weighted left to right (a zero weight is no tap), in f32 without fused multiply-add, the same
+order in every path. Vector and scalar paths give the same bits.
+
+**In place and AC4.** No in-place or multi-channel forms.
+
+**Checks, in order.** `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; the region
+`kelStatusBadSize`; a step that is no multiple of the element `kelStatusOddStep` (8u16s tests
+`dstStep` only, 16s and 32f both; zero and negative steps are accepted); `mask` not 33 (or 55
+where the family has it) `kelStatusBadMaskSize`; `border` not accepted `kelStatusBadBorder`.
+Size queries: `pBufferSize` null, region, mask (33 or 55), the type pair (`kel8u`/`kel16s`,
+`kel16s`/`kel16s`, `kel32f`/`kel32f`) `kelStatusBadDataType`, `numChannels` not 1
+`kelStatusBadChannelCount`. The buffer needs no alignment.
+
+```c
+int size;
+keliFilterSobelVertBorderGetBufferSize(roi, kelMaskSize3x3, kel8u, kel16s, 1, &size);  // then allocate
+KelStatus st = keliFilterSobelVertBorder_8u16s_C1R(src, sStep, dst, dStep, roi, kelMaskSize3x3,
+                                                   kelBorderRepl, 0, buffer);
+```""",
+        'keliFilterSobelVertBorder_8u16s_C1R keliFilterSobelVertBorder_16s_C1R keliFilterSobelVertBorder_32f_C1R keliFilterSobelHorizBorder_8u16s_C1R keliFilterSobelHorizBorder_16s_C1R keliFilterSobelHorizBorder_32f_C1R keliFilterScharrVertMaskBorder_8u16s_C1R keliFilterScharrVertMaskBorder_16s_C1R keliFilterScharrVertMaskBorder_32f_C1R keliFilterScharrHorizMaskBorder_8u16s_C1R keliFilterScharrHorizMaskBorder_16s_C1R keliFilterScharrHorizMaskBorder_32f_C1R keliFilterPrewittVertBorder_8u16s_C1R keliFilterPrewittVertBorder_16s_C1R keliFilterPrewittVertBorder_32f_C1R keliFilterPrewittHorizBorder_8u16s_C1R keliFilterPrewittHorizBorder_16s_C1R keliFilterPrewittHorizBorder_32f_C1R keliFilterRobertsDownBorder_8u16s_C1R keliFilterRobertsDownBorder_16s_C1R keliFilterRobertsDownBorder_32f_C1R keliFilterRobertsUpBorder_8u16s_C1R keliFilterRobertsUpBorder_16s_C1R keliFilterRobertsUpBorder_32f_C1R keliFilterSobelNegVertBorder_8u16s_C1R keliFilterSobelNegVertBorder_32f_C1R keliFilterSobelVertSecondBorder_8u16s_C1R keliFilterSobelVertSecondBorder_32f_C1R keliFilterSobelHorizSecondBorder_8u16s_C1R keliFilterSobelHorizSecondBorder_32f_C1R keliFilterSobelVertBorderGetBufferSize keliFilterSobelHorizBorderGetBufferSize keliFilterSobelNegVertBorderGetBufferSize keliFilterSobelVertSecondBorderGetBufferSize keliFilterSobelHorizSecondBorderGetBufferSize keliFilterScharrVertMaskBorderGetBufferSize keliFilterScharrHorizMaskBorderGetBufferSize keliFilterPrewittVertBorderGetBufferSize keliFilterPrewittHorizBorderGetBufferSize keliFilterRobertsDownBorderGetBufferSize keliFilterRobertsUpBorderGetBufferSize',
+    ),
     "filter/general": (
         'General kernel filter',
         """The general kernel filter. `keliFilterBorderGetSize` gives the spec and scratch sizes;
@@ -661,6 +703,48 @@ keliFilterBorderInit_16s(k, (KeliSize){3, 3}, 16, kel8u, 1, kelRndNear, spec);
 KelStatus st = keliFilterBorder_8u_C1R(src, sStep, dst, dStep, roi, kelBorderRepl, NULL, spec, buffer);
 ```""",
         'keliFilterBorderGetSize keliFilterBorderInit_16s keliFilterBorderInit_32f keliFilterBorderInit_64f keliFilterBorderSetMode keliFilterBorder_8u_C1R keliFilterBorder_8u_C3R keliFilterBorder_8u_C4R keliFilterBorder_16u_C1R keliFilterBorder_16u_C3R keliFilterBorder_16u_C4R keliFilterBorder_16s_C1R keliFilterBorder_16s_C3R keliFilterBorder_16s_C4R keliFilterBorder_32f_C1R keliFilterBorder_32f_C3R keliFilterBorder_32f_C4R keliFilterBorder_64f_C1R keliFilterGetBufSize_64f_C1R keliFilter_64f_C1R',
+    ),
+    "filter/gradient": (
+        'Gradient vectors',
+        """`keliGradientVectorSobel`, `...Prewitt`, `...Scharr`: per pixel `gx` (the family's
+vertical-edge mask: Sobel and Prewitt left minus right, Scharr right minus left), `gy` (its
+horizontal-edge mask, bottom minus top), the magnitude (`normType` `kelNormL1`: `|gx| + |gy|`,
+`kelNormL2`: `sqrt(gx^2 + gy^2)`) and the angle `atan2(gy, gx)` in radians in [-pi, pi] (within
+1e-6 rad; `atan2(+0, -0)` is pi). Any of the four outputs may be null and is then not produced;
+all four null does nothing. The masks are those of the derivative filters (Sobel 3x3 or 5x5;
+Prewitt and Scharr are 3x3 whatever `mask` says). C3C1R reads three interleaved channels and
+keeps, per pixel, the derivatives of the channel of largest energy `gx^2 + gy^2`, a later
+channel only when strictly greater. `keliFilterSobel`: the Sobel gradient's magnitude alone.
+Pixels beyond the region come from `border` (`kelBorderRepl`, `kelBorderMirror`,
+`kelBorderConst` with `borderValue`, any in-memory flags, or 240).
+
+**Rounding.** 8u16s: exact 16-bit derivatives; L1 added in 16 bits without saturation; L2 the
+integer nearest to the exact root (never a tie), saturated; energies exact 32-bit integers.
+16u32f, 16s32f: exact integer derivatives in f32. 32f: each column's weighted sum top to
+bottom, then left to right. Magnitudes and energies in f32, each operation rounded once, no
+fused multiply-add.
+
+**In place and AC4.** No in-place forms. C3C1R writes one channel.
+
+**Checks, in order.** Gradient: `border` not accepted `kelStatusBadBorder`; `pSrc` null
+`kelStatusNullPtr`; `srcStep` below 1 `kelStatusBadStep`, no multiple of the source element
+`kelStatusOddStep`; `pBuffer` null `kelStatusNullPtr`; for `pGx`, `pGy`, `pMag` when given,
+their steps likewise; with `pMag`, `normType` not 2 or 4 `kelStatusBadArg`; with `pAngle`, its
+step below 1 or no multiple of 4; the region `kelStatusBadSize`; Sobel: `mask` not 33 or 55
+`kelStatusBadMaskSize`; a constant border with a null `borderValue` (C3C1R) `kelStatusNullPtr`.
+`keliFilterSobel`: `pSrc`, `pDst`, `pBuffer` null; region; 8u16s odd `dstStep`
+`kelStatusOddStep`; mask; `normType` `kelStatusBadArg`; `border`. Size queries: null, region,
+mask, (`keliFilterSobelGetBufferSize`: `normType`, the type pair) the type
+`kelStatusBadDataType`, channels (1 or 3; 1 for `keliFilterSobel`) `kelStatusBadChannelCount`.
+
+```c
+int size;
+keliGradientVectorGetBufferSize(roi, kelMaskSize3x3, kel8u, 1, &size);  // then allocate buffer
+KelStatus st = keliGradientVectorSobel_8u16s_C1R(src, sStep, gx, gxStep, gy, gyStep, NULL, 0,
+                                                 angle, aStep, roi, kelMaskSize3x3, kelNormL2,
+                                                 kelBorderRepl, 0, buffer);
+```""",
+        'keliGradientVectorSobel_8u16s_C1R keliGradientVectorSobel_16u32f_C1R keliGradientVectorSobel_16s32f_C1R keliGradientVectorSobel_32f_C1R keliGradientVectorPrewitt_8u16s_C1R keliGradientVectorPrewitt_16u32f_C1R keliGradientVectorPrewitt_16s32f_C1R keliGradientVectorPrewitt_32f_C1R keliGradientVectorScharr_8u16s_C1R keliGradientVectorScharr_16u32f_C1R keliGradientVectorScharr_16s32f_C1R keliGradientVectorScharr_32f_C1R keliGradientVectorSobel_8u16s_C3C1R keliGradientVectorSobel_16u32f_C3C1R keliGradientVectorSobel_16s32f_C3C1R keliGradientVectorSobel_32f_C3C1R keliGradientVectorPrewitt_8u16s_C3C1R keliGradientVectorPrewitt_16u32f_C3C1R keliGradientVectorPrewitt_16s32f_C3C1R keliGradientVectorPrewitt_32f_C3C1R keliGradientVectorScharr_8u16s_C3C1R keliGradientVectorScharr_16u32f_C3C1R keliGradientVectorScharr_16s32f_C3C1R keliGradientVectorScharr_32f_C3C1R keliGradientVectorGetBufferSize keliFilterSobel_8u16s_C1R keliFilterSobel_16u32f_C1R keliFilterSobel_16s32f_C1R keliFilterSobel_32f_C1R keliFilterSobelGetBufferSize',
     ),
     "filter/laplace-sharpen": (
         'Laplace, high-pass and sharpen filters',
