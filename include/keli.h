@@ -3303,6 +3303,58 @@ KELI_API KelStatus keliRemap_64f_C3R(const Kel64f* pSrc, KeliSize srcSize, int s
 KELI_API KelStatus keliRemap_64f_C4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
 KELI_API KelStatus keliRemap_64f_AC4R(const Kel64f* pSrc, KeliSize srcSize, int srcStep, KeliRect* srcRoi, const Kel64f* pxMap, int xMapStep, const Kel64f* pyMap, int yMapStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, Kel32u interpolation);
 
+/* ---- Affine warp */
+/*
+ * Affine helpers. A matrix is six f64, row-major `m00 m01 m02 m10 m11 m12`: point (x, y) maps to
+ * (m00 x + m01 y + m02, m10 x + m11 y + m12), pixel centres at integer coordinates.
+ * `keliGetRotateTransform`: `(c, s, xShift; -s, c, yShift)` for `angle` in degrees, brought into
+ * [0, 360) by whole turns; 0, 90, 180 and 270 give exact matrices. `keliGetRotateShift`: the
+ * shift that turns about (xCenter, yCenter). `keliGetAffineQuad`: the rectangle's corners (x, y),
+ * (x + w - 1, y), (x + w - 1, y + h - 1), (x, y + h - 1) mapped, as `quad[8]` (x, y pairs);
+ * `keliGetAffineBound`: their min x, min y, max x, max y. `keliGetAffineTransform`: the matrix
+ * that takes the rectangle's first three corners to the quad's first three vertices.
+ * `keliGetAffineSrcRoi`: the source window that the destination ROI reads (`direction` 0: the
+ * matrix maps source to destination, 1: destination to source), one pixel of margin around the
+ * mapped ROI's bound, widened to the image of a 2x2 block when one axis is that thin, kept inside
+ * the source. `keliWarpGetRectInfinite`: the rectangle (-2^30, -2^30, 2^31 - 1, 2^31 - 1) that
+ * stands for no limit.
+ *
+ * **Rounding.** All in f64. Sine and cosine are the standard library's, of `a * pi / 180`.
+ *
+ * **Checks, in order.** Rotate: an angle that is not finite `kelStatusOutOfRange` (before the
+ * pointer), a null `coeffs` `kelStatusNullPtr`; Shift: null outputs only. Quad and Bound: null
+ * pointers, then a quadrangle with two parallel consecutive edges or that is not convex
+ * `kelStatusBadCoeffs`, with the output written anyway. Transform: null pointers; negative x or y,
+ * width or height below 1 `kelStatusBadSize`; degenerate or concave quad `kelStatusBadQuad`;
+ * width or height 1 `kelStatusRectTooSmall`; opposite sides whose products differ by more than
+ * 1e-10 relative: the warning `kelStatusNotParallelogram`, with the matrix written. SrcRoi: null
+ * `kelStatusNullPtr`, negative offset `kelStatusOutOfRange`, a size below 1 `kelStatusBadSize`,
+ * `direction` above 1 `kelStatusBadDirection`, plain form ROI side above 2^25 - 1
+ * `kelStatusSizeOverflow`, |determinant| below 2.22e-16 or a window that cannot fit
+ * `kelStatusBadCoeffs`.
+ *
+ * ```c
+ * double m[6], xs, ys;
+ * keliGetRotateShift(w / 2.0, h / 2.0, 30, &xs, &ys);   // turn about the centre
+ * keliGetRotateTransform(30, xs, ys, m);
+ * KeliRect need;
+ * keliGetAffineSrcRoi(srcSize, m, 0, (KeliPoint){0, 0}, dstSize, &need);  // what the warp reads
+ * ```
+ */
+KELI_API KelStatus keliGetRotateTransform(Kel64f angle, Kel64f xShift, Kel64f yShift, Kel64f coeffs[6]);
+KELI_API KelStatus keliGetRotateTransform_L(Kel64f angle, Kel64f xShift, Kel64f yShift, Kel64f coeffs[6]);
+KELI_API KelStatus keliGetRotateShift(Kel64f xCenter, Kel64f yCenter, Kel64f angle, Kel64f* xShift, Kel64f* yShift);
+KELI_API KelStatus keliGetRotateShift_L(Kel64f xCenter, Kel64f yCenter, Kel64f angle, Kel64f* xShift, Kel64f* yShift);
+KELI_API KelStatus keliGetAffineTransform(KeliRect srcRoi, const Kel64f quad[8], Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineTransform_L(KeliRectL srcRoi, const Kel64f quad[8], Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineQuad(KeliRect srcRoi, Kel64f quad[8], const Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineQuad_L(KeliRectL srcRoi, Kel64f quad[8], const Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineBound(KeliRect srcRoi, Kel64f bound[4], const Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineBound_L(KeliRectL srcRoi, Kel64f bound[4], const Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineSrcRoi(KeliSize srcSize, const Kel64f coeffs[6], Kel32u direction, KeliPoint dstRoiOffset, KeliSize dstRoiSize, KeliRect* srcRoi);
+KELI_API KelStatus keliGetAffineSrcRoi_L(KeliSizeL srcSize, const Kel64f coeffs[6], Kel32u direction, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, KeliRectL* srcRoi);
+KELI_API KeliRect keliWarpGetRectInfinite(void);
+
 /* ==== Frequency transforms ================================================================== */
 
 /* ---- Two-dimensional FFT */

@@ -279,10 +279,18 @@ A266 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel16s, c_
 A267 = ((c_void_p, c_int, c_void_p, c_int, KeliSize, KeliSize, c_int, Kel32f, c_void_p), "pSrc srcStep pDst dstStep dstRoiSize maskSize border borderValue pBuffer")
 A268 = ((c_void_p, c_int, c_void_p, c_int, KeliSize), "pSrc srcStep pDst dstStep dstRoiSize")
 A269 = ((c_void_p, KeliSize, c_int, c_void_p, c_void_p, c_int, c_void_p, c_int, c_void_p, c_int, KeliSize, Kel32u), "pSrc srcSize srcStep srcRoi pxMap xMapStep pyMap yMapStep pDst dstStep dstRoiSize interpolation")
-A270 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
-A271 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
-A272 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
-A273 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
+A270 = ((Kel64f, Kel64f, Kel64f, c_void_p), "angle xShift yShift coeffs")
+A271 = ((Kel64f, Kel64f, Kel64f, c_void_p, c_void_p), "xCenter yCenter angle xShift yShift")
+A272 = ((KeliRect, c_void_p, c_void_p), "srcRoi quad coeffs")
+A273 = ((KeliRectL, c_void_p, c_void_p), "srcRoi quad coeffs")
+A274 = ((KeliRect, c_void_p, c_void_p), "srcRoi bound coeffs")
+A275 = ((KeliRectL, c_void_p, c_void_p), "srcRoi bound coeffs")
+A276 = ((KeliSize, c_void_p, Kel32u, KeliPoint, KeliSize, c_void_p), "srcSize coeffs direction dstRoiOffset dstRoiSize srcRoi")
+A277 = ((KeliSizeL, c_void_p, Kel32u, KeliPointL, KeliSizeL, c_void_p), "srcSize coeffs direction dstRoiOffset dstRoiSize srcRoi")
+A278 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
+A279 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
+A280 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
+A281 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -2875,28 +2883,41 @@ EXPORTS = {
     "keliRemap_64f_C3R": (KelStatus, *A269),
     "keliRemap_64f_C4R": (KelStatus, *A269),
     "keliRemap_64f_AC4R": (KelStatus, *A269),
-    "keliFFTGetSize_R_32f": (KelStatus, *A270),
-    "keliFFTInit_R_32f": (KelStatus, *A271),
-    "keliFFTGetSize_C_32fc": (KelStatus, *A270),
-    "keliFFTInit_C_32fc": (KelStatus, *A271),
-    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A272),
-    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A272),
-    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A272),
-    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A272),
-    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A273),
-    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A273),
-    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A273),
-    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A273),
-    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A272),
-    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A272),
-    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A272),
-    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A272),
-    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A273),
-    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A273),
-    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A273),
-    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A273),
-    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A272),
-    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A272),
-    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A273),
-    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A273),
+    "keliGetRotateTransform": (KelStatus, *A270),
+    "keliGetRotateTransform_L": (KelStatus, *A270),
+    "keliGetRotateShift": (KelStatus, *A271),
+    "keliGetRotateShift_L": (KelStatus, *A271),
+    "keliGetAffineTransform": (KelStatus, *A272),
+    "keliGetAffineTransform_L": (KelStatus, *A273),
+    "keliGetAffineQuad": (KelStatus, *A272),
+    "keliGetAffineQuad_L": (KelStatus, *A273),
+    "keliGetAffineBound": (KelStatus, *A274),
+    "keliGetAffineBound_L": (KelStatus, *A275),
+    "keliGetAffineSrcRoi": (KelStatus, *A276),
+    "keliGetAffineSrcRoi_L": (KelStatus, *A277),
+    "keliWarpGetRectInfinite": (KeliRect, *A5),
+    "keliFFTGetSize_R_32f": (KelStatus, *A278),
+    "keliFFTInit_R_32f": (KelStatus, *A279),
+    "keliFFTGetSize_C_32fc": (KelStatus, *A278),
+    "keliFFTInit_C_32fc": (KelStatus, *A279),
+    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A280),
+    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A280),
+    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A280),
+    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A280),
+    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A281),
+    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A281),
+    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A281),
+    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A281),
+    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A280),
+    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A280),
+    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A280),
+    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A280),
+    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A281),
+    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A281),
+    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A281),
+    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A281),
+    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A280),
+    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A280),
+    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A281),
+    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A281),
 }

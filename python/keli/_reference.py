@@ -692,6 +692,45 @@ KelStatus st = keliRemap_8u_C1R(src, size, sStep, &roi, mx, mxStep, my, myStep, 
 ```""",
         'keliRemap_8u_C1R keliRemap_8u_C3R keliRemap_8u_C4R keliRemap_8u_AC4R keliRemap_16u_C1R keliRemap_16u_C3R keliRemap_16u_C4R keliRemap_16u_AC4R keliRemap_16s_C1R keliRemap_16s_C3R keliRemap_16s_C4R keliRemap_16s_AC4R keliRemap_32f_C1R keliRemap_32f_C3R keliRemap_32f_C4R keliRemap_32f_AC4R keliRemap_64f_C1R keliRemap_64f_C3R keliRemap_64f_C4R keliRemap_64f_AC4R',
     ),
+    "geometry/warp-affine": (
+        'Affine warp',
+        """Affine helpers. A matrix is six f64, row-major `m00 m01 m02 m10 m11 m12`: point (x, y) maps to
+(m00 x + m01 y + m02, m10 x + m11 y + m12), pixel centres at integer coordinates.
+`keliGetRotateTransform`: `(c, s, xShift; -s, c, yShift)` for `angle` in degrees, brought into
+[0, 360) by whole turns; 0, 90, 180 and 270 give exact matrices. `keliGetRotateShift`: the
+shift that turns about (xCenter, yCenter). `keliGetAffineQuad`: the rectangle's corners (x, y),
+(x + w - 1, y), (x + w - 1, y + h - 1), (x, y + h - 1) mapped, as `quad[8]` (x, y pairs);
+`keliGetAffineBound`: their min x, min y, max x, max y. `keliGetAffineTransform`: the matrix
+that takes the rectangle's first three corners to the quad's first three vertices.
+`keliGetAffineSrcRoi`: the source window that the destination ROI reads (`direction` 0: the
+matrix maps source to destination, 1: destination to source), one pixel of margin around the
+mapped ROI's bound, widened to the image of a 2x2 block when one axis is that thin, kept inside
+the source. `keliWarpGetRectInfinite`: the rectangle (-2^30, -2^30, 2^31 - 1, 2^31 - 1) that
+stands for no limit.
+
+**Rounding.** All in f64. Sine and cosine are the standard library's, of `a * pi / 180`.
+
+**Checks, in order.** Rotate: an angle that is not finite `kelStatusOutOfRange` (before the
+pointer), a null `coeffs` `kelStatusNullPtr`; Shift: null outputs only. Quad and Bound: null
+pointers, then a quadrangle with two parallel consecutive edges or that is not convex
+`kelStatusBadCoeffs`, with the output written anyway. Transform: null pointers; negative x or y,
+width or height below 1 `kelStatusBadSize`; degenerate or concave quad `kelStatusBadQuad`;
+width or height 1 `kelStatusRectTooSmall`; opposite sides whose products differ by more than
+1e-10 relative: the warning `kelStatusNotParallelogram`, with the matrix written. SrcRoi: null
+`kelStatusNullPtr`, negative offset `kelStatusOutOfRange`, a size below 1 `kelStatusBadSize`,
+`direction` above 1 `kelStatusBadDirection`, plain form ROI side above 2^25 - 1
+`kelStatusSizeOverflow`, |determinant| below 2.22e-16 or a window that cannot fit
+`kelStatusBadCoeffs`.
+
+```c
+double m[6], xs, ys;
+keliGetRotateShift(w / 2.0, h / 2.0, 30, &xs, &ys);   // turn about the centre
+keliGetRotateTransform(30, xs, ys, m);
+KeliRect need;
+keliGetAffineSrcRoi(srcSize, m, 0, (KeliPoint){0, 0}, dstSize, &need);  // what the warp reads
+```""",
+        'keliGetRotateTransform keliGetRotateTransform_L keliGetRotateShift keliGetRotateShift_L keliGetAffineTransform keliGetAffineTransform_L keliGetAffineQuad keliGetAffineQuad_L keliGetAffineBound keliGetAffineBound_L keliGetAffineSrcRoi keliGetAffineSrcRoi_L keliWarpGetRectInfinite',
+    ),
     "frequency/fft": (
         'Two-dimensional FFT',
         """Two-dimensional fast Fourier transforms of `2^orderX` by `2^orderY` images.

@@ -1,0 +1,89 @@
+"""Affine warps and their helpers: rotation matrices, the quadrangle a source rectangle maps to,
+the matrix that takes a rectangle to a parallelogram, and the source window a destination
+region reads.
+
+A matrix is 2x3, float64: (x, y) maps to (m[0,0] x + m[0,1] y + m[0,2], m[1,0] x + m[1,1] y +
+m[1,2]), with pixel centres at integer coordinates (column x, row y)."""
+import ctypes
+
+import numpy as np
+
+from . import _types
+from ._doc import documented
+from ._image import find, run
+
+
+def _matrix(m):
+    a = np.ascontiguousarray(m, dtype=np.float64)
+    if a.shape != (2, 3):
+        raise ValueError(f"keli: an affine matrix is 2x3, not {a.shape}")
+    return a
+
+
+def _ptr(a):
+    return a.ctypes.data
+
+
+def _rect(rect):
+    if np.ndim(rect) != 1 or len(rect) != 4:
+        raise ValueError(f"keli: a rectangle is (x, y, width, height), not {rect!r}")
+    return _types.KeliRect(*(int(v) for v in rect))
+
+
+@documented("geometry/warp-affine")
+def rotation_matrix(angle, center=(0.0, 0.0)):
+    """The 2x3 matrix (c, s, xShift; -s, c, yShift) of a turn by `angle` degrees about `center`
+    (x, y); 0, 90, 180 and 270 are exact."""
+    xs, ys = ctypes.c_double(), ctypes.c_double()
+    name, function = find("keliGetRotateShift")
+    run(name, function, float(center[0]), float(center[1]), float(angle), ctypes.byref(xs), ctypes.byref(ys))
+    m = np.empty((2, 3), np.float64)
+    name, function = find("keliGetRotateTransform")
+    run(name, function, float(angle), xs.value, ys.value, _ptr(m))
+    return m
+
+
+@documented("geometry/warp-affine")
+def affine_quad(rect, matrix):
+    """The corners of rect = (x, y, width, height) mapped by matrix, as a 4x2 array in the order
+    top-left, top-right, bottom-right, bottom-left."""
+    m, q = _matrix(matrix), np.empty((4, 2), np.float64)
+    name, function = find("keliGetAffineQuad")
+    run(name, function, _rect(rect), _ptr(q), _ptr(m))
+    return q
+
+
+@documented("geometry/warp-affine")
+def affine_bound(rect, matrix):
+    """(min x, min y, max x, max y) of the mapped rectangle."""
+    m, b = _matrix(matrix), np.empty(4, np.float64)
+    name, function = find("keliGetAffineBound")
+    run(name, function, _rect(rect), _ptr(b), _ptr(m))
+    return tuple(float(v) for v in b)
+
+
+@documented("geometry/warp-affine")
+def affine_transform(rect, quad):
+    """The 2x3 matrix taking the corners of rect to the first three vertices of quad (4x2); a
+    quad that is no parallelogram warns and still gives that matrix."""
+    q = np.ascontiguousarray(quad, dtype=np.float64)
+    if q.shape != (4, 2):
+        raise ValueError(f"keli: a quad is 4x2, not {q.shape}")
+    m = np.empty((2, 3), np.float64)
+    name, function = find("keliGetAffineTransform")
+    run(name, function, _rect(rect), _ptr(q), _ptr(m))
+    return m
+
+
+@documented("geometry/warp-affine")
+def affine_source_region(source_shape, matrix, region, *, inverse=False):
+    """(x, y, width, height) of the source that the destination region (x, y, width, height)
+    reads. matrix maps source to destination, or destination to source with inverse=True."""
+    m = _matrix(matrix)
+    h, w = int(source_shape[0]), int(source_shape[1])
+    x, y, rw, rh = (int(v) for v in region)
+    out = _types.KeliRect()
+    name, function = find("keliGetAffineSrcRoi")
+    run(name, function, _types.KeliSize(w, h), _ptr(m), 1 if inverse else 0, _types.KeliPoint(x, y),
+        _types.KeliSize(rw, rh), ctypes.byref(out))
+    return (out.x, out.y, out.width, out.height)
