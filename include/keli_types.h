@@ -110,6 +110,10 @@ typedef enum {
 /* The general kernel filter's spec: a block the caller allocates at the size its query gives. */
 typedef struct KeliFilterBorderSpec KeliFilterBorderSpec;
 
+/* The warp families' spec: a block the caller allocates at the size its query gives, used at
+ * the address given (no alignment step). */
+typedef struct KeliWarpSpec KeliWarpSpec;
+
 typedef enum {
     kelNearest = 1,
     kelLinear = 2,

@@ -1,0 +1,92 @@
+// The affine warp's preparation: the size query, Init and the work-buffer query. The sizes are
+// those of a plan that Init lays out exactly, so the two can never disagree.
+#pragma once
+
+#include <cstdint>
+
+#include "keli_types.h"
+
+namespace keli {
+namespace warp {
+
+KelStatus affine_get_size(KeliSize src, KeliSize dst, KelDataType dataType, const double* coeffs, int interpolation,
+                          std::uint32_t direction, KeliBorderType border, int* specSize, int* initBufSize);
+KelStatus affine_get_size(KeliSizeL src, KeliSizeL dst, KelDataType dataType, const double* coeffs,
+                          int interpolation, std::uint32_t direction, KeliBorderType border, KelSizeL* specSize,
+                          KelSizeL* initBufSize);
+
+// Everything an Init member passes on; cubicB and cubicC are zero for Nearest and Linear.
+struct InitArgs {
+    std::int64_t srcWidth, srcHeight, dstWidth, dstHeight;
+    KelDataType dataType;
+    const double* coeffs;
+    std::uint32_t direction;
+    int numChannels;
+    double cubicB, cubicC;
+    KeliBorderType border;
+    const double* borderValue;
+    std::uint32_t smoothEdge;
+    KeliWarpSpec* spec;
+    int interpolation;
+    bool wide;
+};
+
+KelStatus affine_init(const InitArgs& a);
+
+inline KelStatus affine_nearest_init(KeliSize src, KeliSize dst, KelDataType dataType, const double* coeffs,
+                                     std::uint32_t direction, int numChannels, KeliBorderType border,
+                                     const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec)
+{
+    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
+                                0, 0, border, borderValue, smoothEdge, spec, kelNearest, false});
+}
+
+inline KelStatus affine_nearest_init(KeliSizeL src, KeliSizeL dst, KelDataType dataType, const double* coeffs,
+                                     std::uint32_t direction, int numChannels, KeliBorderType border,
+                                     const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec)
+{
+    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
+                                0, 0, border, borderValue, smoothEdge, spec, kelNearest, true});
+}
+
+inline KelStatus affine_linear_init(KeliSize src, KeliSize dst, KelDataType dataType, const double* coeffs,
+                                    std::uint32_t direction, int numChannels, KeliBorderType border,
+                                    const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec)
+{
+    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
+                                0, 0, border, borderValue, smoothEdge, spec, kelLinear, false});
+}
+
+inline KelStatus affine_linear_init(KeliSizeL src, KeliSizeL dst, KelDataType dataType, const double* coeffs,
+                                    std::uint32_t direction, int numChannels, KeliBorderType border,
+                                    const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec)
+{
+    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
+                                0, 0, border, borderValue, smoothEdge, spec, kelLinear, true});
+}
+
+KelStatus buffer_size(const KeliWarpSpec* spec, std::int64_t width, std::int64_t height, bool wide,
+                      std::int64_t& size);
+
+inline KelStatus warp_get_buffer_size(const KeliWarpSpec* spec, KeliSize dst, int* bufSize)
+{
+    if (!spec || !bufSize) return kelStatusNullPtr;
+    std::int64_t size = 0;
+    const KelStatus st = buffer_size(spec, dst.width, dst.height, false, size);
+    if (st < 0 || st == kelStatusNoOperation) return st;
+    *bufSize = int(size);
+    return st;
+}
+
+inline KelStatus warp_get_buffer_size(const KeliWarpSpec* spec, KeliSizeL dst, KelSizeL* bufSize)
+{
+    if (!spec || !bufSize) return kelStatusNullPtr;
+    std::int64_t size = 0;
+    const KelStatus st = buffer_size(spec, dst.width, dst.height, true, size);
+    if (st < 0 || st == kelStatusNoOperation) return st;
+    *bufSize = size;
+    return st;
+}
+
+}  // namespace warp
+}  // namespace keli
