@@ -30,7 +30,7 @@ from .alpha import alpha_composite, alpha_composite_color_key, color_key, premul
 from .compare import compare, count_in_range, equal_within
 from .moments import Moments, moments
 from .geometry import flip, remap, transpose
-from .warp import affine_bound, affine_quad, affine_source_region, affine_transform, rotation_matrix
+from .warp import affine_bound, affine_quad, affine_source_region, affine_transform, rotation_matrix, warp_affine
 from .fft import fft2, ifft2, irfft2_packed, rfft2_packed
 from .synthetic import add_gaussian_noise, add_uniform_noise, jaehne, ramp
 from .errors import *  # noqa: F401,F403 (Error, KeliWarning and one class per status)

@@ -10,7 +10,7 @@ import numpy as np
 
 from . import _types
 from ._doc import documented
-from ._image import find, run
+from ._image import find, output, run, source
 
 
 def _matrix(m):
@@ -87,3 +87,66 @@ def affine_source_region(source_shape, matrix, region, *, inverse=False):
     run(name, function, _types.KeliSize(w, h), _ptr(m), 1 if inverse else 0, _types.KeliPoint(x, y),
         _types.KeliSize(rw, rh), ctypes.byref(out))
     return (out.x, out.y, out.width, out.height)
+
+
+INTERPOLATION = {"nearest": 1, "linear": 2}
+BORDERS = {"replicate": 1, "constant": 6, "transparent": 7, "in_memory": 0xF0}
+
+
+def _choice(value, table, what):
+    if isinstance(value, str):
+        try:
+            return table[value]
+        except KeyError:
+            raise ValueError(f"keli: {what} is one of {sorted(table)}, not {value!r}") from None
+    return int(value)
+
+
+@documented("geometry/warp-affine")
+def warp_affine(a, matrix, shape, *, interpolation="linear", border="constant", value=0, inverse=False,
+                smooth=False, out=None):
+    """Warps image a through the 2x3 matrix into an output of shape (height, width) (plus a's
+    channels). matrix maps source to destination, or destination to source with inverse=True.
+
+    interpolation: "nearest" or "linear". border: "constant" (value, a number or one per
+    channel, rounded to the element type), "replicate", "transparent" (pixels the source does
+    not reach keep out's values) or "in_memory". smooth=True blends the pixels just outside the
+    source's edges with out (transparent borders only). A new output starts at 0."""
+    s = source(a)
+    if s.layout == "AC4":
+        raise TypeError("keli: warp_affine has C1, C3 and C4 members; pass keep_alpha=False layouts")
+    m = _matrix(matrix)
+    height, width = (int(v) for v in shape)
+    kind = _choice(interpolation, INTERPOLATION, "interpolation")
+    border_word = _choice(border, BORDERS, "border")
+    channels = s.channels
+    values = np.broadcast_to(np.asarray(value, np.float64), (channels,)).copy()
+    out_shape = (height, width) + s.array.shape[2:]
+    if out is None:
+        out = np.zeros(out_shape, s.array.dtype)
+    dst = output(out, out_shape, s.array.dtype, like=s)
+    if np.may_share_memory(dst.array, s.array):
+        raise ValueError("keli: warp_affine cannot write into its source; pass another out")
+    src_size, dst_size = _types.KeliSize(s.width, s.height), _types.KeliSize(width, height)
+    dtype = {"8u": 1, "16u": 5, "16s": 7, "32f": 13, "64f": 19}[s.token]
+    direction = 1 if inverse else 0
+    spec_size, init_size = ctypes.c_int(), ctypes.c_int()
+    name, function = find("keliWarpAffineGetSize")
+    run(name, function, src_size, dst_size, dtype, _ptr(m), kind, direction, border_word, ctypes.byref(spec_size),
+        ctypes.byref(init_size))
+    spec = np.zeros(spec_size.value, np.uint8)
+    init = "keliWarpAffineNearestInit" if kind == 1 else "keliWarpAffineLinearInit"
+    name, function = find(init)
+    status = run(name, function, src_size, dst_size, dtype, _ptr(m), direction, channels, border_word,
+                 values.ctypes.data, 1 if smooth else 0, spec.ctypes.data)
+    if status == 30:  # nothing of the source reaches the output: it stays as it was
+        return dst.array
+    buf_size = ctypes.c_int()
+    name, function = find("keliWarpGetBufferSize")
+    run(name, function, spec.ctypes.data, dst_size, ctypes.byref(buf_size))
+    buffer = np.zeros(max(buf_size.value, 1), np.uint8)
+    kind_name = "Nearest" if kind == 1 else "Linear"
+    name, function = find(f"keliWarpAffine{kind_name}_{{t}}_{{l}}R", t=s.token, l=s.layout)
+    run(name, function, s.ptr, s.step, dst.ptr, dst.step, _types.KeliPoint(0, 0), dst_size, spec.ctypes.data,
+        buffer.ctypes.data)
+    return dst.array

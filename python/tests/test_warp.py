@@ -52,3 +52,75 @@ def test_source_region():
     assert warp.affine_source_region((100, 100), [[2, 0, 0], [0, 2, 0]], (0, 0, 10, 10), inverse=True) == (0, 0, 20, 20)
     with pytest.raises(keli.Error):
         warp.affine_source_region((100, 100), [[1, 1, 0], [1, 1, 0]], (0, 0, 10, 10))
+
+
+def _nearest_model(a, inv, shape):
+    """Nearest inside the source, ties upward; positions by the destination-to-source matrix."""
+    h, w = shape
+    out = np.zeros((h, w) + a.shape[2:], a.dtype)
+    for y in range(h):
+        for x in range(w):
+            sx = inv[0, 0] * x + inv[0, 1] * y + inv[0, 2]
+            sy = inv[1, 0] * x + inv[1, 1] * y + inv[1, 2]
+            if -1e-9 <= sx <= a.shape[1] - 1 + 1e-9 and -1e-9 <= sy <= a.shape[0] - 1 + 1e-9:
+                out[y, x] = a[int(math.floor(sy + 0.5)), int(math.floor(sx + 0.5))]
+    return out
+
+
+@pytest.mark.parametrize("dtype", [np.uint8, np.uint16, np.int16, np.float32, np.float64])
+@pytest.mark.parametrize("channels", [1, 3, 4])
+def test_nearest_matches_a_numpy_model(dtype, channels):
+    rng = np.random.default_rng(5)
+    shape = (13, 17) if channels == 1 else (13, 17, channels)
+    a = (rng.random(shape) * 200).astype(dtype)
+    inv = np.array([[0.5, -0.25, 4.0], [0.25, 0.5, 1.0]])  # dyadic: no rounding in the positions
+    got = keli.warp_affine(a, inv, (15, 20), interpolation="nearest", border="transparent", inverse=True)
+    np.testing.assert_array_equal(got, _nearest_model(a, inv, (15, 20)))
+
+
+def test_linear_half_shift_averages_and_rounds_to_even():
+    a = np.array([[10, 21, 40, 255], [0, 3, 100, 101]], np.uint16)
+    got = keli.warp_affine(a, [[1, 0, 0.5], [0, 1, 0]], (2, 4), border="replicate", inverse=True)
+    # 15.5 -> 16, 30.5 -> 30, 147.5 -> 148, then the last column replicated; row 2 likewise
+    np.testing.assert_array_equal(got, [[16, 30, 148, 255], [2, 52, 100, 101]])
+
+
+def test_whole_pixel_shift_copies_and_fills():
+    a = np.arange(20, dtype=np.float32).reshape(4, 5)
+    got = keli.warp_affine(a, [[1, 0, 2], [0, 1, -1]], (4, 6), border="constant", value=-1)
+    want = np.full((4, 6), -1, np.float32)
+    want[0:3, 2:6] = a[1:4, 0:4]
+    np.testing.assert_array_equal(got, want)
+
+
+def test_transparent_keeps_out_and_smooth_blends_only_outside():
+    a = np.full((20, 20), 200, np.uint8)
+    m = warp.rotation_matrix(30, center=(10, 10))
+    base = np.full((24, 24), 10, np.uint8)
+    plain = keli.warp_affine(a, m, (24, 24), border="transparent", out=base.copy())
+    smooth = keli.warp_affine(a, m, (24, 24), border="transparent", smooth=True, out=base.copy())
+    assert (plain[0, :3] == 10).all() and plain[10, 10] == 200
+    changed = smooth != plain
+    assert changed.any()
+    assert (plain[changed] == 10).all()  # only pixels the warp left alone are blended
+    assert ((smooth[changed] > 10) & (smooth[changed] < 200)).all()
+
+
+def test_missing_source_warns_and_leaves_out():
+    a = np.ones((4, 4), np.uint8)
+    out = np.full((3, 3), 7, np.uint8)
+    with pytest.warns(keli.KeliWarning):
+        keli.warp_affine(a, [[1, 0, 50.5], [0, 1, 0]], (3, 3), border="transparent", out=out)
+    assert (out == 7).all()
+
+
+def test_warp_errors():
+    a = np.ones((4, 4), np.uint8)
+    with pytest.raises(keli.Error):
+        keli.warp_affine(a, [[1, 2, 0], [2, 4, 0]], (4, 4))
+    with pytest.raises(keli.Error):
+        keli.warp_affine(a, np.eye(2, 3), (4, 4), border="replicate", smooth=True)
+    with pytest.raises(ValueError):
+        keli.warp_affine(a, np.eye(2, 3), (4, 4), interpolation="bicubic")
+    with pytest.raises(ValueError):
+        keli.warp_affine(a, np.eye(3), (4, 4))

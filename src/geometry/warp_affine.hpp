@@ -219,6 +219,53 @@ template <class T, int C, int Kind> struct General {
     }
 };
 
+// The smooth-edge pass. Each edge of the source's quadrangle is walked along its major axis,
+// one pixel a step; where the edge passes between a pixel A that the interval holds and its
+// neighbour B across the edge that it does not, B takes A's share: B' wB + A wA, each weight
+// the distance from the edge to that pixel's centre, so a neighbour that the edge almost
+// reaches becomes almost A. Integer results are truncated after adding 0.5.
+template <class T, int C> void smooth_edges(const Job<T, C>& j, const Spec& s)
+{
+    const double* q = s.quad;
+    const double cx = (q[0] + q[2] + q[4] + q[6]) / 4, cy = (q[1] + q[3] + q[5] + q[7]) / 4;
+    auto inside = [&](std::int64_t x, std::int64_t y) {
+        if (y < s.rowFirst || y > s.rowLast) return false;
+        const Interval iv = load_interval(s.intervals, y - s.rowFirst);
+        return x >= iv.first && x <= iv.last;
+    };
+    auto in_roi = [&](std::int64_t x, std::int64_t y) { return x >= j.x0 && x <= j.x1 && y >= j.y0 && y <= j.y1; };
+    std::int64_t lastX = -1, lastY = -1;
+    for (int e = 0; e < 4; ++e) {
+        const double px = q[2 * e], py = q[2 * e + 1], qx = q[(2 * e + 2) & 7], qy = q[(2 * e + 3) & 7];
+        const bool alongX = std::fabs(qx - px) >= std::fabs(qy - py);
+        // Major axis u, minor axis v: v(u) by linear interpolation along the edge.
+        const double u0 = alongX ? px : py, u1 = alongX ? qx : qy, v0 = alongX ? py : px, v1 = alongX ? qy : qx;
+        const double centre = alongX ? cy : cx;
+        if (std::fabs(u1 - u0) < 1e-10) continue;
+        const std::int64_t lo = std::max<std::int64_t>(std::int64_t(std::ceil(std::min(u0, u1))), alongX ? j.x0 : j.y0);
+        const std::int64_t hi = std::min<std::int64_t>(std::int64_t(std::floor(std::max(u0, u1))), alongX ? j.x1 : j.y1);
+        for (std::int64_t u = lo; u <= hi; ++u) {
+            const double v = v0 + (double(u) - u0) * (v1 - v0) / (u1 - u0);
+            const double fl = std::floor(v);
+            if (fl == v) continue;
+            const double a = centre > v ? fl + 1 : fl, b = centre > v ? fl : fl + 1;
+            const std::int64_t ax = alongX ? u : std::int64_t(a), ay = alongX ? std::int64_t(a) : u;
+            const std::int64_t bx = alongX ? u : std::int64_t(b), by = alongX ? std::int64_t(b) : u;
+            if (!in_roi(ax, ay) || !in_roi(bx, by) || !inside(ax, ay) || inside(bx, by)) continue;
+            if (bx == lastX && by == lastY) continue;
+            lastX = bx, lastY = by;
+            const double wA = std::fabs(v - a), wB = std::fabs(v - b);
+            const T* pa = j.at(ax, ay);
+            T* pb = j.at(bx, by);
+            for (int c = 0; c < C; ++c) {
+                const double sum = double(pb[c]) * wB + double(pa[c]) * wA;
+                if constexpr (std::is_floating_point_v<T>) pb[c] = T(sum);
+                else pb[c] = T(std::trunc(sum + 0.5));
+            }
+        }
+    }
+}
+
 template <class T, Layout L, int Kind>
 KelStatus warp_affine(const T* pSrc, std::int64_t srcStep, T* pDst, std::int64_t dstStep, std::int64_t offX,
                       std::int64_t offY, std::int64_t width, std::int64_t height, const KeliWarpSpec* pSpec,
@@ -268,6 +315,7 @@ KelStatus warp_affine(const T* pSrc, std::int64_t srcStep, T* pDst, std::int64_t
     General<T, C, Kind> g{j, s, s.separable, {}};
     if (s.separable) std::memcpy(&g.table, s.separable, sizeof g.table);
     const bool wrote = g.run();
+    if (s.smoothEdge && wrote) smooth_edges(j, s);
     return wrote ? status : kelStatusNoIntersection;
 }
 

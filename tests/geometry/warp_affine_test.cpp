@@ -102,7 +102,8 @@ struct Roi {
 // One call of a member against the model; returns the library's status.
 template <class T>
 KelStatus check_one(const Member<T>& mb, const Matrix& mx, std::uint32_t border, int sw, int sh, int dw, int dh,
-                    Roi roi, kit::Shape srcShape, kit::Shape dstShape, bool wide, kit::Rng& rng, KelStatus* initStatus)
+                    Roi roi, kit::Shape srcShape, kit::Shape dstShape, bool wide, kit::Rng& rng, KelStatus* initStatus,
+                    Kel32u smooth = 0)
 {
     const int C = mb.channels;
     const double bv[4] = {-7.5, 300.25, 77.5, 1e6};
@@ -115,10 +116,10 @@ KelStatus check_one(const Member<T>& mb, const Matrix& mx, std::uint32_t border,
     KelStatus is;
     if (wide)
         is = (mb.kind == 1 ? keliWarpAffineNearestInit_L : keliWarpAffineLinearInit_L)(
-            KeliSizeL{sw, sh}, KeliSizeL{dw, dh}, type_of<T>(), mx.m, mx.direction, C, KeliBorderType(border), bv, 0, sp);
+            KeliSizeL{sw, sh}, KeliSizeL{dw, dh}, type_of<T>(), mx.m, mx.direction, C, KeliBorderType(border), bv, smooth, sp);
     else
         is = (mb.kind == 1 ? keliWarpAffineNearestInit : keliWarpAffineLinearInit)(
-            KeliSize{sw, sh}, KeliSize{dw, dh}, type_of<T>(), mx.m, mx.direction, C, KeliBorderType(border), bv, 0, sp);
+            KeliSize{sw, sh}, KeliSize{dw, dh}, type_of<T>(), mx.m, mx.direction, C, KeliBorderType(border), bv, smooth, sp);
     *initStatus = is;
     EXPECT_GE(is, 0) << mb.name << " " << mx.name;
     for (std::size_t i = std::size_t(specSize); i < spec.size(); ++i) EXPECT_EQ(spec[i], 0xCD) << "spec overrun";
@@ -151,6 +152,7 @@ KelStatus check_one(const Member<T>& mb, const Matrix& mx, std::uint32_t border,
     const int w = std::min(roi.w, dw - roi.x), h = std::min(roi.h, dh - roi.y);
     reference::WarpCase k{sw, sh, dw, dh, C, mb.kind, border, {}, mx.direction, {bv[0], bv[1], bv[2], bv[3]}};
     std::copy(mx.m, mx.m + 6, k.coeffs);
+    k.smooth = smooth != 0;
     if (st != kelStatusNoIntersection)
         reference::warp_model<T>(k, s.data(), sw * C, want.data() + (roi.y * dw + roi.x) * C, dw * C, roi.x, roi.y, w, h);
     int bad = 0;
@@ -229,6 +231,30 @@ TEST(WarpAffine, SpansAcrossChunks)
 
 // A tiled run equals the whole run where the additions are exact (dyadic matrices), on the
 // whole-pixel route, and on the scale-only route.
+// Smooth edges blend the pixels just outside each edge; only with the transparent borders.
+template <class T> void smooth_members()
+{
+    kit::Rng rng;
+    const Matrix turn = turn30();
+    const Matrix cases[] = {turn, {"shear", {0.9, 0.2, -3, -0.15, 1.1, 2.5}, 1}, {"scale", {1.25, 0, 3.3, 0, 0.8, 2.6}, 0}};
+    for (const Member<T>& mb : members<T>())
+        for (const Matrix& mx : cases)
+            for (std::uint32_t border : {std::uint32_t(kelBorderTransp), std::uint32_t(kelBorderInMem)})
+                for (Roi roi : {Roi{0, 0, 31, 21}, Roi{3, 2, 17, 15}}) {
+                    KelStatus is;
+                    check_one<T>(mb, mx, border, 23, 17, 31, 21, roi, kit::Shape{}, kit::Shape{1, 0, false},
+                                 roi.x == 3, rng, &is, 1);
+                }
+}
+
+TEST(WarpAffine, SmoothEdges)
+{
+    smooth_members<Kel8u>();
+    smooth_members<Kel16s>();
+    smooth_members<Kel32f>();
+    smooth_members<Kel64f>();
+}
+
 TEST(WarpAffine, TilesEqualTheWholeRun)
 {
     const Matrix cases[] = {{"dyadic", {0.5, 0.25, 1.5, -0.25, 0.75, 2}, 1},

@@ -126,7 +126,49 @@ struct WarpCase {
     double coeffs[6];
     int direction;
     double borderValue[4];
+    bool smooth = false;
 };
+
+// The smooth-edge pass over the ROI: for each quadrangle edge and each whole step along its
+// longer axis, the pixel just outside the edge (B) blends with the one just inside (A).
+template <class T>
+void warp_smooth_model(const WarpCase& k, const std::vector<WarpRow>& core, T* dst, long dstStride, int x0, int y0,
+                       int w, int h)
+{
+    const WarpGeometry g = warp_geometry(k.coeffs, k.direction);
+    const double cs[4][2] = {{0, 0}, {double(k.sw - 1), 0}, {double(k.sw - 1), double(k.sh - 1)}, {0, double(k.sh - 1)}};
+    double q[4][2];
+    for (int i = 0; i < 4; ++i) {
+        q[i][0] = g.toDest[0] * cs[i][0] + g.toDest[1] * cs[i][1] + g.toDest[2];
+        q[i][1] = g.toDest[3] * cs[i][0] + g.toDest[4] * cs[i][1] + g.toDest[5];
+    }
+    const double cx = (q[0][0] + q[1][0] + q[2][0] + q[3][0]) / 4, cy = (q[0][1] + q[1][1] + q[2][1] + q[3][1]) / 4;
+    auto held = [&](long x, long y) { return y >= 0 && y < k.dh && x >= core[y].first && x <= core[y].last; };
+    auto roi = [&](long x, long y) { return x >= x0 && x < x0 + w && y >= y0 && y < y0 + h; };
+    long lastX = -1, lastY = -1;
+    for (int e = 0; e < 4; ++e) {
+        const double* p = q[e];
+        const double* r = q[(e + 1) % 4];
+        const int major = std::fabs(r[0] - p[0]) >= std::fabs(r[1] - p[1]) ? 0 : 1, minor = 1 - major;
+        if (std::fabs(r[major] - p[major]) < 1e-10) continue;
+        const double centre = minor == 1 ? cy : cx;
+        for (long u = long(std::ceil(std::min(p[major], r[major]))); u <= long(std::floor(std::max(p[major], r[major]))); ++u) {
+            const double v = p[minor] + (u - p[major]) * (r[minor] - p[minor]) / (r[major] - p[major]);
+            if (std::floor(v) == v) continue;
+            const double a = centre > v ? std::floor(v) + 1 : std::floor(v), b = centre > v ? std::floor(v) : std::floor(v) + 1;
+            const long ax = major == 0 ? u : long(a), ay = major == 0 ? long(a) : u;
+            const long bx = major == 0 ? u : long(b), by = major == 0 ? long(b) : u;
+            if (!roi(ax, ay) || !roi(bx, by) || !held(ax, ay) || held(bx, by) || (bx == lastX && by == lastY)) continue;
+            lastX = bx, lastY = by;
+            for (int c = 0; c < k.channels; ++c) {
+                T& out = dst[(by - y0) * dstStride + (bx - x0) * k.channels + c];
+                const double sum = double(out) * std::fabs(v - b) +
+                                   double(dst[(ay - y0) * dstStride + (ax - x0) * k.channels + c]) * std::fabs(v - a);
+                out = std::is_floating_point_v<T> ? T(sum) : T(std::trunc(sum + 0.5));
+            }
+        }
+    }
+}
 
 // The model's result over the ROI (x0, y0, w, h) of dst (element stride dstStride a row), which
 // holds the destination's old content. src has srcStride elements a row.
@@ -271,7 +313,9 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
             for (long x = x0; x < x0 + w; ++x)
                 for (int c = 0; c < C; ++c) out(x, y)[c] = value[c];
     double rx = m[1] * y0 + m[2], ry = m[4] * y0 + m[5];
+    bool wrote = false;
     for (long y = y0; y < y0 + h; ++y, rx += m[1], ry += m[4]) {
+        wrote = wrote || std::max<long>(core[y].first, x0) <= std::min<long>(core[y].last, x0 + w - 1);
         if (separable) rx = m[1] * y + m[2], ry = m[4] * y + m[5];  // no accumulation without a turn
         const long a = std::max<long>(core[y].first, x0), b = std::min<long>(core[y].last, x0 + w - 1);
         double X = m[0] * a + rx, Y = m[3] * a + ry;
@@ -312,6 +356,7 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
             }
         }
     }
+    if (k.smooth && wrote) warp_smooth_model(k, core, dst, dstStride, x0, y0, w, h);
 }
 
 }  // namespace reference
