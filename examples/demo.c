@@ -29,6 +29,7 @@ int main(int argc, char** argv)
     demo_stats_products(&d);
     demo_stats_sad(&d);
     demo_geometry_remap(&d);
+    demo_geometry_warp(&d);
     demo_filter_box(&d);
     demo_filter_general(&d);
     demo_frequency_fft(&d);

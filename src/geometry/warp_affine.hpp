@@ -1,4 +1,4 @@
-// keliWarpAffine{Nearest,Linear}: the work functions. One body serves all members: the checks in
+// keliWarpAffine{Nearest,Linear,Cubic}: the work functions. One body serves all members: the checks in
 // the family's order, the whole-pixel shift route, and the row walk that hands each row's
 // interval to the row kernels and the rest of the ROI to the border rule.
 #pragma once
@@ -119,6 +119,24 @@ template <class T, int C, int Kind> struct General {
     const Spec& s;
     const Separable* sep;  // scale-only route, or null
     Separable table;
+    CubicRule<Real<T>> rule;
+    bool cubicTables;  // Cubic: the ROI covers enough of the table's rectangle to use it
+
+    // One Cubic pixel of the scale-only route: indexes and weights from the tables.
+    void cubic_table_pixel(std::int64_t x, std::int64_t y) const
+    {
+        static const bool kIn[4] = {true, true, true, true};
+        std::int32_t xi, yi;
+        alignas(16) float wx[4], wy[4];
+        std::memcpy(&xi, table.xIndex + (x - table.x0), sizeof xi);
+        std::memcpy(&yi, table.yIndex + (y - table.y0), sizeof yi);
+        std::memcpy(wx, table.xWeights + 4 * (x - table.x0), sizeof wx);
+        std::memcpy(wy, table.yWeights + 4 * (y - table.y0), sizeof wy);
+        std::int64_t tx[4], ty[4];
+        cubic_taps(xi, j.src.width, s.border & kelBorderInMemLeft, s.border & kelBorderInMemRight, tx);
+        cubic_taps(yi, j.src.height, s.border & kelBorderInMemTop, s.border & kelBorderInMemBottom, ty);
+        if constexpr (!std::is_same_v<T, Kel64f>) cubic_pixel<T, C>(j.src, j.at(x, y), tx, ty, wx, wy, kIn, kIn, nullptr);
+    }
 
     // Repl outside the interval: each pixel from its own position m00 x + row start.
     void repl_pixels(std::int64_t y, std::int64_t a, std::int64_t b, double rx, double ry) const
@@ -128,6 +146,8 @@ template <class T, int C, int Kind> struct General {
             const double X = m[0] * double(x) + rx, Y = m[3] * double(x) + ry;
             if constexpr (Kind == kelNearest) {
                 nearest_clamped<T, C>(j.src, j.at(x, y), X, Y);
+            } else if constexpr (Kind == kelCubic) {
+                cubic_border_pixel<T, C>(j.src, j.at(x, y), X, Y, false, rule, j.value);
             } else {
                 linear_border_pixel<T, C>(j.src, j.at(x, y), repl_tap<T>(X, j.src.width),
                                           repl_tap<T>(Y, j.src.height), j.value);
@@ -146,6 +166,8 @@ template <class T, int C, int Kind> struct General {
             if (sep) X = m[0] * double(x) + rx, Y = m[3] * double(x) + ry;
             if constexpr (Kind == kelNearest) {
                 nearest_clamped<T, C>(j.src, j.at(x, y), X, Y);
+            } else if constexpr (Kind == kelCubic) {
+                cubic_border_pixel<T, C>(j.src, j.at(x, y), X, Y, true, rule, j.value);
             } else {
                 linear_border_pixel<T, C>(j.src, j.at(x, y), const_tap<T>(X, j.src.width),
                                           const_tap<T>(Y, j.src.height), j.value);
@@ -157,6 +179,15 @@ template <class T, int C, int Kind> struct General {
     {
         const double* m = s.toSource;
         const int n = int(b - a + 1);
+        if constexpr (Kind == kelCubic) {
+            if (cubicTables) {
+                for (std::int64_t x = a; x <= b; ++x) cubic_table_pixel(x, y);
+            } else {
+                cubic_span<T, C>(j.src, j.at(a, y), n, m[0] * double(a) + rx, m[3] * double(a) + ry, m[0], m[3], rule,
+                                 s.border & kInMemAll);
+            }
+            return;
+        }
         if (sep) {
             std::int32_t yi;
             float fy;
@@ -311,9 +342,17 @@ KelStatus warp_affine(const T* pSrc, std::int64_t srcStep, T* pDst, std::int64_t
         const KelStatus st = run_translation(j, t, s.border);
         return st != kelStatusOk ? st : status;  // a miss outranks the trimmed ROI
     }
+    if (Kind == kelCubic) fp.set_flush_to_zero(true);  // denormal products of tiny weights cost much and add nothing
     if (constant) fill_rect(j, j.x0, j.y0, j.x1, j.y1);
-    General<T, C, Kind> g{j, s, s.separable, {}};
-    if (s.separable) std::memcpy(&g.table, s.separable, sizeof g.table);
+    General<T, C, Kind> g{j, s, s.separable, {}, CubicRule<Real<T>>::make(s.cubicB, s.cubicC), false};
+    if (s.separable) {
+        std::memcpy(&g.table, s.separable, sizeof g.table);
+        // The table pass pays off only over a large enough piece of its rectangle; smaller
+        // pieces take the general route, tile or whole image alike.
+        const std::int64_t w = std::min<std::int64_t>(j.x1, g.table.x0 + g.table.width - 1) - std::max<std::int64_t>(j.x0, g.table.x0) + 1;
+        const std::int64_t h = std::min<std::int64_t>(j.y1, g.table.y0 + g.table.height - 1) - std::max<std::int64_t>(j.y0, g.table.y0) + 1;
+        g.cubicTables = Kind == kelCubic && w >= 32 && h >= 32;
+    }
     const bool wrote = g.run();
     if (s.smoothEdge && wrote) smooth_edges(j, s);
     return wrote ? status : kelStatusNoIntersection;

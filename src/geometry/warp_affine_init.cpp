@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "geometry/warp_affine_geometry.hpp"
+#include "frame/fp_guard.hpp"
+#include "geometry/rows/warp_affine.hpp"
 #include "geometry/warp_affine_spec.hpp"
 
 namespace keli {
@@ -204,6 +206,32 @@ void axis_table(std::int32_t first, std::int32_t count, double scale, double shi
     }
 }
 
+// Per-axis Cubic table: pos = (d - shift) x (1 / scale) held to the source span [lo, hi] that
+// the covered rectangle maps from, index trunc(pos) at most len - 2, four weights of the rest.
+void cubic_table(std::int32_t first, std::int32_t count, double scale, double shift, double lo, double hi,
+                 std::int32_t len, const CubicRule<float>& rule, std::int32_t* index, float* weights,
+                 std::int32_t& low, std::int32_t& high)
+{
+    const double inv = 1 / scale;
+    low = high = 0;
+    for (std::int32_t i = 0; i < count; ++i) {
+        double pos = (double(first + i) - shift) * inv;
+        if (pos < lo) {
+            pos = lo;
+            ++low;
+        } else if (pos > hi) {
+            pos = hi;
+            ++high;
+        }
+        const double whole = std::min(std::trunc(pos), double(len - 2));
+        const std::int32_t idx = std::int32_t(whole);
+        float w[4];
+        rule.weights(float(pos - whole), w);
+        std::memcpy(index + i, &idx, sizeof idx);
+        std::memcpy(weights + 4 * i, w, sizeof w);
+    }
+}
+
 // A pointer into the spec at a byte offset, for byte-wise access; offsets advance in eights.
 template <class T> T* at(unsigned char* base, std::size_t& offset, std::size_t count)
 {
@@ -325,6 +353,30 @@ KelStatus affine_init(const InitArgs& a)
         axis_table(p.sepX0, p.sepWidth, p.toDest[0], p.toDest[2], s.srcWidth, t.xIndex, t.xFraction, t.xLow, t.xHigh);
         axis_table(p.sepY0, p.sepHeight, p.toDest[4], p.toDest[5], s.srcHeight, t.yIndex, t.yFraction, t.yLow,
                    t.yHigh);
+        std::memcpy(s.separable, &t, sizeof t);
+    }
+    if (p.separable && a.interpolation == kelCubic) {
+        // The table pass takes B and C in f32; denormals flush while its weights are made.
+        FpControlGuard fp;
+        fp.set_flush_to_zero(true);
+        const CubicRule<float> rule = CubicRule<float>::make(double(float(a.cubicB)), double(float(a.cubicC)));
+        Rect core, ext;
+        bool hasExt;
+        rectangles(kelCubic, border, double(a.srcWidth), double(a.srcHeight), core, hasExt, ext);
+        Separable t{};
+        s.separable = at<Separable>(bytes, offset, 1);
+        t.x0 = p.sepX0;
+        t.y0 = p.sepY0;
+        t.width = p.sepWidth;
+        t.height = p.sepHeight;
+        t.xIndex = at<std::int32_t>(bytes, offset, std::size_t(p.sepWidth));
+        t.yIndex = at<std::int32_t>(bytes, offset, std::size_t(p.sepHeight));
+        t.xWeights = at<float>(bytes, offset, 4 * std::size_t(p.sepWidth));
+        t.yWeights = at<float>(bytes, offset, 4 * std::size_t(p.sepHeight));
+        cubic_table(p.sepX0, p.sepWidth, p.toDest[0], p.toDest[2], std::min(core.x0, core.x1), std::max(core.x0, core.x1),
+                    s.srcWidth, rule, t.xIndex, t.xWeights, t.xLow, t.xHigh);
+        cubic_table(p.sepY0, p.sepHeight, p.toDest[4], p.toDest[5], std::min(core.y0, core.y1), std::max(core.y0, core.y1),
+                    s.srcHeight, rule, t.yIndex, t.yWeights, t.yLow, t.yHigh);
         std::memcpy(s.separable, &t, sizeof t);
     }
     if (a.smoothEdge) {

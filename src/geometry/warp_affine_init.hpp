@@ -65,6 +65,23 @@ inline KelStatus affine_linear_init(KeliSizeL src, KeliSizeL dst, KelDataType da
                                 0, 0, border, borderValue, smoothEdge, spec, kelLinear, true});
 }
 
+inline KelStatus affine_cubic_init(KeliSize src, KeliSize dst, KelDataType dataType, const double* coeffs,
+                                   std::uint32_t direction, int numChannels, double b, double c, KeliBorderType border,
+                                   const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec, Kel8u*)
+{
+    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
+                                b, c, border, borderValue, smoothEdge, spec, kelCubic, false});
+}
+
+// The tables are computed in place, so the init buffer is not needed.
+inline KelStatus affine_cubic_init(KeliSizeL src, KeliSizeL dst, KelDataType dataType, const double* coeffs,
+                                   std::uint32_t direction, int numChannels, double b, double c, KeliBorderType border,
+                                   const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec, Kel8u*)
+{
+    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
+                                b, c, border, borderValue, smoothEdge, spec, kelCubic, true});
+}
+
 KelStatus buffer_size(const KeliWarpSpec* spec, std::int64_t width, std::int64_t height, bool wide,
                       std::int64_t& size);
 

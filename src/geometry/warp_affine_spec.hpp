@@ -36,6 +36,8 @@ struct Separable {
     float* xFraction;
     std::int32_t* yIndex;
     float* yFraction;
+    float* xWeights;  // Cubic: four weights a position, taps at index - 1 .. index + 2
+    float* yWeights;
 };
 
 struct Spec {

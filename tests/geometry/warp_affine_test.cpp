@@ -37,6 +37,8 @@ template <class T> struct Member {
         KELI_WARP_MEMBER(Nearest, 1, T, C1, 1), KELI_WARP_MEMBER(Nearest, 1, T, C3, 3),                     \
             KELI_WARP_MEMBER(Nearest, 1, T, C4, 4), KELI_WARP_MEMBER(Linear, 2, T, C1, 1),                  \
             KELI_WARP_MEMBER(Linear, 2, T, C3, 3), KELI_WARP_MEMBER(Linear, 2, T, C4, 4),                   \
+            KELI_WARP_MEMBER(Cubic, 6, T, C1, 1), KELI_WARP_MEMBER(Cubic, 6, T, C3, 3),                     \
+            KELI_WARP_MEMBER(Cubic, 6, T, C4, 4),                                                           \
     }
 
 template <class T> std::vector<Member<T>> members();
@@ -114,7 +116,15 @@ KelStatus check_one(const Member<T>& mb, const Matrix& mx, std::uint32_t border,
     std::vector<unsigned char> spec(std::size_t(specSize) + 16, 0xCD);
     auto* sp = reinterpret_cast<KeliWarpSpec*>(spec.data());
     KelStatus is;
-    if (wide)
+    // Cubic with B, C of the family's common kinds, chosen by the matrix's first entry.
+    const double B = std::fabs(mx.m[0]) > 1 ? 1.0 / 3 : 0, Cc = std::fabs(mx.m[0]) > 1 ? 1.0 / 3 : 0.5;
+    std::vector<Kel8u> initBuf(std::size_t(std::max(initSize, 1)));
+    if (mb.kind == kelCubic)
+        is = wide ? keliWarpAffineCubicInit_L(KeliSizeL{sw, sh}, KeliSizeL{dw, dh}, type_of<T>(), mx.m, mx.direction, C, B,
+                                              Cc, KeliBorderType(border), bv, smooth, sp, initBuf.data())
+                  : keliWarpAffineCubicInit(KeliSize{sw, sh}, KeliSize{dw, dh}, type_of<T>(), mx.m, mx.direction, C, B, Cc,
+                                            KeliBorderType(border), bv, smooth, sp, initBuf.data());
+    else if (wide)
         is = (mb.kind == 1 ? keliWarpAffineNearestInit_L : keliWarpAffineLinearInit_L)(
             KeliSizeL{sw, sh}, KeliSizeL{dw, dh}, type_of<T>(), mx.m, mx.direction, C, KeliBorderType(border), bv, smooth, sp);
     else
@@ -129,20 +139,21 @@ KelStatus check_one(const Member<T>& mb, const Matrix& mx, std::uint32_t border,
     else EXPECT_GE(keliWarpGetBufferSize(sp, KeliSize{roi.w, roi.h}, &bufSize32), 0), bufSize = bufSize32;
     std::vector<Kel8u> buffer(std::size_t(std::max<KelSizeL>(bufSize, 1)));
 
-    kit::Image<T> src(sw, sh, C, srcShape), dst(dw, dh, C, dstShape);
-    src.fill([&] { return random_element<T>(rng); });
+    // The source lies inside a frame of two pixels, which the in-memory borders may read.
+    kit::Image<T> frame(sw + 4, sh + 4, C, srcShape), dst(dw, dh, C, dstShape);
+    frame.fill([&] { return random_element<T>(rng); });
     dst.fill([&] { return random_element<T>(rng); });
-    std::vector<T> s(std::size_t(sw * sh * C)), want(std::size_t(dw * dh * C));
-    for (int y = 0; y < sh; ++y)
-        for (int e = 0; e < sw * C; ++e) s[std::size_t(y * sw * C + e)] = src.at(0, y, e);
+    const T* srcData = &frame.at(2, 2);
+    const int srcStep = frame.step();
+    std::vector<T> want(std::size_t(dw * dh * C));
     for (int y = 0; y < dh; ++y)
         for (int e = 0; e < dw * C; ++e) want[std::size_t(y * dw * C + e)] = dst.at(0, y, e);
     const auto before = dst.snapshot();
 
     const KelStatus st =
-        wide ? mb.fnL(src.data(), src.step(), &dst.at(roi.x, roi.y), dst.step(), KeliPointL{roi.x, roi.y},
+        wide ? mb.fnL(srcData, srcStep, &dst.at(roi.x, roi.y), dst.step(), KeliPointL{roi.x, roi.y},
                       KeliSizeL{roi.w, roi.h}, sp, buffer.data())
-             : mb.fn(src.data(), src.step(), &dst.at(roi.x, roi.y), dst.step(), KeliPoint{roi.x, roi.y},
+             : mb.fn(srcData, srcStep, &dst.at(roi.x, roi.y), dst.step(), KeliPoint{roi.x, roi.y},
                      KeliSize{roi.w, roi.h}, sp, buffer.data());
     if (is == kelStatusNoIntersection) {
         EXPECT_EQ(st, kelStatusNoIntersection) << mb.name << " " << mx.name;
@@ -153,8 +164,9 @@ KelStatus check_one(const Member<T>& mb, const Matrix& mx, std::uint32_t border,
     reference::WarpCase k{sw, sh, dw, dh, C, mb.kind, border, {}, mx.direction, {bv[0], bv[1], bv[2], bv[3]}};
     std::copy(mx.m, mx.m + 6, k.coeffs);
     k.smooth = smooth != 0;
+    k.B = B, k.C = Cc;
     if (st != kelStatusNoIntersection)
-        reference::warp_model<T>(k, s.data(), sw * C, want.data() + (roi.y * dw + roi.x) * C, dw * C, roi.x, roi.y, w, h);
+        reference::warp_model<T>(k, srcData, srcStep / long(sizeof(T)), want.data() + (roi.y * dw + roi.x) * C, dw * C, roi.x, roi.y, w, h);
     int bad = 0;
     for (int y = 0; y < dh && bad < 5; ++y)
         for (int e = 0; e < dw * C && bad < 5; ++e) {
@@ -219,6 +231,31 @@ template <class T> void wide_spans()
             check_one<T>(mb, mx, w % 2 ? kelBorderConst : kelBorderRepl, 150, 12, 150, 10, Roi{w % 5, 1, w, 3},
                          kit::Shape{1, 0, false}, kit::Shape{w % 3, 0, false}, false, rng, &is);
         }
+}
+
+// The Cubic scale-only route: its tables serve ROIs that cover at least 32 x 32 of their
+// rectangle; smaller ones take the general route.
+template <class T> void cubic_tables()
+{
+    kit::Rng rng;
+    const Matrix cases[] = {{"grow", {1.75, 0, 0.3, 0, 2.25, -0.6}, 0}, {"mirror", {-0.8, 0, 33.5, 0, 0.9, 1.25}, 0}};
+    for (const Member<T>& mb : members<T>()) {
+        if (mb.kind != kelCubic) continue;
+        for (const Matrix& mx : cases)
+            for (std::uint32_t border : {kelBorderRepl, kelBorderConst, kelBorderTransp, kelBorderInMem})
+                for (Roi roi : {Roi{0, 0, 45, 40}, Roi{2, 3, 35, 33}, Roi{5, 5, 20, 30}}) {
+                    KelStatus is;
+                    check_one<T>(mb, mx, border, 22, 18, 45, 40, roi, kit::Shape{1, 0, false}, kit::Shape{}, roi.x == 2,
+                                 rng, &is);
+                }
+    }
+}
+
+TEST(WarpAffine, CubicTables)
+{
+    cubic_tables<Kel8u>();
+    cubic_tables<Kel16u>();
+    cubic_tables<Kel32f>();
 }
 
 TEST(WarpAffine, SpansAcrossChunks)

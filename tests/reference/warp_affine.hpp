@@ -127,16 +127,55 @@ struct WarpCase {
     int direction;
     double borderValue[4];
     bool smooth = false;
+    double B = 0, C = 0;  // Cubic
 };
+
+// Cubic weights of the taps -1, 0, 1, 2 at fraction t, in R, with constants of B and C
+// computed in double.
+template <class R> void warp_cubic_weights(double B, double C, R t, R w[4])
+{
+    const R a = std::fabs(t);
+    if (a <= R(1e-16)) t = 0;
+    const R t2 = a <= R(1e-8) ? R(0) : t * t;
+    const R t3 = a <= R(4.6416e-6) ? R(0) : t2 * t;
+    w[0] = R(B / 6) - t * R(B / 2 + C) + t2 * R(2 * C + B / 2) + t3 * R(-B / 6 - C);
+    w[1] = R(1 - B / 3) + t2 * R(C - 3 + 2 * B) + t3 * R(2 - C - 1.5 * B);
+    w[2] = R(B / 6) + t * R(B / 2 + C) - t2 * R(2 * C - 3 + 2.5 * B) - t3 * R(2 - C - 1.5 * B);
+    w[3] = t3 * R(B / 6 + C) - t2 * R(C);
+}
+
+// The source rectangle of the interval table and of the Const band, by kind and border.
+inline void warp_rects(int kind, std::uint32_t border, int sw, int sh, double core[4], bool& hasExt, double ext[4])
+{
+    const std::uint32_t base = border & 15u;
+    const double W = sw, H = sh;
+    double c[4] = {0, 0, W - 1, H - 1}, e[4] = {0, 0, 0, 0};
+    hasExt = false;
+    if (kind != 6) {
+        if (border != 0xF0 && base == 6) {
+            hasExt = true;
+            const double r = kind == 1 ? 0.5 : 1;
+            e[0] = -r, e[1] = -r, e[2] = W - 1 + r, e[3] = H - 1 + r;
+        }
+    } else if (border != 0xF0 && base == 7) {
+        c[0] = border & 64 ? 0 : 1, c[1] = border & 16 ? 0 : 1, c[2] = border & 128 ? W - 1 : W - 2;
+        c[3] = border & 32 ? H - 1 : H - 2;
+    } else if (border != 0xF0) {
+        c[0] = 1, c[1] = 1, c[2] = W - 2, c[3] = H - 2;
+        if (base == 6) hasExt = true, e[0] = -2, e[1] = -2, e[2] = W + 1, e[3] = H + 1;
+    }
+    std::copy(c, c + 4, core);
+    std::copy(e, e + 4, ext);
+}
 
 // The smooth-edge pass over the ROI: for each quadrangle edge and each whole step along its
 // longer axis, the pixel just outside the edge (B) blends with the one just inside (A).
 template <class T>
-void warp_smooth_model(const WarpCase& k, const std::vector<WarpRow>& core, T* dst, long dstStride, int x0, int y0,
-                       int w, int h)
+void warp_smooth_model(const WarpCase& k, const std::vector<WarpRow>& core, const double cr[4], T* dst, long dstStride,
+                       int x0, int y0, int w, int h)
 {
     const WarpGeometry g = warp_geometry(k.coeffs, k.direction);
-    const double cs[4][2] = {{0, 0}, {double(k.sw - 1), 0}, {double(k.sw - 1), double(k.sh - 1)}, {0, double(k.sh - 1)}};
+    const double cs[4][2] = {{cr[0], cr[1]}, {cr[2], cr[1]}, {cr[2], cr[3]}, {cr[0], cr[3]}};
     double q[4][2];
     for (int i = 0; i < 4; ++i) {
         q[i][0] = g.toDest[0] * cs[i][0] + g.toDest[1] * cs[i][1] + g.toDest[2];
@@ -189,7 +228,7 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
 
     // The whole-pixel shift.
     const double* q = k.coeffs;
-    if (q[0] == 1 && q[4] == 1 && q[1] == 0 && q[3] == 0 && q[2] == std::nearbyint(q[2]) && q[5] == std::nearbyint(q[5])) {
+    if (k.kind != 6 && q[0] == 1 && q[4] == 1 && q[1] == 0 && q[3] == 0 && q[2] == std::nearbyint(q[2]) && q[5] == std::nearbyint(q[5])) {
         const long tx = long(k.direction == 0 ? q[2] : -q[2]), ty = long(k.direction == 0 ? q[5] : -q[5]);
         for (long y = y0; y < y0 + h; ++y)
             for (long x = x0; x < x0 + w; ++x) {
@@ -206,17 +245,83 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
         return;
     }
 
-    const auto core = warp_rows(g.toDest, 0, 0, k.sw - 1, k.sh - 1, k.dw, k.dh);
+    const bool cubic = k.kind == 6;
+    double cr[4], er[4];
+    bool hasExt;
+    warp_rects(k.kind, k.border, k.sw, k.sh, cr, hasExt, er);
+    const auto core = warp_rows(g.toDest, cr[0], cr[1], cr[2], cr[3], k.dw, k.dh);
     std::vector<WarpRow> ext(k.dh);
-    if (constant)
-        ext = nearest ? warp_rows(g.toDest, -0.5, -0.5, k.sw - 0.5, k.sh - 0.5, k.dw, k.dh)
-                      : warp_rows(g.toDest, -1, -1, k.sw, k.sh, k.dw, k.dh);
+    if (constant) ext = warp_rows(g.toDest, er[0], er[1], er[2], er[3], k.dw, k.dh);
     const double d = g.toDest[1] == 0 && g.toDest[3] == 0 ? std::min(std::fabs(g.toDest[0]), std::fabs(g.toDest[4])) : -1;
-    const bool separable = !nearest && (std::is_same_v<T, Kel16u> || std::is_same_v<T, Kel16s> ||
-                                        std::is_same_v<T, Kel32f>) && d >= 0;
+    const bool notWide = !std::is_same_v<T, Kel64f>;
+    int cx0 = 1 << 30, cx1 = -1, cy0 = 1 << 30, cy1 = -1;  // the covered rectangle
+    for (int y = 0; y < k.dh; ++y) {
+        if (core[y].crossed) cy0 = std::min(cy0, y), cy1 = std::max(cy1, y);
+        if (core[y].first <= core[y].last) cx0 = std::min(cx0, core[y].first), cx1 = std::max(cx1, core[y].last);
+    }
+    const bool tables = cy1 >= 0 && cx0 <= cx1 &&
+                        ((k.kind == 2 && notWide && !std::is_same_v<T, Kel8u> && d >= 0) ||
+                         (cubic && notWide && d >= 2.0 / 3.0));
+    const bool separable = tables && k.kind == 2;
+    const bool cubicTables = tables && cubic && std::min(x0 + w - 1, cx1) - std::max(x0, cx0) + 1 >= 32 &&
+                             std::min(y0 + h - 1, cy1) - std::max(y0, cy0) + 1 >= 32;
+    auto cubic_tap_index = [&](long v, int len, bool memLow, bool memHigh) {
+        return (!memLow && v < 0) ? 0L : (!memHigh && v > len - 1) ? long(len - 1) : v;
+    };
+    // 16 taps by the pairwise sums: rows by the x weights first.
+    auto cubic_out = [&](T* o, const long* xs, const long* ys, const R* wx, const R* wy, const bool* xin, const bool* yin) {
+        for (int c = 0; c < C; ++c) {
+            R hsum[4];
+            for (int r = 0; r < 4; ++r) {
+                R p[4];
+                for (int q = 0; q < 4; ++q) p[q] = xin[q] && yin[r] ? px(xs[q], ys[r], c) : R(value[c]);
+                hsum[r] = (wx[0] * p[0] + wx[1] * p[1]) + (wx[2] * p[2] + wx[3] * p[3]);
+            }
+            o[c] = warp_saturate<T>((wy[0] * hsum[0] + wy[1] * hsum[1]) + (wy[2] * hsum[2] + wy[3] * hsum[3]));
+        }
+    };
+    const bool in4[4] = {true, true, true, true};
+    auto cubic_interval = [&](T* o, double X, double Y) {
+        auto fl = [](double v) { return std::nearbyint(v) == v ? v : std::nearbyint(v - 0.5); };
+        const double i = std::clamp(fl(X), 0.0, double(k.sw - 2)), j = std::clamp(fl(Y), 0.0, double(k.sh - 2));
+        R wx[4], wy[4];
+        warp_cubic_weights<R>(k.B, k.C, R(X - i), wx);
+        warp_cubic_weights<R>(k.B, k.C, R(Y - j), wy);
+        long xs[4], ys[4];
+        for (int q = 0; q < 4; ++q) {
+            xs[q] = cubic_tap_index(long(i) + q - 1, k.sw, k.border & 64, k.border & 128);
+            ys[q] = cubic_tap_index(long(j) + q - 1, k.sh, k.border & 16, k.border & 32);
+        }
+        cubic_out(o, xs, ys, wx, wy, in4, in4);
+    };
+    auto cubic_border = [&](T* o, double X, double Y, bool band) {
+        long xs[4], ys[4];
+        bool xin[4], yin[4];
+        R wx[4], wy[4];
+        auto axis = [&](double v, int len, long* t, bool* in, R* wt) {
+            const double i = band ? std::floor(v) : std::trunc(v);
+            warp_cubic_weights<R>(k.B, k.C, band ? R(v - i) : R(std::max(v - i, 0.0)), wt);
+            for (int q = 0; q < 4; ++q) {
+                const double at = i + q - 1;
+                in[q] = !band || (at >= 0 && at <= len - 1);
+                t[q] = long(std::clamp(at, 0.0, double(len - 1)));
+            }
+        };
+        axis(X, k.sw, xs, xin, wx);
+        axis(Y, k.sh, ys, yin, wy);
+        cubic_out(o, xs, ys, wx, wy, xin, yin);
+    };
+    auto cubic_table = [&](long di, double scale, double shift, double lo, double hi, int len, long& idx, float* wt) {
+        double pos = (double(di) - shift) * (1 / scale);
+        pos = std::clamp(pos, lo, hi);
+        const double whole = std::min(std::trunc(pos), double(len - 2));
+        idx = long(whole);
+        warp_cubic_weights<float>(double(float(k.B)), double(float(k.C)), float(pos - whole), wt);
+    };
 
     // Pixel rules; each takes the position of the pixel.
     auto interval_pixel = [&](T* o, double X, double Y) {
+        if (cubic) return cubic_interval(o, X, Y);
         if (nearest) {
             const long ix = long(warp_round_half_up(X)), iy = long(warp_round_half_up(Y));
             for (int c = 0; c < C; ++c) o[c] = src[iy * srcStride + ix * C + c];
@@ -254,6 +359,7 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
     // Border pixels: Repl (truncated index, clamped taps) or the Const band (floored index,
     // the value outside).
     auto border_pixel = [&](T* o, double X, double Y, bool band) {
+        if (cubic) return cubic_border(o, X, Y, band);
         if (nearest) {
             const long ix = long(std::clamp(warp_round_half_up(X), 0.0, double(k.sw - 1)));
             const long iy = long(std::clamp(warp_round_half_up(Y), 0.0, double(k.sh - 1)));
@@ -316,11 +422,22 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
     bool wrote = false;
     for (long y = y0; y < y0 + h; ++y, rx += m[1], ry += m[4]) {
         wrote = wrote || std::max<long>(core[y].first, x0) <= std::min<long>(core[y].last, x0 + w - 1);
-        if (separable) rx = m[1] * y + m[2], ry = m[4] * y + m[5];  // no accumulation without a turn
+        if (tables) rx = m[1] * y + m[2], ry = m[4] * y + m[5];  // no accumulation without a turn
         const long a = std::max<long>(core[y].first, x0), b = std::min<long>(core[y].last, x0 + w - 1);
         double X = m[0] * a + rx, Y = m[3] * a + ry;
         for (long x = a; x <= b; ++x, X += m[0], Y += m[3]) {
-            if (separable) {
+            if (cubicTables) {
+                long xi, yi;
+                float wx[4], wy[4];
+                cubic_table(x, g.toDest[0], g.toDest[2], std::min(cr[0], cr[2]), std::max(cr[0], cr[2]), k.sw, xi, wx);
+                cubic_table(y, g.toDest[4], g.toDest[5], std::min(cr[1], cr[3]), std::max(cr[1], cr[3]), k.sh, yi, wy);
+                long xs[4], ys[4];
+                for (int q = 0; q < 4; ++q) {
+                    xs[q] = cubic_tap_index(xi + q - 1, k.sw, k.border & 64, k.border & 128);
+                    ys[q] = cubic_tap_index(yi + q - 1, k.sh, k.border & 16, k.border & 32);
+                }
+                if constexpr (std::is_same_v<R, float>) cubic_out(out(x, y), xs, ys, wx, wy, in4, in4);
+            } else if (separable) {
                 long xi, yi;
                 float fx, fy;
                 table(x, g.toDest[0], g.toDest[2], k.sw, xi, fx);
@@ -344,7 +461,7 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
             auto band = [&](long from, long to) {
                 double Xb = m[0] * from + rx, Yb = m[3] * from + ry;
                 for (long x = from; x <= to; ++x, Xb += m[0], Yb += m[3]) {
-                    if (separable) Xb = m[0] * x + rx, Yb = m[3] * x + ry;
+                    if (tables) Xb = m[0] * x + rx, Yb = m[3] * x + ry;
                     border_pixel(out(x, y), Xb, Yb, true);
                 }
             };
@@ -356,7 +473,7 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
             }
         }
     }
-    if (k.smooth && wrote) warp_smooth_model(k, core, dst, dstStride, x0, y0, w, h);
+    if (k.smooth && wrote) warp_smooth_model(k, core, cr, dst, dstStride, x0, y0, w, h);
 }
 
 }  // namespace reference

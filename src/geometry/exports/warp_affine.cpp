@@ -101,6 +101,16 @@ KELI_API KelStatus keliWarpAffineLinearInit_L(KeliSizeL srcSize, KeliSizeL dstSi
     return keli::warp::affine_linear_init(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
 }
 
+KELI_API KelStatus keliWarpAffineCubicInit(KeliSize srcSize, KeliSize dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, Kel64f b, Kel64f c, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec, Kel8u* pInitBuf)
+{
+    return keli::warp::affine_cubic_init(srcSize, dstSize, dataType, coeffs, direction, numChannels, b, c, border, pBorderValue, smoothEdge, pSpec, pInitBuf);
+}
+
+KELI_API KelStatus keliWarpAffineCubicInit_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, Kel64f b, Kel64f c, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec, Kel8u* pInitBuf)
+{
+    return keli::warp::affine_cubic_init(srcSize, dstSize, dataType, coeffs, direction, numChannels, b, c, border, pBorderValue, smoothEdge, pSpec, pInitBuf);
+}
+
 KELI_API KelStatus keliWarpGetBufferSize(const KeliWarpSpec* pSpec, KeliSize dstSize, int* pBufSize)
 {
     return keli::warp::warp_get_buffer_size(pSpec, dstSize, pBufSize);
@@ -261,6 +271,81 @@ KELI_API KelStatus keliWarpAffineLinear_64f_C4R(const Kel64f* pSrc, int srcStep,
     return keli::warp::warp_affine_image<Kel64f, keli::Layout::C4, kelLinear>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
 }
 
+KELI_API KelStatus keliWarpAffineCubic_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel8u, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel8u, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel8u, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16u, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16u, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16u, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16s, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16s, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16s, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel32f, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel32f, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel32f, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel64f, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_64f_C3R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel64f, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_64f_C4R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel64f, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
 KELI_API KelStatus keliWarpAffineNearest_8u_C1R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
 {
     return keli::warp::warp_affine_image<Kel8u, keli::Layout::C1, kelNearest>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
@@ -409,6 +494,81 @@ KELI_API KelStatus keliWarpAffineLinear_64f_C3R_L(const Kel64f* pSrc, int64_t sr
 KELI_API KelStatus keliWarpAffineLinear_64f_C4R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
 {
     return keli::warp::warp_affine_image<Kel64f, keli::Layout::C4, kelLinear>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_8u_C1R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel8u, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_8u_C3R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel8u, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_8u_C4R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel8u, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16u_C1R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16u, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16u_C3R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16u, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16u_C4R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16u, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16s_C1R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16s, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16s_C3R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16s, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_16s_C4R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel16s, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_32f_C1R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel32f, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_32f_C3R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel32f, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_32f_C4R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel32f, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_64f_C1R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel64f, keli::Layout::C1, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_64f_C3R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel64f, keli::Layout::C3, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
+}
+
+KELI_API KelStatus keliWarpAffineCubic_64f_C4R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer)
+{
+    return keli::warp::warp_affine_image<Kel64f, keli::Layout::C4, kelCubic>(pSrc, srcStep, pDst, dstStep, dstRoiOffset, dstRoiSize, pSpec, pBuffer);
 }
 
 }  // extern "C"

@@ -344,6 +344,139 @@ void separable_span(const Source<T>& s, T* d, int n, const std::int32_t* xIndex,
     }
 }
 
+// Cubic weights of the taps at -1, 0, 1, 2 for a fraction t, from the constants of B and C
+// (computed in f64, kept in R). Powers of t too small to matter are taken as zero, which also
+// keeps denormal products out of the sums.
+template <class R> struct CubicRule {
+    R a0, a1, a2, a3, b0, b2, b3, c0, c1, c2, c3, d3, d2;
+
+    static CubicRule make(double B, double C)
+    {
+        return CubicRule{R(B / 6),         R(B / 2 + C), R(2 * C + B / 2), R(-B / 6 - C), R(1 - B / 3),
+                         R(C - 3 + 2 * B), R(2 - C - 1.5 * B), R(B / 6), R(B / 2 + C), R(2 * C - 3 + 2.5 * B),
+                         R(2 - C - 1.5 * B), R(B / 6 + C), R(C)};
+    }
+
+    void weights(R t, R w[4]) const
+    {
+        const R a = t < 0 ? -t : t;
+        if (a <= R(1e-16)) t = 0;
+        const R t2 = a <= R(1e-8) ? R(0) : t * t;
+        const R t3 = a <= R(4.6416e-6) ? R(0) : t2 * t;
+        w[0] = a0 - t * a1 + t2 * a2 + t3 * a3;
+        w[1] = b0 + t2 * b2 + t3 * b3;
+        w[2] = c0 + t * c1 - t2 * c2 - t3 * c3;
+        w[3] = t3 * d3 - t2 * d2;
+    }
+};
+
+// The cubic sum of 4 x 4 taps: each row by the x weights, then the rows by the y weights,
+// each sum taken in pairs, (w0 p0 + w1 p1) + (w2 p2 + w3 p3).
+template <class R> inline R cubic_sum(const R p[16], const R wx[4], const R wy[4])
+{
+    R h[4];
+    for (int r = 0; r < 4; ++r) {
+        const R* q = p + 4 * r;
+        h[r] = (wx[0] * q[0] + wx[1] * q[1]) + (wx[2] * q[2] + wx[3] * q[3]);
+    }
+    return (wy[0] * h[0] + wy[1] * h[1]) + (wy[2] * h[2] + wy[3] * h[3]);
+}
+
+// The same in f32 vectors: the four row products transposed so that one addition tree gives
+// the four row sums at once, then the weighted rows summed pairwise.
+inline float cubic_sum_sse(const float p[16], __m128 wx, __m128 wy)
+{
+    __m128 r0 = _mm_mul_ps(_mm_loadu_ps(p), wx), r1 = _mm_mul_ps(_mm_loadu_ps(p + 4), wx);
+    __m128 r2 = _mm_mul_ps(_mm_loadu_ps(p + 8), wx), r3 = _mm_mul_ps(_mm_loadu_ps(p + 12), wx);
+    _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+    const __m128 h = _mm_add_ps(_mm_add_ps(r0, r1), _mm_add_ps(r2, r3));
+    __m128 m = _mm_mul_ps(h, wy);
+    m = _mm_hadd_ps(m, m);
+    return _mm_cvtss_f32(_mm_hadd_ps(m, m));
+}
+
+// Tap indexes of one axis: i - 1 .. i + 2, each held inside the image unless that side's
+// pixels beyond the edge are memory the caller vouches for.
+inline void cubic_taps(std::int64_t i, std::int32_t len, bool memLow, bool memHigh, std::int64_t out[4])
+{
+    for (int k = 0; k < 4; ++k) {
+        std::int64_t v = i + k - 1;
+        if (!memLow && v < 0) v = 0;
+        if (!memHigh && v > len - 1) v = len - 1;
+        out[k] = v;
+    }
+}
+
+template <class T, int C>
+inline void cubic_pixel(const Source<T>& s, T* d, const std::int64_t xs[4], const std::int64_t ys[4],
+                        const Real<T> wx[4], const Real<T> wy[4], const bool xin[4], const bool yin[4], const T* value)
+{
+    using R = Real<T>;
+    const T* rows[4];
+    for (int r = 0; r < 4; ++r) rows[r] = s.row(ys[r]);
+    for (int c = 0; c < C; ++c) {
+        alignas(16) R p[16];
+        for (int r = 0; r < 4; ++r)
+            for (int k = 0; k < 4; ++k)
+                p[4 * r + k] = xin[k] && yin[r] ? R(rows[r][xs[k] * C + c]) : R(value[c]);
+        R v;
+        if constexpr (std::is_same_v<R, float>) v = cubic_sum_sse(p, _mm_loadu_ps(wx), _mm_loadu_ps(wy));
+        else v = cubic_sum(p, wx, wy);
+        d[c] = saturate<T>(v);
+    }
+}
+
+// Cubic over a span inside the interval: index floor(position) held to [0, last - 1].
+template <class T, int C>
+void cubic_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, double dy, const CubicRule<Real<T>>& rule,
+                std::uint32_t inMem)
+{
+    using R = Real<T>;
+    static const bool kIn[4] = {true, true, true, true};
+    alignas(16) double xs[kernel::kChunk], ys[kernel::kChunk];
+    for (int done = 0; done < n;) {
+        const int m = std::min(kernel::kChunk, n - done);
+        kernel::positions(X, Y, dx, dy, m, xs, ys);
+        for (int k = 0; k < m; ++k, d += C) {
+            const double i = std::clamp(floor_by_rounding(xs[k]), 0.0, double(s.width - 2));
+            const double j = std::clamp(floor_by_rounding(ys[k]), 0.0, double(s.height - 2));
+            alignas(16) R wx[4], wy[4];
+            rule.weights(R(xs[k] - i), wx);
+            rule.weights(R(ys[k] - j), wy);
+            std::int64_t tx[4], ty[4];
+            cubic_taps(std::int64_t(i), s.width, inMem & kelBorderInMemLeft, inMem & kelBorderInMemRight, tx);
+            cubic_taps(std::int64_t(j), s.height, inMem & kelBorderInMemTop, inMem & kelBorderInMemBottom, ty);
+            cubic_pixel<T, C>(s, d, tx, ty, wx, wy, kIn, kIn, nullptr);
+        }
+        done += m;
+    }
+}
+
+// Cubic beyond the interval: Repl truncates and clamps every tap, the Const band floors and
+// gives the taps outside the border value.
+template <class T, int C>
+void cubic_border_pixel(const Source<T>& s, T* d, double X, double Y, bool band, const CubicRule<Real<T>>& rule,
+                        const T* value)
+{
+    using R = Real<T>;
+    std::int64_t tx[4], ty[4];
+    bool xin[4], yin[4];
+    alignas(16) R wx[4], wy[4];
+    auto axis = [&](double v, std::int32_t len, std::int64_t* t, bool* in, R* w) {
+        const double i = band ? std::floor(v) : std::trunc(v);
+        rule.weights(band ? R(v - i) : R(std::max(v - i, 0.0)), w);
+        for (int k = 0; k < 4; ++k) {
+            const double at = i + k - 1;
+            in[k] = !band || (at >= 0 && at <= len - 1);
+            t[k] = std::int64_t(std::clamp(at, 0.0, double(len - 1)));
+        }
+    };
+    axis(X, s.width, tx, xin, wx);
+    axis(Y, s.height, ty, yin, wy);
+    static const T zeros[4] = {};
+    cubic_pixel<T, C>(s, d, tx, ty, wx, wy, xin, yin, value ? value : zeros);
+}
+
 // Border pixels, one at a time: beyond the intervals the taps need per-pixel limits.
 
 // Nearest, the index clamped to the image (Repl and the Const band).
