@@ -694,19 +694,22 @@ KelStatus st = keliRemap_8u_C1R(src, size, sStep, &roi, mx, mxStep, my, myStep, 
     ),
     "geometry/warp-affine": (
         'Affine warp',
-        """`keliWarpAffine{Nearest,Linear}`: `dst(x, y) = src(M (x, y))` through a 2 x 3 f64 matrix, row-major
+        """`keliWarpAffine{Nearest,Linear,Cubic}`: `dst(x, y) = src(M (x, y))` through a 2 x 3 f64 matrix, row-major
 `m00 m01 m02 m10 m11 m12`, pixel centres at integer coordinates: `direction` 0 maps source to
 destination (the library inverts it), 1 destination to source. Size with
-`keliWarpAffineGetSize`, initialise the spec once with `keliWarpAffine{Nearest,Linear}Init`
-(the spec is used at the address given, no alignment), size the work buffer with
+`keliWarpAffineGetSize`, initialise the spec once with `keliWarpAffine{Nearest,Linear,Cubic}Init`
+(the spec is used at the address given, no alignment; Cubic takes the family's `b` and `c`,
+0 and 0.5 for Catmull-Rom, and needs nothing in `pInitBuf`), size the work buffer with
 `keliWarpGetBufferSize` for the ROI, then warp the whole destination or any tile:
 `pDst` points at the ROI's first pixel, `dstRoiOffset` says where that is. Init scan-converts the
 source rectangle's image into one pixel interval per destination row (positions within 1e-13
 of an integer count as on it); kernels run over the intervals. `border`: `kelBorderConst` (the
 ROI is filled with `pBorderValue`, one f64 per channel, rounded to nearest even and saturated;
-a band of half a pixel (Nearest) or one pixel (Linear) around the image interpolates with the
-value), `kelBorderRepl` (every ROI pixel computed, taps clamped to the image),
-`kelBorderTransp` or `kelBorderInMem` (240) (only the interval's pixels are written).
+a band of half a pixel (Nearest), one (Linear) or two (Cubic) around the image interpolates with
+the value), `kelBorderRepl` (every ROI pixel computed, taps clamped to the image),
+`kelBorderTransp` or `kelBorderInMem` (240) (only the interval's pixels are written). Cubic's
+interval stops one pixel inside each edge unless that side's in-memory flag (16 top, 32
+bottom, 64 left, 128 right) lets its taps read beyond it.
 `smoothEdge` (transparent borders only) blends each pixel just outside the image's edges with
 the pixel just inside, weighted by their distances to the edge.
 Helpers: `keliGetRotateTransform` `(c, s, xShift; -s, c, yShift)` for `angle` degrees (0, 90,
@@ -723,7 +726,11 @@ equal the whole run on the whole-pixel and scale-only routes, and wherever those
 exact). Nearest: to nearest, ties upward. Linear 8u: the position in f32, truncated, at most
 the last pair (so the fraction reaches 1), vertical step first, f32. 16u, 16s, 32f: floor,
 fractions in f32, horizontal step first, f32; 64f the same in f64. Scale-only matrices (16u,
-16s, 32f) use per-axis tables `(d - m02) x (1 / m00)` and two f32 lerps. Integers round to
+16s, 32f) use per-axis tables `(d - m02) x (1 / m00)` and two f32 lerps. Cubic: floor held to
+[0, last - 1], weights of B and C in f32 (powers of tiny fractions taken as 0), rows filtered
+first, sums in pairs, denormals flushed during the call (64f in f64); scale-only matrices
+with both scales at least 2/3 use per-axis weight tables where the ROI covers 32 x 32 of
+them. Integers round to
 nearest even and saturate. A whole-pixel shift (m00 = m11 = 1, m01 = m10 = 0, integer shifts)
 copies bits.
 

@@ -89,7 +89,7 @@ def affine_source_region(source_shape, matrix, region, *, inverse=False):
     return (out.x, out.y, out.width, out.height)
 
 
-INTERPOLATION = {"nearest": 1, "linear": 2}
+INTERPOLATION = {"nearest": 1, "linear": 2, "cubic": 6}
 BORDERS = {"replicate": 1, "constant": 6, "transparent": 7, "in_memory": 0xF0}
 
 
@@ -104,11 +104,11 @@ def _choice(value, table, what):
 
 @documented("geometry/warp-affine")
 def warp_affine(a, matrix, shape, *, interpolation="linear", border="constant", value=0, inverse=False,
-                smooth=False, out=None):
+                smooth=False, cubic=(0.0, 0.5), out=None):
     """Warps image a through the 2x3 matrix into an output of shape (height, width) (plus a's
     channels). matrix maps source to destination, or destination to source with inverse=True.
 
-    interpolation: "nearest" or "linear". border: "constant" (value, a number or one per
+    interpolation: "nearest", "linear" or "cubic" (cubic=(B, C), Catmull-Rom by default). border: "constant" (value, a number or one per
     channel, rounded to the element type), "replicate", "transparent" (pixels the source does
     not reach keep out's values) or "in_memory". smooth=True blends the pixels just outside the
     source's edges with out (transparent borders only). A new output starts at 0."""
@@ -135,17 +135,24 @@ def warp_affine(a, matrix, shape, *, interpolation="linear", border="constant", 
     run(name, function, src_size, dst_size, dtype, _ptr(m), kind, direction, border_word, ctypes.byref(spec_size),
         ctypes.byref(init_size))
     spec = np.zeros(spec_size.value, np.uint8)
-    init = "keliWarpAffineNearestInit" if kind == 1 else "keliWarpAffineLinearInit"
-    name, function = find(init)
-    status = run(name, function, src_size, dst_size, dtype, _ptr(m), direction, channels, border_word,
-                 values.ctypes.data, 1 if smooth else 0, spec.ctypes.data)
+    kind_name = {1: "Nearest", 2: "Linear", 6: "Cubic"}.get(kind)
+    if kind_name is None:
+        raise ValueError(f"keli: interpolation is one of {sorted(INTERPOLATION)}, not {interpolation!r}")
+    name, function = find(f"keliWarpAffine{kind_name}Init")
+    if kind == 6:
+        init_buf = np.zeros(max(init_size.value, 1), np.uint8)
+        status = run(name, function, src_size, dst_size, dtype, _ptr(m), direction, channels, float(cubic[0]),
+                     float(cubic[1]), border_word, values.ctypes.data, 1 if smooth else 0, spec.ctypes.data,
+                     init_buf.ctypes.data)
+    else:
+        status = run(name, function, src_size, dst_size, dtype, _ptr(m), direction, channels, border_word,
+                     values.ctypes.data, 1 if smooth else 0, spec.ctypes.data)
     if status == 30:  # nothing of the source reaches the output: it stays as it was
         return dst.array
     buf_size = ctypes.c_int()
     name, function = find("keliWarpGetBufferSize")
     run(name, function, spec.ctypes.data, dst_size, ctypes.byref(buf_size))
     buffer = np.zeros(max(buf_size.value, 1), np.uint8)
-    kind_name = "Nearest" if kind == 1 else "Linear"
     name, function = find(f"keliWarpAffine{kind_name}_{{t}}_{{l}}R", t=s.token, l=s.layout)
     run(name, function, s.ptr, s.step, dst.ptr, dst.step, _types.KeliPoint(0, 0), dst_size, spec.ctypes.data,
         buffer.ctypes.data)

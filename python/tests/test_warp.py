@@ -124,3 +124,21 @@ def test_warp_errors():
         keli.warp_affine(a, np.eye(2, 3), (4, 4), interpolation="bicubic")
     with pytest.raises(ValueError):
         keli.warp_affine(a, np.eye(3), (4, 4))
+
+
+def _cubic_weights(t, b, c):
+    return np.array([b / 6 - t * (b / 2 + c) + t * t * (2 * c + b / 2) + t ** 3 * (-b / 6 - c),
+                     (1 - b / 3) + t * t * (c - 3 + 2 * b) + t ** 3 * (2 - c - 1.5 * b),
+                     b / 6 + t * (b / 2 + c) - t * t * (2 * c - 3 + 2.5 * b) - t ** 3 * (2 - c - 1.5 * b),
+                     t ** 3 * (b / 6 + c) - t * t * c])
+
+
+def test_cubic_half_shift_against_the_weights():
+    rng = np.random.default_rng(3)
+    a = rng.random((12, 16)).astype(np.float64) * 100
+    got = keli.warp_affine(a, [[1, 0, 0.5], [0, 1, 0]], (12, 16), interpolation="cubic", border="transparent",
+                           inverse=True, cubic=(0, 0.5), out=np.full((12, 16), -1.0))
+    w = _cubic_weights(0.5, 0, 0.5)
+    for x in range(1, 13):  # the interval: positions 1.5 .. 13.5, a row inside
+        np.testing.assert_allclose(got[5, x], a[5, x - 1:x + 3] @ w, rtol=1e-12)
+    assert got[5, 0] == -1 and got[0, 5] == -1  # outside the interval: left as it was

@@ -138,39 +138,26 @@ template <class T, int C, int Kind> struct General {
         if constexpr (!std::is_same_v<T, Kel64f>) cubic_pixel<T, C>(j.src, j.at(x, y), tx, ty, wx, wy, kIn, kIn, nullptr);
     }
 
-    // Repl outside the interval: each pixel from its own position m00 x + row start.
-    void repl_pixels(std::int64_t y, std::int64_t a, std::int64_t b, double rx, double ry) const
+    // Pixels beyond the interval. Repl computes each from its own position m00 x + row start;
+    // the Const band steps from its first pixel, except on the scale-only route, where each
+    // pixel takes its own position too so that tiles equal the whole run there.
+    void border_span(std::int64_t y, std::int64_t a, std::int64_t b, double rx, double ry, bool band) const
     {
         const double* m = s.toSource;
-        for (std::int64_t x = a; x <= b; ++x) {
-            const double X = m[0] * double(x) + rx, Y = m[3] * double(x) + ry;
+        const bool direct = !band || sep;
+        double X = m[0] * double(a) + rx, Y = m[3] * double(a) + ry;
+        for (std::int64_t x = a; x <= b; ++x, X += m[0], Y += m[3]) {
+            if (direct) X = m[0] * double(x) + rx, Y = m[3] * double(x) + ry;
             if constexpr (Kind == kelNearest) {
                 nearest_clamped<T, C>(j.src, j.at(x, y), X, Y);
             } else if constexpr (Kind == kelCubic) {
-                cubic_border_pixel<T, C>(j.src, j.at(x, y), X, Y, false, rule, j.value);
+                cubic_border_pixel<T, C>(j.src, j.at(x, y), X, Y, band, rule, j.value);
+            } else if (band) {
+                linear_border_pixel<T, C>(j.src, j.at(x, y), const_tap<T>(X, j.src.width),
+                                          const_tap<T>(Y, j.src.height), j.value);
             } else {
                 linear_border_pixel<T, C>(j.src, j.at(x, y), repl_tap<T>(X, j.src.width),
                                           repl_tap<T>(Y, j.src.height), j.value);
-            }
-        }
-    }
-
-    // The Const band: a span whose positions step from its first pixel. On the scale-only
-    // route each pixel takes its own position, like Repl, so that tiles equal the whole run
-    // there as on every special route.
-    void band_span(std::int64_t y, std::int64_t a, std::int64_t b, double rx, double ry) const
-    {
-        const double* m = s.toSource;
-        double X = m[0] * double(a) + rx, Y = m[3] * double(a) + ry;
-        for (std::int64_t x = a; x <= b; ++x, X += m[0], Y += m[3]) {
-            if (sep) X = m[0] * double(x) + rx, Y = m[3] * double(x) + ry;
-            if constexpr (Kind == kelNearest) {
-                nearest_clamped<T, C>(j.src, j.at(x, y), X, Y);
-            } else if constexpr (Kind == kelCubic) {
-                cubic_border_pixel<T, C>(j.src, j.at(x, y), X, Y, true, rule, j.value);
-            } else {
-                linear_border_pixel<T, C>(j.src, j.at(x, y), const_tap<T>(X, j.src.width),
-                                          const_tap<T>(Y, j.src.height), j.value);
             }
         }
     }
@@ -229,20 +216,20 @@ template <class T, int C, int Kind> struct General {
             }
             if (repl) {
                 if (a <= b) {
-                    repl_pixels(y, j.x0, a - 1, rx, ry);
-                    repl_pixels(y, b + 1, j.x1, rx, ry);
+                    border_span(y, j.x0, a - 1, rx, ry, false);
+                    border_span(y, b + 1, j.x1, rx, ry, false);
                 } else {
-                    repl_pixels(y, j.x0, j.x1, rx, ry);
+                    border_span(y, j.x0, j.x1, rx, ry, false);
                 }
             } else if (constant && y >= s.extRowFirst && y <= s.extRowLast) {
                 const Interval ev = load_interval(s.extIntervals, y - s.extRowFirst);
                 const std::int64_t ea = std::max<std::int64_t>(ev.first, j.x0);
                 const std::int64_t eb = std::min<std::int64_t>(ev.last, j.x1);
                 if (a <= b) {
-                    band_span(y, ea, std::min(eb, a - 1), rx, ry);
-                    band_span(y, std::max(ea, b + 1), eb, rx, ry);
+                    border_span(y, ea, std::min(eb, a - 1), rx, ry, true);
+                    border_span(y, std::max(ea, b + 1), eb, rx, ry, true);
                 } else {
-                    band_span(y, ea, eb, rx, ry);
+                    border_span(y, ea, eb, rx, ry, true);
                 }
             }
         }

@@ -339,16 +339,15 @@ KelStatus affine_init(const InitArgs& a)
         s.extIntervals = at<Interval>(bytes, offset, std::size_t(p.ext.rows()));
         scan_intervals(p.extQuad, s.dstWidth, s.dstHeight, p.ext, s.extIntervals);
     }
-    if (p.separable && a.interpolation == kelLinear) {
-        Separable t{};
+    // The scale-only record: its rectangle and index tables; the rest depends on the kind.
+    Separable t{p.sepX0, p.sepY0, p.sepWidth, p.sepHeight, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+    if (p.separable) {
         s.separable = at<Separable>(bytes, offset, 1);
-        t.x0 = p.sepX0;
-        t.y0 = p.sepY0;
-        t.width = p.sepWidth;
-        t.height = p.sepHeight;
         t.xIndex = at<std::int32_t>(bytes, offset, std::size_t(p.sepWidth));
-        t.xFraction = at<float>(bytes, offset, std::size_t(p.sepWidth));
         t.yIndex = at<std::int32_t>(bytes, offset, std::size_t(p.sepHeight));
+    }
+    if (p.separable && a.interpolation == kelLinear) {
+        t.xFraction = at<float>(bytes, offset, std::size_t(p.sepWidth));
         t.yFraction = at<float>(bytes, offset, std::size_t(p.sepHeight));
         axis_table(p.sepX0, p.sepWidth, p.toDest[0], p.toDest[2], s.srcWidth, t.xIndex, t.xFraction, t.xLow, t.xHigh);
         axis_table(p.sepY0, p.sepHeight, p.toDest[4], p.toDest[5], s.srcHeight, t.yIndex, t.yFraction, t.yLow,
@@ -363,14 +362,6 @@ KelStatus affine_init(const InitArgs& a)
         Rect core, ext;
         bool hasExt;
         rectangles(kelCubic, border, double(a.srcWidth), double(a.srcHeight), core, hasExt, ext);
-        Separable t{};
-        s.separable = at<Separable>(bytes, offset, 1);
-        t.x0 = p.sepX0;
-        t.y0 = p.sepY0;
-        t.width = p.sepWidth;
-        t.height = p.sepHeight;
-        t.xIndex = at<std::int32_t>(bytes, offset, std::size_t(p.sepWidth));
-        t.yIndex = at<std::int32_t>(bytes, offset, std::size_t(p.sepHeight));
         t.xWeights = at<float>(bytes, offset, 4 * std::size_t(p.sepWidth));
         t.yWeights = at<float>(bytes, offset, 4 * std::size_t(p.sepHeight));
         cubic_table(p.sepX0, p.sepWidth, p.toDest[0], p.toDest[2], std::min(core.x0, core.x1), std::max(core.x0, core.x1),

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "keli_types.h"
 
@@ -33,53 +34,24 @@ struct InitArgs {
 
 KelStatus affine_init(const InitArgs& a);
 
-inline KelStatus affine_nearest_init(KeliSize src, KeliSize dst, KelDataType dataType, const double* coeffs,
-                                     std::uint32_t direction, int numChannels, KeliBorderType border,
-                                     const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec)
+// The Nearest and Linear Init members, plain (KeliSize) and wide (KeliSizeL).
+template <int Kind, class Size>
+KelStatus affine_kind_init(Size src, Size dst, KelDataType dataType, const double* coeffs, std::uint32_t direction,
+                           int numChannels, KeliBorderType border, const double* borderValue, std::uint32_t smoothEdge,
+                           KeliWarpSpec* spec)
 {
     return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
-                                0, 0, border, borderValue, smoothEdge, spec, kelNearest, false});
+                                0, 0, border, borderValue, smoothEdge, spec, Kind, std::is_same_v<Size, KeliSizeL>});
 }
 
-inline KelStatus affine_nearest_init(KeliSizeL src, KeliSizeL dst, KelDataType dataType, const double* coeffs,
-                                     std::uint32_t direction, int numChannels, KeliBorderType border,
-                                     const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec)
+// The Cubic Init members. Its tables are computed in place, so the init buffer is not needed.
+template <class Size>
+KelStatus affine_cubic_init(Size src, Size dst, KelDataType dataType, const double* coeffs, std::uint32_t direction,
+                            int numChannels, double b, double c, KeliBorderType border, const double* borderValue,
+                            std::uint32_t smoothEdge, KeliWarpSpec* spec, Kel8u*)
 {
     return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
-                                0, 0, border, borderValue, smoothEdge, spec, kelNearest, true});
-}
-
-inline KelStatus affine_linear_init(KeliSize src, KeliSize dst, KelDataType dataType, const double* coeffs,
-                                    std::uint32_t direction, int numChannels, KeliBorderType border,
-                                    const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec)
-{
-    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
-                                0, 0, border, borderValue, smoothEdge, spec, kelLinear, false});
-}
-
-inline KelStatus affine_linear_init(KeliSizeL src, KeliSizeL dst, KelDataType dataType, const double* coeffs,
-                                    std::uint32_t direction, int numChannels, KeliBorderType border,
-                                    const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec)
-{
-    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
-                                0, 0, border, borderValue, smoothEdge, spec, kelLinear, true});
-}
-
-inline KelStatus affine_cubic_init(KeliSize src, KeliSize dst, KelDataType dataType, const double* coeffs,
-                                   std::uint32_t direction, int numChannels, double b, double c, KeliBorderType border,
-                                   const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec, Kel8u*)
-{
-    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
-                                b, c, border, borderValue, smoothEdge, spec, kelCubic, false});
-}
-
-// The tables are computed in place, so the init buffer is not needed.
-inline KelStatus affine_cubic_init(KeliSizeL src, KeliSizeL dst, KelDataType dataType, const double* coeffs,
-                                   std::uint32_t direction, int numChannels, double b, double c, KeliBorderType border,
-                                   const double* borderValue, std::uint32_t smoothEdge, KeliWarpSpec* spec, Kel8u*)
-{
-    return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
-                                b, c, border, borderValue, smoothEdge, spec, kelCubic, true});
+                                b, c, border, borderValue, smoothEdge, spec, kelCubic, std::is_same_v<Size, KeliSizeL>});
 }
 
 KelStatus buffer_size(const KeliWarpSpec* spec, std::int64_t width, std::int64_t height, bool wide,

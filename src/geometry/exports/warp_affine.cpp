@@ -83,22 +83,22 @@ KELI_API KelStatus keliWarpAffineGetSize_L(KeliSizeL srcSize, KeliSizeL dstSize,
 
 KELI_API KelStatus keliWarpAffineNearestInit(KeliSize srcSize, KeliSize dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec)
 {
-    return keli::warp::affine_nearest_init(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
+    return keli::warp::affine_kind_init<kelNearest>(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
 }
 
 KELI_API KelStatus keliWarpAffineNearestInit_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec)
 {
-    return keli::warp::affine_nearest_init(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
+    return keli::warp::affine_kind_init<kelNearest>(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
 }
 
 KELI_API KelStatus keliWarpAffineLinearInit(KeliSize srcSize, KeliSize dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec)
 {
-    return keli::warp::affine_linear_init(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
+    return keli::warp::affine_kind_init<kelLinear>(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
 }
 
 KELI_API KelStatus keliWarpAffineLinearInit_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec)
 {
-    return keli::warp::affine_linear_init(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
+    return keli::warp::affine_kind_init<kelLinear>(srcSize, dstSize, dataType, coeffs, direction, numChannels, border, pBorderValue, smoothEdge, pSpec);
 }
 
 KELI_API KelStatus keliWarpAffineCubicInit(KeliSize srcSize, KeliSize dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, Kel64f b, Kel64f c, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec, Kel8u* pInitBuf)
