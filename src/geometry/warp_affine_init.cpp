@@ -269,7 +269,7 @@ KelStatus affine_get_size(KeliSizeL src, KeliSizeL dst, KelDataType dataType, co
 
 KelStatus affine_init(const InitArgs& a)
 {
-    const std::uint32_t border = std::uint32_t(a.border);
+    const std::uint32_t border = a.border;
     // Only a word above 255 is refused up front; a wrong base kind is refused later, after the
     // matrix, so that a singular matrix is reported whatever the border says.
     if (border > 255) return kelStatusBadBorder;

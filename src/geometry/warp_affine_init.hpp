@@ -24,7 +24,7 @@ struct InitArgs {
     std::uint32_t direction;
     int numChannels;
     double cubicB, cubicC;
-    KeliBorderType border;
+    std::uint32_t border;  // as the caller passed it: a malformed word is no valid enumerator
     const double* borderValue;
     std::uint32_t smoothEdge;
     KeliWarpSpec* spec;
@@ -41,7 +41,7 @@ KelStatus affine_kind_init(Size src, Size dst, KelDataType dataType, const doubl
                            KeliWarpSpec* spec)
 {
     return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
-                                0, 0, border, borderValue, smoothEdge, spec, Kind, std::is_same_v<Size, KeliSizeL>});
+                                0, 0, std::uint32_t(border), borderValue, smoothEdge, spec, Kind, std::is_same_v<Size, KeliSizeL>});
 }
 
 // The Cubic Init members. Its tables are computed in place, so the init buffer is not needed.
@@ -51,7 +51,7 @@ KelStatus affine_cubic_init(Size src, Size dst, KelDataType dataType, const doub
                             std::uint32_t smoothEdge, KeliWarpSpec* spec, Kel8u*)
 {
     return affine_init(InitArgs{src.width, src.height, dst.width, dst.height, dataType, coeffs, direction, numChannels,
-                                b, c, border, borderValue, smoothEdge, spec, kelCubic, std::is_same_v<Size, KeliSizeL>});
+                                b, c, std::uint32_t(border), borderValue, smoothEdge, spec, kelCubic, std::is_same_v<Size, KeliSizeL>});
 }
 
 KelStatus buffer_size(const KeliWarpSpec* spec, std::int64_t width, std::int64_t height, bool wide,
