@@ -57,23 +57,14 @@ KelStatus affine_cubic_init(Size src, Size dst, KelDataType dataType, const doub
 KelStatus buffer_size(const KeliWarpSpec* spec, std::int64_t width, std::int64_t height, bool wide,
                       std::int64_t& size);
 
-inline KelStatus warp_get_buffer_size(const KeliWarpSpec* spec, KeliSize dst, int* bufSize)
+// The plain member (KeliSize, int) and the wide one (KeliSizeL, KelSizeL).
+template <class Size, class Out> KelStatus warp_get_buffer_size(const KeliWarpSpec* spec, Size dst, Out* bufSize)
 {
     if (!spec || !bufSize) return kelStatusNullPtr;
     std::int64_t size = 0;
-    const KelStatus st = buffer_size(spec, dst.width, dst.height, false, size);
+    const KelStatus st = buffer_size(spec, dst.width, dst.height, std::is_same_v<Size, KeliSizeL>, size);
     if (st < 0 || st == kelStatusNoOperation) return st;
-    *bufSize = int(size);
-    return st;
-}
-
-inline KelStatus warp_get_buffer_size(const KeliWarpSpec* spec, KeliSizeL dst, KelSizeL* bufSize)
-{
-    if (!spec || !bufSize) return kelStatusNullPtr;
-    std::int64_t size = 0;
-    const KelStatus st = buffer_size(spec, dst.width, dst.height, true, size);
-    if (st < 0 || st == kelStatusNoOperation) return st;
-    *bufSize = size;
+    *bufSize = Out(size);
     return st;
 }
 

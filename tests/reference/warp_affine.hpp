@@ -319,6 +319,16 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
         warp_cubic_weights<float>(double(float(k.B)), double(float(k.C)), float(pos - whole), wt);
     };
 
+    // Bilinear: 8u steps vertically first, the other types horizontally first.
+    auto lerp = [](R p00, R p01, R p10, R p11, R fx, R fy) {
+        if constexpr (std::is_same_v<T, Kel8u>) {
+            const R left = p00 + (p10 - p00) * fy, right = p01 + (p11 - p01) * fy;
+            return left + (right - left) * fx;
+        } else {
+            const R top = p00 + (p01 - p00) * fx;
+            return top + ((p10 - top) + (p11 - p10) * fx) * fy;
+        }
+    };
     // Pixel rules; each takes the position of the pixel.
     auto interval_pixel = [&](T* o, double X, double Y) {
         if (cubic) return cubic_interval(o, X, Y);
@@ -345,15 +355,7 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
         }
         for (int c = 0; c < C; ++c) {
             const R p00 = px(ix, iy, c), p01 = px(ix + 1, iy, c), p10 = px(ix, iy + 1, c), p11 = px(ix + 1, iy + 1, c);
-            R v;
-            if constexpr (std::is_same_v<T, Kel8u>) {
-                const R left = p00 + (p10 - p00) * fy, right = p01 + (p11 - p01) * fy;
-                v = left + (right - left) * fx;
-            } else {
-                const R top = p00 + (p01 - p00) * fx;
-                v = top + ((p10 - top) + (p11 - p10) * fx) * fy;
-            }
-            o[c] = warp_saturate<T>(v);
+            o[c] = warp_saturate<T>(lerp(p00, p01, p10, p11, fx, fy));
         }
     };
     // Border pixels: Repl (truncated index, clamped taps) or the Const band (floored index,
@@ -395,15 +397,7 @@ void warp_model(const WarpCase& k, const T* src, long srcStride, T* dst, long ds
             const R b = R(value[c]);
             const R p00 = ix0 && iy0 ? px(x0_, y0_, c) : b, p01 = ix1 && iy0 ? px(x1_, y0_, c) : b;
             const R p10 = ix0 && iy1 ? px(x0_, y1_, c) : b, p11 = ix1 && iy1 ? px(x1_, y1_, c) : b;
-            R v;
-            if constexpr (std::is_same_v<T, Kel8u>) {
-                const R left = p00 + (p10 - p00) * fy, right = p01 + (p11 - p01) * fy;
-                v = left + (right - left) * fx;
-            } else {
-                const R top = p00 + (p01 - p00) * fx;
-                v = top + ((p10 - top) + (p11 - p10) * fx) * fy;
-            }
-            o[c] = warp_saturate<T>(v);
+            o[c] = warp_saturate<T>(lerp(p00, p01, p10, p11, fx, fy));
         }
     };
     // The scale-only route: per-axis tables pos = (d - shift) x (1 / scale) clamped to the image.
