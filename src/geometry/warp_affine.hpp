@@ -233,7 +233,7 @@ template <class T, int C, int Kind> struct General {
                 }
             }
         }
-        return wrote || constant || repl;
+        return wrote || constant || repl;  // Const and Repl write every ROI pixel: never a miss
     }
 };
 
@@ -342,7 +342,7 @@ KelStatus warp_affine(const T* pSrc, std::int64_t srcStep, T* pDst, std::int64_t
     }
     const bool wrote = g.run();
     if (s.smoothEdge && wrote) smooth_edges(j, s);
-    return wrote ? status : kelStatusNoIntersection;
+    return wrote ? status : kelStatusNoIntersection;  // nothing written says more than a trimmed ROI
 }
 
 template <class T, Layout L, int Kind>

@@ -396,7 +396,9 @@ inline float cubic_sum_sse(const float p[16], __m128 wx, __m128 wy)
 }
 
 // Tap indexes of one axis: i - 1 .. i + 2, each held inside the image unless that side's
-// pixels beyond the edge are memory the caller vouches for.
+// pixels beyond the edge are memory the caller vouches for. Inside the interval a tap past the
+// edge only occurs at a fraction of exactly 0, where its weight is exactly 0: reading the last
+// pixel instead gives the same sum and never touches memory outside the image.
 inline void cubic_taps(std::int64_t i, std::int32_t len, bool memLow, bool memHigh, std::int64_t out[4])
 {
     for (int k = 0; k < 4; ++k) {
