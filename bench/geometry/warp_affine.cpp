@@ -3,6 +3,7 @@
 // matrix turns the image by 30 degrees about its centre, so about a fifth of the destination is
 // border. Also a scale-only matrix (1.5x, the per-axis table route) and a whole-pixel shift,
 // which copies and is measured against memcpy. Rows are named <export> or <export>:<case>.
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -51,8 +52,14 @@ std::shared_ptr<Prepared> prepare(bench::Size s, int channels, int kind, const M
     p->spec.resize(std::size_t(specSize));
     auto* spec = reinterpret_cast<KeliWarpSpec*>(p->spec.data());
     const double zero[4] = {0, 0, 0, 0};
-    (kind == kelNearest ? keliWarpAffineNearestInit : keliWarpAffineLinearInit)(
-        bench::roi(s), bench::roi(s), type_of<T>(), mx.m, 1, channels, kelBorderConst, zero, 0, spec);
+    if (kind == kelCubic) {
+        std::vector<Kel8u> initBuf(std::size_t(std::max(initSize, 1)));
+        keliWarpAffineCubicInit(bench::roi(s), bench::roi(s), type_of<T>(), mx.m, 1, channels, 0, 0.5, kelBorderConst,
+                                zero, 0, spec, initBuf.data());
+    } else {
+        (kind == kelNearest ? keliWarpAffineNearestInit : keliWarpAffineLinearInit)(
+            bench::roi(s), bench::roi(s), type_of<T>(), mx.m, 1, channels, kelBorderConst, zero, 0, spec);
+    }
     keliWarpGetBufferSize(spec, bench::roi(s), &bufSize);
     p->buffer.resize(std::size_t(bufSize));
     return p;
@@ -93,6 +100,7 @@ const bench::Rows rows([] {
                         false);
     warp_rows<Kel32f, 1>("keliWarpAffineLinear_32f_C1R", keliWarpAffineLinear_32f_C1R, kelLinear, cv::INTER_LINEAR, turn30,
                          false);
+    warp_rows<Kel8u, 1>("keliWarpAffineCubic_8u_C1R", keliWarpAffineCubic_8u_C1R, kelCubic, cv::INTER_CUBIC, turn30, false);
     warp_rows<Kel16u, 1>("keliWarpAffineLinear_16u_C1R:scale", keliWarpAffineLinear_16u_C1R, kelLinear, cv::INTER_LINEAR,
                          scale15, false);
     warp_rows<Kel8u, 1>("keliWarpAffineNearest_8u_C1R:shift", keliWarpAffineNearest_8u_C1R, kelNearest, cv::INTER_NEAREST,
