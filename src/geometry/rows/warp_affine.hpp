@@ -57,6 +57,14 @@ template <class T> inline T saturate(Real<T> v)
     }
 }
 
+// Four consecutive bytes widened to four f32 lanes.
+inline __m128 widen4(const Kel8u* p)
+{
+    std::int32_t v;
+    std::memcpy(&v, p, 4);
+    return _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(v)));
+}
+
 // The 8u form interpolates vertically first, on purpose: it matches its f32 index arithmetic.
 inline float lerp_vertical_first(float p00, float p01, float p10, float p11, float fx, float fy)
 {
@@ -296,15 +304,10 @@ void linear_span(const Source<T>& s, T* d, int n, double X, double Y, double dx,
         if constexpr (std::is_same_v<T, Kel8u> && C == 4) {
             // A four-channel byte pixel is one 32-bit load: each tap widens straight into the
             // four lanes, and the lanes are the channels, with no gather through the arrays.
-            auto tap = [](const T* p) {
-                std::int32_t v;
-                std::memcpy(&v, p, 4);
-                return _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(v)));
-            };
             for (int k = 0; k < m; ++k, d += 4) {
                 const T* top = s.row(iy[k]) + std::int64_t(ix[k]) * 4;
                 const T* bottom = s.row(iy[k] + 1) + std::int64_t(ix[k]) * 4;
-                const __m128 p00 = tap(top), p01 = tap(top + 4), p10 = tap(bottom), p11 = tap(bottom + 4);
+                const __m128 p00 = widen4(top), p01 = widen4(top + 4), p10 = widen4(bottom), p11 = widen4(bottom + 4);
                 const __m128 x = _mm_set1_ps(fx[k]), y = _mm_set1_ps(fy[k]);
                 const __m128 left = _mm_add_ps(p00, _mm_mul_ps(_mm_sub_ps(p10, p00), y));
                 const __m128 right = _mm_add_ps(p01, _mm_mul_ps(_mm_sub_ps(p11, p01), y));
@@ -404,15 +407,19 @@ template <class R> inline R cubic_sum(const R p[16], const R wx[4], const R wy[4
 
 // The same in f32 vectors: the four row products transposed so that one addition tree gives
 // the four row sums at once, then the weighted rows summed pairwise.
-inline float cubic_sum_sse(const float p[16], __m128 wx, __m128 wy)
+inline float cubic_sum_rows(__m128 p0, __m128 p1, __m128 p2, __m128 p3, __m128 wx, __m128 wy)
 {
-    __m128 r0 = _mm_mul_ps(_mm_loadu_ps(p), wx), r1 = _mm_mul_ps(_mm_loadu_ps(p + 4), wx);
-    __m128 r2 = _mm_mul_ps(_mm_loadu_ps(p + 8), wx), r3 = _mm_mul_ps(_mm_loadu_ps(p + 12), wx);
+    __m128 r0 = _mm_mul_ps(p0, wx), r1 = _mm_mul_ps(p1, wx), r2 = _mm_mul_ps(p2, wx), r3 = _mm_mul_ps(p3, wx);
     _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
     const __m128 h = _mm_add_ps(_mm_add_ps(r0, r1), _mm_add_ps(r2, r3));
     __m128 m = _mm_mul_ps(h, wy);
     m = _mm_hadd_ps(m, m);
     return _mm_cvtss_f32(_mm_hadd_ps(m, m));
+}
+
+inline float cubic_sum_sse(const float p[16], __m128 wx, __m128 wy)
+{
+    return cubic_sum_rows(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _mm_loadu_ps(p + 8), _mm_loadu_ps(p + 12), wx, wy);
 }
 
 // Tap indexes of one axis: i - 1 .. i + 2, each held inside the image unless that side's
@@ -465,6 +472,17 @@ void cubic_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, 
             alignas(16) R wx[4], wy[4];
             rule.weights(R(xs[k] - i), wx);
             rule.weights(R(ys[k] - j), wy);
+            if constexpr (std::is_same_v<T, Kel8u> && C == 1) {
+                // All 16 taps inside: each row of four is one load, the same sums follow.
+                if (i >= 1 && i <= s.width - 3 && j >= 1 && j <= s.height - 3) {
+                    const std::int64_t x0 = std::int64_t(i) - 1, y0 = std::int64_t(j) - 1;
+                    const float v = cubic_sum_rows(widen4(s.row(y0) + x0), widen4(s.row(y0 + 1) + x0),
+                                                   widen4(s.row(y0 + 2) + x0), widen4(s.row(y0 + 3) + x0),
+                                                   _mm_load_ps(wx), _mm_load_ps(wy));
+                    *d = saturate<T>(v);
+                    continue;
+                }
+            }
             std::int64_t tx[4], ty[4];
             cubic_taps(std::int64_t(i), s.width, inMem & kelBorderInMemLeft, inMem & kelBorderInMemRight, tx);
             cubic_taps(std::int64_t(j), s.height, inMem & kelBorderInMemTop, inMem & kelBorderInMemBottom, ty);
