@@ -31,6 +31,7 @@ int main(int argc, char** argv)
     demo_stats_sad(&d);
     demo_geometry_remap(&d);
     demo_geometry_resize(&d);
+    demo_geometry_warp(&d);
     demo_filter_box(&d);
     demo_filter_general(&d);
     demo_frequency_fft(&d);

@@ -49,6 +49,7 @@ void demo_stats_products(Demo* d);
 void demo_stats_sad(Demo* d);
 void demo_geometry_remap(Demo* d);
 void demo_geometry_resize(Demo* d);
+void demo_geometry_warp(Demo* d);
 void demo_filter_box(Demo* d);
 void demo_filter_general(Demo* d);
 void demo_frequency_fft(Demo* d);

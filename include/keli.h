@@ -3730,6 +3730,198 @@ KELI_API KelStatus keliResizeLinear_64f_C1R_L(const Kel64f* pSrc, int64_t srcSte
 KELI_API KelStatus keliResizeLinear_64f_C3R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel64f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
 KELI_API KelStatus keliResizeLinear_64f_C4R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstOffset, KeliSizeL dstSize, KeliBorderType border, const Kel64f* pBorderValue, const KeliResizeSpec* pSpec, Kel8u* pBuffer);
 
+/* ---- Affine warp */
+/*
+ * `keliWarpAffine{Nearest,Linear,Cubic}`: `dst(x, y) = src(M (x, y))` through a 2 x 3 f64 matrix, row-major
+ * `m00 m01 m02 m10 m11 m12`, pixel centres at integer coordinates: `direction` 0 maps source to
+ * destination (the library inverts it), 1 destination to source. Size with
+ * `keliWarpAffineGetSize`, initialise the spec once with `keliWarpAffine{Nearest,Linear,Cubic}Init`
+ * (the spec is used at the address given, no alignment; Cubic takes the family's `b` and `c`,
+ * 0 and 0.5 for Catmull-Rom, and needs nothing in `pInitBuf`), size the work buffer with
+ * `keliWarpGetBufferSize` for the ROI, then warp the whole destination or any tile:
+ * `pDst` points at the ROI's first pixel, `dstRoiOffset` says where that is. Init scan-converts the
+ * source rectangle's image into one pixel interval per destination row (positions within 1e-13
+ * of an integer count as on it); kernels run over the intervals. `border`: `kelBorderConst` (the
+ * ROI is filled with `pBorderValue`, one f64 per channel, rounded to nearest even and saturated;
+ * a band of half a pixel (Nearest), one (Linear) or two (Cubic) around the image interpolates with
+ * the value), `kelBorderRepl` (every ROI pixel computed, taps clamped to the image),
+ * `kelBorderTransp` or `kelBorderInMem` (240) (only the interval's pixels are written). Cubic's
+ * interval stops one pixel inside each edge unless that side's in-memory flag (16 top, 32
+ * bottom, 64 left, 128 right) lets its taps read beyond it.
+ * `smoothEdge` (transparent borders only) blends each pixel just outside the image's edges with
+ * the pixel just inside, weighted by their distances to the edge.
+ * Helpers: `keliGetRotateTransform` `(c, s, xShift; -s, c, yShift)` for `angle` degrees (0, 90,
+ * 180, 270 exact); `keliGetRotateShift` the shift that turns about a centre;
+ * `keliGetAffineQuad` the corners (x, y), (x + w - 1, y), (x + w - 1, y + h - 1), (x, y + h - 1)
+ * mapped (`quad[8]`, x y pairs); `keliGetAffineBound` their min x, min y, max x, max y;
+ * `keliGetAffineTransform` the matrix taking the rectangle's first three corners to the quad's;
+ * `keliGetAffineSrcRoi` the source window a destination ROI reads (one pixel of margin, widened
+ * to the image of a 2 x 2 block when one axis is that thin); `keliWarpGetRectInfinite` the
+ * rectangle (-2^30, -2^30, 2^31 - 1, 2^31 - 1) that stands for no limit.
+ *
+ * **Rounding.** Positions step by repeated f64 addition from each row's and span's start (tiles
+ * equal the whole run on the whole-pixel and scale-only routes, and wherever those additions are
+ * exact). Nearest: to nearest, ties upward. Linear 8u: the position in f32, truncated, at most
+ * the last pair (so the fraction reaches 1), vertical step first, f32. 16u, 16s, 32f: floor,
+ * fractions in f32, horizontal step first, f32; 64f the same in f64. Scale-only matrices (16u,
+ * 16s, 32f) use per-axis tables `(d - m02) x (1 / m00)` and two f32 lerps. Cubic: floor held to
+ * [0, last - 1], weights of B and C in f32 (powers of tiny fractions taken as 0), rows filtered
+ * first, sums in pairs, denormals flushed during the call (64f in f64); scale-only matrices
+ * with both scales at least 2/3 use per-axis weight tables where the ROI covers 32 x 32 of
+ * them. Integers round to
+ * nearest even and saturate. A whole-pixel shift (m00 = m11 = 1, m01 = m10 = 0, integer shifts)
+ * copies bits.
+ *
+ * **Checks, in order.** Size query: border word (above 255, or a base other than Repl, Const,
+ * Transp and not 240) `kelStatusBadBorder`; null outputs or `coeffs` `kelStatusNullPtr`; a
+ * length below 1 `kelStatusBadSize`; a length of 2^25 or more `kelStatusSizeOverflow`;
+ * `dataType` (8u, 16u, 16s, 32f, 64f) `kelStatusBadDataType`; `interpolation` (1, 2, 6)
+ * `kelStatusBadInterpolation`; `direction` above 1 `kelStatusBadDirection`; singular
+ * `kelStatusBadCoeffs`; a source side of 1 `kelStatusBadSize`; a degenerate image
+ * `kelStatusBadCoeffs`. Init: border above 255; null spec or coeffs; sizes; `dataType`;
+ * `direction`; singular; a bad base; Const with null `pBorderValue` `kelStatusNullPtr`;
+ * `numChannels` (1, 3, 4) `kelStatusBadChannelCount`; `smoothEdge` with Repl or Const
+ * `kelStatusUnsupportedMode`; a source side of 1; 2^25; a degenerate image. Work: null pointers;
+ * a zero ROI side `kelStatusNoOperation`; another spec `kelStatusSpecMismatch`; a negative side
+ * `kelStatusBadSize`; an offset outside `kelStatusOutOfRange`; steps are not checked. Warnings:
+ * `kelStatusRoiTrimmed` (ROI past the destination, the inside done); `kelStatusNoIntersection`
+ * (Transp or 240 and nothing of the source reaches the ROI: nothing written; Init says it too).
+ * Helpers: Rotate: a non-finite angle `kelStatusOutOfRange` before a null `coeffs`. Quad, Bound:
+ * null, then `kelStatusBadCoeffs` for a degenerate or concave image (output written). Transform:
+ * null; negative x, y or size below 1 `kelStatusBadSize`; degenerate quad `kelStatusBadQuad`;
+ * width or height 1 `kelStatusRectTooSmall`; sides that differ by 1e-10 relative: the warning
+ * `kelStatusNotParallelogram` (matrix written). SrcRoi: null; negative offset
+ * `kelStatusOutOfRange`; size `kelStatusBadSize`; direction; plain ROI side above 2^25 - 1
+ * `kelStatusSizeOverflow`; |determinant| below 2.22e-16 `kelStatusBadCoeffs`.
+ *
+ * ```c
+ * double m[6], xs, ys;
+ * keliGetRotateShift(w / 2.0, h / 2.0, 30, &xs, &ys);   // turn about the centre
+ * keliGetRotateTransform(30, xs, ys, m);
+ * int specSize, initSize, bufSize;
+ * keliWarpAffineGetSize(srcSize, dstSize, kel8u, m, kelLinear, 0, kelBorderConst, &specSize, &initSize);
+ * KeliWarpSpec* spec = (KeliWarpSpec*)malloc(specSize);
+ * double zero = 0;
+ * keliWarpAffineLinearInit(srcSize, dstSize, kel8u, m, 0, 1, kelBorderConst, &zero, 0, spec);
+ * keliWarpGetBufferSize(spec, dstSize, &bufSize);       // then allocate buffer
+ * KeliPoint at = {0, 0};
+ * KelStatus st = keliWarpAffineLinear_8u_C1R(src, sStep, dst, dStep, at, dstSize, spec, buffer);
+ * ```
+ */
+KELI_API KelStatus keliGetRotateTransform(Kel64f angle, Kel64f xShift, Kel64f yShift, Kel64f coeffs[6]);
+KELI_API KelStatus keliGetRotateTransform_L(Kel64f angle, Kel64f xShift, Kel64f yShift, Kel64f coeffs[6]);
+KELI_API KelStatus keliGetRotateShift(Kel64f xCenter, Kel64f yCenter, Kel64f angle, Kel64f* xShift, Kel64f* yShift);
+KELI_API KelStatus keliGetRotateShift_L(Kel64f xCenter, Kel64f yCenter, Kel64f angle, Kel64f* xShift, Kel64f* yShift);
+KELI_API KelStatus keliGetAffineTransform(KeliRect srcRoi, const Kel64f quad[8], Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineTransform_L(KeliRectL srcRoi, const Kel64f quad[8], Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineQuad(KeliRect srcRoi, Kel64f quad[8], const Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineQuad_L(KeliRectL srcRoi, Kel64f quad[8], const Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineBound(KeliRect srcRoi, Kel64f bound[4], const Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineBound_L(KeliRectL srcRoi, Kel64f bound[4], const Kel64f coeffs[6]);
+KELI_API KelStatus keliGetAffineSrcRoi(KeliSize srcSize, const Kel64f coeffs[6], Kel32u direction, KeliPoint dstRoiOffset, KeliSize dstRoiSize, KeliRect* srcRoi);
+KELI_API KelStatus keliGetAffineSrcRoi_L(KeliSizeL srcSize, const Kel64f coeffs[6], Kel32u direction, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, KeliRectL* srcRoi);
+KELI_API KeliRect keliWarpGetRectInfinite(void);
+KELI_API KelStatus keliWarpAffineGetSize(KeliSize srcSize, KeliSize dstSize, KelDataType dataType, const Kel64f coeffs[6], int interpolation, Kel32u direction, KeliBorderType border, int* pSpecSize, int* pInitBufSize);
+KELI_API KelStatus keliWarpAffineGetSize_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, const Kel64f coeffs[6], int interpolation, Kel32u direction, KeliBorderType border, KelSizeL* pSpecSize, KelSizeL* pInitBufSize);
+KELI_API KelStatus keliWarpAffineNearestInit(KeliSize srcSize, KeliSize dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec);
+KELI_API KelStatus keliWarpAffineNearestInit_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec);
+KELI_API KelStatus keliWarpAffineLinearInit(KeliSize srcSize, KeliSize dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec);
+KELI_API KelStatus keliWarpAffineLinearInit_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec);
+KELI_API KelStatus keliWarpAffineCubicInit(KeliSize srcSize, KeliSize dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, Kel64f b, Kel64f c, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec, Kel8u* pInitBuf);
+KELI_API KelStatus keliWarpAffineCubicInit_L(KeliSizeL srcSize, KeliSizeL dstSize, KelDataType dataType, const Kel64f coeffs[6], Kel32u direction, int numChannels, Kel64f b, Kel64f c, KeliBorderType border, const Kel64f* pBorderValue, Kel32u smoothEdge, KeliWarpSpec* pSpec, Kel8u* pInitBuf);
+KELI_API KelStatus keliWarpGetBufferSize(const KeliWarpSpec* pSpec, KeliSize dstSize, int* pBufSize);
+KELI_API KelStatus keliWarpGetBufferSize_L(const KeliWarpSpec* pSpec, KeliSizeL dstSize, KelSizeL* pBufSize);
+KELI_API KelStatus keliWarpAffineNearest_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_64f_C3R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_64f_C4R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_64f_C3R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_64f_C4R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_64f_C3R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_64f_C4R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliPoint dstRoiOffset, KeliSize dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_8u_C1R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_8u_C3R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_8u_C4R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16u_C1R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16u_C3R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16u_C4R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16s_C1R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16s_C3R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_16s_C4R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_32f_C1R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_32f_C3R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_32f_C4R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_64f_C1R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_64f_C3R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineNearest_64f_C4R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_8u_C1R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_8u_C3R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_8u_C4R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16u_C1R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16u_C3R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16u_C4R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16s_C1R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16s_C3R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_16s_C4R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_32f_C1R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_32f_C3R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_32f_C4R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_64f_C1R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_64f_C3R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineLinear_64f_C4R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_8u_C1R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_8u_C3R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_8u_C4R_L(const Kel8u* pSrc, int64_t srcStep, Kel8u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16u_C1R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16u_C3R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16u_C4R_L(const Kel16u* pSrc, int64_t srcStep, Kel16u* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16s_C1R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16s_C3R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_16s_C4R_L(const Kel16s* pSrc, int64_t srcStep, Kel16s* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_32f_C1R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_32f_C3R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_32f_C4R_L(const Kel32f* pSrc, int64_t srcStep, Kel32f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_64f_C1R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_64f_C3R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+KELI_API KelStatus keliWarpAffineCubic_64f_C4R_L(const Kel64f* pSrc, int64_t srcStep, Kel64f* pDst, int64_t dstStep, KeliPointL dstRoiOffset, KeliSizeL dstRoiSize, const KeliWarpSpec* pSpec, Kel8u* pBuffer);
+
 /* ==== Frequency transforms ================================================================== */
 
 /* ---- Two-dimensional FFT */

@@ -130,6 +130,10 @@ typedef struct KeliHOGSpec KeliHOGSpec;
  * keeps at one address between Init and the last call that uses it. */
 typedef struct KeliResizeSpec KeliResizeSpec;
 
+/* The warp families' spec: a block the caller allocates at the size its query gives, used at
+ * the address given (no alignment step). */
+typedef struct KeliWarpSpec KeliWarpSpec;
+
 typedef enum {
     kelNearest = 1,
     kelLinear = 2,

@@ -33,6 +33,7 @@ from .compare import compare, count_in_range, equal_within
 from .moments import Moments, moments
 from .geometry import flip, remap, transpose
 from .resize import resize
+from .warp import affine_bound, affine_quad, affine_source_region, affine_transform, rotation_matrix, warp_affine
 from .fft import fft2, ifft2, irfft2_packed, rfft2_packed
 from .match import match_template
 from .hog import hog

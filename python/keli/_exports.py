@@ -318,22 +318,40 @@ A305 = ((c_void_p, c_int, c_void_p, c_int, KeliPoint, KeliSize, c_void_p, c_void
 A306 = ((c_void_p, c_int64, c_void_p, c_int64, KeliPointL, KeliSizeL, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstOffset dstSize pSpec pBuffer")
 A307 = ((c_void_p, c_int, c_void_p, c_int, KeliPoint, KeliSize, c_int, c_void_p, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstOffset dstSize border pBorderValue pSpec pBuffer")
 A308 = ((c_void_p, c_int64, c_void_p, c_int64, KeliPointL, KeliSizeL, c_int, c_void_p, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstOffset dstSize border pBorderValue pSpec pBuffer")
-A309 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
-A310 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
-A311 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
-A312 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
-A313 = ((c_void_p, c_void_p), "pConfig pSpecSize")
-A314 = ((c_void_p, c_void_p), "pConfig pHOGSpec")
-A315 = ((c_void_p, KeliSize, c_void_p), "pHOGSpec roiSize pBufferSize")
-A316 = ((c_void_p, c_void_p), "pHOGSpec pDescriptorSize")
-A317 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel8u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A318 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A319 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16s, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A320 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel32f, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A321 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
-A322 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
-A323 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
-A324 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
+A309 = ((Kel64f, Kel64f, Kel64f, c_void_p), "angle xShift yShift coeffs")
+A310 = ((Kel64f, Kel64f, Kel64f, c_void_p, c_void_p), "xCenter yCenter angle xShift yShift")
+A311 = ((KeliRect, c_void_p, c_void_p), "srcRoi quad coeffs")
+A312 = ((KeliRectL, c_void_p, c_void_p), "srcRoi quad coeffs")
+A313 = ((KeliRect, c_void_p, c_void_p), "srcRoi bound coeffs")
+A314 = ((KeliRectL, c_void_p, c_void_p), "srcRoi bound coeffs")
+A315 = ((KeliSize, c_void_p, Kel32u, KeliPoint, KeliSize, c_void_p), "srcSize coeffs direction dstRoiOffset dstRoiSize srcRoi")
+A316 = ((KeliSizeL, c_void_p, Kel32u, KeliPointL, KeliSizeL, c_void_p), "srcSize coeffs direction dstRoiOffset dstRoiSize srcRoi")
+A317 = ((KeliSize, KeliSize, c_int, c_void_p, c_int, Kel32u, c_int, c_void_p, c_void_p), "srcSize dstSize dataType coeffs interpolation direction border pSpecSize pInitBufSize")
+A318 = ((KeliSizeL, KeliSizeL, c_int, c_void_p, c_int, Kel32u, c_int, c_void_p, c_void_p), "srcSize dstSize dataType coeffs interpolation direction border pSpecSize pInitBufSize")
+A319 = ((KeliSize, KeliSize, c_int, c_void_p, Kel32u, c_int, c_int, c_void_p, Kel32u, c_void_p), "srcSize dstSize dataType coeffs direction numChannels border pBorderValue smoothEdge pSpec")
+A320 = ((KeliSizeL, KeliSizeL, c_int, c_void_p, Kel32u, c_int, c_int, c_void_p, Kel32u, c_void_p), "srcSize dstSize dataType coeffs direction numChannels border pBorderValue smoothEdge pSpec")
+A321 = ((KeliSize, KeliSize, c_int, c_void_p, Kel32u, c_int, Kel64f, Kel64f, c_int, c_void_p, Kel32u, c_void_p, c_void_p), "srcSize dstSize dataType coeffs direction numChannels b c border pBorderValue smoothEdge pSpec pInitBuf")
+A322 = ((KeliSizeL, KeliSizeL, c_int, c_void_p, Kel32u, c_int, Kel64f, Kel64f, c_int, c_void_p, Kel32u, c_void_p, c_void_p), "srcSize dstSize dataType coeffs direction numChannels b c border pBorderValue smoothEdge pSpec pInitBuf")
+A323 = ((c_void_p, KeliSize, c_void_p), "pSpec dstSize pBufSize")
+A324 = ((c_void_p, KeliSizeL, c_void_p), "pSpec dstSize pBufSize")
+A325 = ((c_void_p, c_int, c_void_p, c_int, KeliPoint, KeliSize, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstRoiOffset dstRoiSize pSpec pBuffer")
+A326 = ((c_void_p, c_int64, c_void_p, c_int64, KeliPointL, KeliSizeL, c_void_p, c_void_p), "pSrc srcStep pDst dstStep dstRoiOffset dstRoiSize pSpec pBuffer")
+A327 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p, c_void_p), "orderX orderY flag hint pSizeSpec pSizeInit pSizeBuf")
+A328 = ((c_int, c_int, c_int, c_int, c_void_p, c_void_p), "orderX orderY flag hint pSpec pMemInit")
+A329 = ((c_void_p, c_int, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep pDst dstStep pSpec pBuffer")
+A330 = ((c_void_p, c_int, c_void_p, c_void_p), "pSrcDst srcDstStep pSpec pBuffer")
+A331 = ((c_void_p, c_void_p), "pConfig pSpecSize")
+A332 = ((c_void_p, c_void_p), "pConfig pHOGSpec")
+A333 = ((c_void_p, KeliSize, c_void_p), "pHOGSpec roiSize pBufferSize")
+A334 = ((c_void_p, c_void_p), "pHOGSpec pDescriptorSize")
+A335 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel8u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A336 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16u, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A337 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel16s, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A338 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, Kel32f, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A339 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, c_void_p, c_void_p, c_int, c_void_p, c_void_p), "pSrc srcStep roiSize pLocation nLocations pDst pHOGSpec border borderValue pBuffer")
+A340 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep algType pBuffer")
+A341 = ((c_void_p, c_int, KeliSize, c_void_p, c_int, KeliSize, c_void_p, c_int, c_int, c_int, c_void_p), "pSrc srcStep srcRoiSize pTpl tplStep tplRoiSize pDst dstStep scaleFactor algType pBuffer")
+A342 = ((KeliSize, KeliSize, c_int, c_void_p), "srcRoiSize tplRoiSize algType pBufferSize")
 
 EXPORTS = {
     "keliAbs_16s_C1R": (KelStatus, *A0),
@@ -3140,50 +3158,163 @@ EXPORTS = {
     "keliResizeLinear_64f_C1R_L": (KelStatus, *A308),
     "keliResizeLinear_64f_C3R_L": (KelStatus, *A308),
     "keliResizeLinear_64f_C4R_L": (KelStatus, *A308),
-    "keliFFTGetSize_R_32f": (KelStatus, *A309),
-    "keliFFTInit_R_32f": (KelStatus, *A310),
-    "keliFFTGetSize_C_32fc": (KelStatus, *A309),
-    "keliFFTInit_C_32fc": (KelStatus, *A310),
-    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A311),
-    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A311),
-    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A311),
-    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A311),
-    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A312),
-    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A312),
-    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A312),
-    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A312),
-    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A311),
-    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A311),
-    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A311),
-    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A311),
-    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A312),
-    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A312),
-    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A312),
-    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A312),
-    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A311),
-    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A311),
-    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A312),
-    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A312),
-    "keliHOGGetSize": (KelStatus, *A313),
-    "keliHOGInit": (KelStatus, *A314),
-    "keliHOGGetBufferSize": (KelStatus, *A315),
-    "keliHOGGetDescriptorSize": (KelStatus, *A316),
-    "keliHOG_8u32f_C1R": (KelStatus, *A317),
-    "keliHOG_16u32f_C1R": (KelStatus, *A318),
-    "keliHOG_16s32f_C1R": (KelStatus, *A319),
-    "keliHOG_32f_C1R": (KelStatus, *A320),
-    "keliHOG_8u32f_C3R": (KelStatus, *A321),
-    "keliHOG_16u32f_C3R": (KelStatus, *A321),
-    "keliHOG_16s32f_C3R": (KelStatus, *A321),
-    "keliHOG_32f_C3R": (KelStatus, *A321),
-    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A322),
-    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A322),
-    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A322),
-    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A323),
-    "keliCrossCorrNormGetBufferSize": (KelStatus, *A324),
-    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A322),
-    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A322),
-    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A322),
-    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A323),
-    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A324),
+    "keliGetRotateTransform": (KelStatus, *A309),
+    "keliGetRotateTransform_L": (KelStatus, *A309),
+    "keliGetRotateShift": (KelStatus, *A310),
+    "keliGetRotateShift_L": (KelStatus, *A310),
+    "keliGetAffineTransform": (KelStatus, *A311),
+    "keliGetAffineTransform_L": (KelStatus, *A312),
+    "keliGetAffineQuad": (KelStatus, *A311),
+    "keliGetAffineQuad_L": (KelStatus, *A312),
+    "keliGetAffineBound": (KelStatus, *A313),
+    "keliGetAffineBound_L": (KelStatus, *A314),
+    "keliGetAffineSrcRoi": (KelStatus, *A315),
+    "keliGetAffineSrcRoi_L": (KelStatus, *A316),
+    "keliWarpGetRectInfinite": (KeliRect, *A5),
+    "keliWarpAffineGetSize": (KelStatus, *A317),
+    "keliWarpAffineGetSize_L": (KelStatus, *A318),
+    "keliWarpAffineNearestInit": (KelStatus, *A319),
+    "keliWarpAffineNearestInit_L": (KelStatus, *A320),
+    "keliWarpAffineLinearInit": (KelStatus, *A319),
+    "keliWarpAffineLinearInit_L": (KelStatus, *A320),
+    "keliWarpAffineCubicInit": (KelStatus, *A321),
+    "keliWarpAffineCubicInit_L": (KelStatus, *A322),
+    "keliWarpGetBufferSize": (KelStatus, *A323),
+    "keliWarpGetBufferSize_L": (KelStatus, *A324),
+    "keliWarpAffineNearest_8u_C1R": (KelStatus, *A325),
+    "keliWarpAffineNearest_8u_C3R": (KelStatus, *A325),
+    "keliWarpAffineNearest_8u_C4R": (KelStatus, *A325),
+    "keliWarpAffineNearest_16u_C1R": (KelStatus, *A325),
+    "keliWarpAffineNearest_16u_C3R": (KelStatus, *A325),
+    "keliWarpAffineNearest_16u_C4R": (KelStatus, *A325),
+    "keliWarpAffineNearest_16s_C1R": (KelStatus, *A325),
+    "keliWarpAffineNearest_16s_C3R": (KelStatus, *A325),
+    "keliWarpAffineNearest_16s_C4R": (KelStatus, *A325),
+    "keliWarpAffineNearest_32f_C1R": (KelStatus, *A325),
+    "keliWarpAffineNearest_32f_C3R": (KelStatus, *A325),
+    "keliWarpAffineNearest_32f_C4R": (KelStatus, *A325),
+    "keliWarpAffineNearest_64f_C1R": (KelStatus, *A325),
+    "keliWarpAffineNearest_64f_C3R": (KelStatus, *A325),
+    "keliWarpAffineNearest_64f_C4R": (KelStatus, *A325),
+    "keliWarpAffineLinear_8u_C1R": (KelStatus, *A325),
+    "keliWarpAffineLinear_8u_C3R": (KelStatus, *A325),
+    "keliWarpAffineLinear_8u_C4R": (KelStatus, *A325),
+    "keliWarpAffineLinear_16u_C1R": (KelStatus, *A325),
+    "keliWarpAffineLinear_16u_C3R": (KelStatus, *A325),
+    "keliWarpAffineLinear_16u_C4R": (KelStatus, *A325),
+    "keliWarpAffineLinear_16s_C1R": (KelStatus, *A325),
+    "keliWarpAffineLinear_16s_C3R": (KelStatus, *A325),
+    "keliWarpAffineLinear_16s_C4R": (KelStatus, *A325),
+    "keliWarpAffineLinear_32f_C1R": (KelStatus, *A325),
+    "keliWarpAffineLinear_32f_C3R": (KelStatus, *A325),
+    "keliWarpAffineLinear_32f_C4R": (KelStatus, *A325),
+    "keliWarpAffineLinear_64f_C1R": (KelStatus, *A325),
+    "keliWarpAffineLinear_64f_C3R": (KelStatus, *A325),
+    "keliWarpAffineLinear_64f_C4R": (KelStatus, *A325),
+    "keliWarpAffineCubic_8u_C1R": (KelStatus, *A325),
+    "keliWarpAffineCubic_8u_C3R": (KelStatus, *A325),
+    "keliWarpAffineCubic_8u_C4R": (KelStatus, *A325),
+    "keliWarpAffineCubic_16u_C1R": (KelStatus, *A325),
+    "keliWarpAffineCubic_16u_C3R": (KelStatus, *A325),
+    "keliWarpAffineCubic_16u_C4R": (KelStatus, *A325),
+    "keliWarpAffineCubic_16s_C1R": (KelStatus, *A325),
+    "keliWarpAffineCubic_16s_C3R": (KelStatus, *A325),
+    "keliWarpAffineCubic_16s_C4R": (KelStatus, *A325),
+    "keliWarpAffineCubic_32f_C1R": (KelStatus, *A325),
+    "keliWarpAffineCubic_32f_C3R": (KelStatus, *A325),
+    "keliWarpAffineCubic_32f_C4R": (KelStatus, *A325),
+    "keliWarpAffineCubic_64f_C1R": (KelStatus, *A325),
+    "keliWarpAffineCubic_64f_C3R": (KelStatus, *A325),
+    "keliWarpAffineCubic_64f_C4R": (KelStatus, *A325),
+    "keliWarpAffineNearest_8u_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_8u_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_8u_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_16u_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_16u_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_16u_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_16s_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_16s_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_16s_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_32f_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_32f_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_32f_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_64f_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_64f_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineNearest_64f_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_8u_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_8u_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_8u_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_16u_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_16u_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_16u_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_16s_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_16s_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_16s_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_32f_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_32f_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_32f_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_64f_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_64f_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineLinear_64f_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_8u_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_8u_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_8u_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_16u_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_16u_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_16u_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_16s_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_16s_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_16s_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_32f_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_32f_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_32f_C4R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_64f_C1R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_64f_C3R_L": (KelStatus, *A326),
+    "keliWarpAffineCubic_64f_C4R_L": (KelStatus, *A326),
+    "keliFFTGetSize_R_32f": (KelStatus, *A327),
+    "keliFFTInit_R_32f": (KelStatus, *A328),
+    "keliFFTGetSize_C_32fc": (KelStatus, *A327),
+    "keliFFTInit_C_32fc": (KelStatus, *A328),
+    "keliFFTFwd_RToPack_32f_C1R": (KelStatus, *A329),
+    "keliFFTFwd_RToPack_32f_C3R": (KelStatus, *A329),
+    "keliFFTFwd_RToPack_32f_C4R": (KelStatus, *A329),
+    "keliFFTFwd_RToPack_32f_AC4R": (KelStatus, *A329),
+    "keliFFTFwd_RToPack_32f_C1IR": (KelStatus, *A330),
+    "keliFFTFwd_RToPack_32f_C3IR": (KelStatus, *A330),
+    "keliFFTFwd_RToPack_32f_C4IR": (KelStatus, *A330),
+    "keliFFTFwd_RToPack_32f_AC4IR": (KelStatus, *A330),
+    "keliFFTInv_PackToR_32f_C1R": (KelStatus, *A329),
+    "keliFFTInv_PackToR_32f_C3R": (KelStatus, *A329),
+    "keliFFTInv_PackToR_32f_C4R": (KelStatus, *A329),
+    "keliFFTInv_PackToR_32f_AC4R": (KelStatus, *A329),
+    "keliFFTInv_PackToR_32f_C1IR": (KelStatus, *A330),
+    "keliFFTInv_PackToR_32f_C3IR": (KelStatus, *A330),
+    "keliFFTInv_PackToR_32f_C4IR": (KelStatus, *A330),
+    "keliFFTInv_PackToR_32f_AC4IR": (KelStatus, *A330),
+    "keliFFTFwd_CToC_32fc_C1R": (KelStatus, *A329),
+    "keliFFTInv_CToC_32fc_C1R": (KelStatus, *A329),
+    "keliFFTFwd_CToC_32fc_C1IR": (KelStatus, *A330),
+    "keliFFTInv_CToC_32fc_C1IR": (KelStatus, *A330),
+    "keliHOGGetSize": (KelStatus, *A331),
+    "keliHOGInit": (KelStatus, *A332),
+    "keliHOGGetBufferSize": (KelStatus, *A333),
+    "keliHOGGetDescriptorSize": (KelStatus, *A334),
+    "keliHOG_8u32f_C1R": (KelStatus, *A335),
+    "keliHOG_16u32f_C1R": (KelStatus, *A336),
+    "keliHOG_16s32f_C1R": (KelStatus, *A337),
+    "keliHOG_32f_C1R": (KelStatus, *A338),
+    "keliHOG_8u32f_C3R": (KelStatus, *A339),
+    "keliHOG_16u32f_C3R": (KelStatus, *A339),
+    "keliHOG_16s32f_C3R": (KelStatus, *A339),
+    "keliHOG_32f_C3R": (KelStatus, *A339),
+    "keliCrossCorrNorm_8u32f_C1R": (KelStatus, *A340),
+    "keliCrossCorrNorm_16u32f_C1R": (KelStatus, *A340),
+    "keliCrossCorrNorm_32f_C1R": (KelStatus, *A340),
+    "keliCrossCorrNorm_8u_C1RSfs": (KelStatus, *A341),
+    "keliCrossCorrNormGetBufferSize": (KelStatus, *A342),
+    "keliSqrDistanceNorm_8u32f_C1R": (KelStatus, *A340),
+    "keliSqrDistanceNorm_16u32f_C1R": (KelStatus, *A340),
+    "keliSqrDistanceNorm_32f_C1R": (KelStatus, *A340),
+    "keliSqrDistanceNorm_8u_C1RSfs": (KelStatus, *A341),
+    "keliSqrDistanceNormGetBufferSize": (KelStatus, *A342),
 }
