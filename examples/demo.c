@@ -33,6 +33,7 @@ int main(int argc, char** argv)
     demo_filter_general(&d);
     demo_frequency_fft(&d);
     demo_filter_min_max(&d);
+    demo_filter_median(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
     return d.failures ? 1 : 0;
 }

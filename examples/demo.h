@@ -51,5 +51,6 @@ void demo_filter_box(Demo* d);
 void demo_filter_general(Demo* d);
 void demo_frequency_fft(Demo* d);
 void demo_filter_min_max(Demo* d);
+void demo_filter_median(Demo* d);
 
 #endif

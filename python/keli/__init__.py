@@ -24,6 +24,7 @@ from .move import copy, fill, from_bits, grey_to_colour, merge, split, swap_chan
 from .stats import argmax, argmin, block_min_max, dot, max, mean, min, min_max, norm, quality_index, sad, sum
 from . import filters
 from .filters import box, dilate3x3, erode3x3, filter2d, max_filter, min_filter, sum_window, sum_window_column, sum_window_row
+from .median import median, median_colour, median_cross, median_weighted
 from .elementary import (bitwise_and, bitwise_not, bitwise_or, bitwise_xor, complement, exp, left_shift, log,
                          maximum, minimum, right_shift, sqrt, square)
 from .alpha import alpha_composite, alpha_composite_color_key, color_key, premultiply
