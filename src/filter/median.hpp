@@ -65,7 +65,8 @@ template <class T, Layout L> constexpr std::int64_t pixel_bytes = std::int64_t(c
 
 template <class T> const unsigned char* bytes(const T* p) { return reinterpret_cast<const unsigned char*>(p); }
 
-// The walk over the ring: slot k holds extended row r with r = k mod kh. A row the border rule
+// The walk over the ring: slot k holds extended row r with r = k mod kh, its floats turned into
+// keys as it is built, so that no window turns them again. A row the border rule
 // takes from above the region is built before any output; one taken from below is built after
 // output row y only when it lies below y, or is the replicated last row, which is written last.
 template <class T, Layout L, class Kernel>
@@ -86,6 +87,7 @@ void ring_walk(const T* src, int srcStep, T* dst, int dstStep, KeliSize roi, Kel
     const std::int64_t ww = W + kw - 1, slotBytes = ww * P;
     const auto build = [&](std::int64_t r, std::int64_t slot) {
         ext.window(reinterpret_cast<T*>(ring + slot * slotBytes), slotBytes, -ax - bx0, r - by0, ww, 1, false);
+        rows::median::to_keys<T>(ring + slot * slotBytes, ww * std::int64_t(channels<L>));
     };
     for (std::int64_t j = 0; j < kh; ++j) build(j - ay, j);
     int first = 0;
@@ -100,20 +102,21 @@ void ring_walk(const T* src, int srcStep, T* dst, int dstStep, KeliSize roi, Kel
 
 // Runs `body(kernel)` with the kernel the mask and type call for. `work` is the scratch of the
 // selection kernel: kw * kh keys.
-template <class T, Layout L, class Rows, class Body> void with_kernel(KeliSize mask, unsigned char* work, Body body)
+// With Keyed the rows hold keys rather than elements (floats turned once, when a row is built).
+template <class T, Layout L, bool Keyed, class Body> void with_kernel(KeliSize mask, unsigned char* work, Body body)
 {
     namespace rm = rows::median;
     const int kw = mask.width, kh = mask.height;
-    if (kw == 1 && kh == 3) return body(rm::NetworkKernel<T, L, 1, 3>{});
-    if (kw == 1 && kh == 5) return body(rm::NetworkKernel<T, L, 1, 5>{});
-    if (kw == 3 && kh == 1) return body(rm::NetworkKernel<T, L, 3, 1>{});
-    if (kw == 5 && kh == 1) return body(rm::NetworkKernel<T, L, 5, 1>{});
-    if (kw == 3 && kh == 3) return body(rm::NetworkKernel<T, L, 3, 3>{});
-    if (kw == 5 && kh == 5) return body(rm::NetworkKernel<T, L, 5, 5>{});
+    if (kw == 1 && kh == 3) return body(rm::NetworkKernel<T, L, 1, 3, Keyed>{});
+    if (kw == 1 && kh == 5) return body(rm::NetworkKernel<T, L, 1, 5, Keyed>{});
+    if (kw == 3 && kh == 1) return body(rm::NetworkKernel<T, L, 3, 1, Keyed>{});
+    if (kw == 5 && kh == 1) return body(rm::NetworkKernel<T, L, 5, 1, Keyed>{});
+    if (kw == 3 && kh == 3) return body(rm::SortedColumnsKernel<T, L, 3, Keyed>{});
+    if (kw == 5 && kh == 5) return body(rm::SortedColumnsKernel<T, L, 5, Keyed>{});
     if constexpr (std::is_same_v<T, Kel8u>) return body(rm::HistogramKernel<L>{kw, kh});
     else {
         using K = typename rm::Keys<T>::Key;
-        return body(rm::SelectKernel<T, L>{kw, kh, reinterpret_cast<K*>(work)});
+        return body(rm::SelectKernel<T, L, Keyed>{kw, kh, reinterpret_cast<K*>(work)});
     }
 }
 
@@ -153,7 +156,7 @@ KelStatus filter_median_border(const T* pSrc, int srcStep, T* pDst, int dstStep,
     // selection keys, aligned for their width.
     const std::int64_t ringBytes = std::int64_t(mask.height) * (roi.width + mask.width - 1) * pixel_bytes<T, L>;
     unsigned char* work = box_detail::align_up(pBuffer + ringBytes, 8);
-    with_kernel<T, L, RingRows<T>>(mask, work, [&](const auto& kernel) {
+    with_kernel<T, L, true>(mask, work, [&](const auto& kernel) {
         ring_walk<T, L>(pSrc, srcStep, pDst, dstStep, roi, mask, b, pBorderValue, pBuffer, kernel);
     });
     return kelStatusOk;

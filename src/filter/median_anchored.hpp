@@ -33,7 +33,7 @@ KelStatus filter_median_anchored(const T* pSrc, int srcStep, T* pDst, int dstSte
         return s;
     if (std::is_same_v<T, Kel32f> && srcStep < (std::int64_t(mask.width) + roi.width - 1) * P) return kelStatusBadStep;
     unsigned char* work = box_detail::align_up(pBuffer, 8);
-    with_kernel<T, L, ImageRows<T>>(mask, work, [&](const auto& kernel) {
+    with_kernel<T, L, false>(mask, work, [&](const auto& kernel) {
         for (std::int64_t y = 0; y < roi.height; ++y) {
             const unsigned char* top = bytes(pSrc) + (y - anchor.y) * srcStep - anchor.x * P;
             kernel(ImageRows<T>{top, srcStep}, reinterpret_cast<T*>(reinterpret_cast<unsigned char*>(pDst) + y * dstStep),

@@ -110,6 +110,46 @@ template <> struct Keys<Kel64f> {
     static __m128i hi(__m128i a, __m128i b) { return _mm_blendv_epi8(b, a, _mm_cmpgt_epi64(a, b)); }
 };
 
+// Loads of keys from rows that hold elements, or from rows already turned into keys (the scratch
+// rows of the border filters, turned once when they are built rather than at every window).
+template <class T, bool Turned> struct Load {
+    using K = typename Keys<T>::Key;
+    static constexpr bool Keyed = Turned && !std::is_integral_v<T>;  // integers are their own keys
+    static __m128i many(const T* p)
+    {
+        if constexpr (Keyed) return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        else return Keys<T>::load(p);
+    }
+    static K one(const T* p)
+    {
+        if constexpr (Keyed) {
+            K k;
+            std::memcpy(&k, p, sizeof k);
+            return k;
+        } else {
+            return Keys<T>::key(load1(p));
+        }
+    }
+};
+
+// Turns `count` elements into their keys in place (or back: the map is its own inverse).
+template <class T> inline void to_keys(unsigned char* p, std::int64_t count)
+{
+    if constexpr (!std::is_integral_v<T>) {
+        constexpr std::int64_t V = simd::lanes<T>;
+        std::int64_t k = 0;
+        for (; k + V <= count; k += V) {
+            auto* q = reinterpret_cast<__m128i*>(p + k * std::int64_t(sizeof(T)));
+            _mm_storeu_si128(q, Keys<T>::unkey(_mm_loadu_si128(q)));
+        }
+        for (; k < count; ++k) {
+            unsigned char* q = p + k * std::int64_t(sizeof(T));
+            const typename Keys<T>::Key key = Keys<T>::key(load1(reinterpret_cast<const T*>(q)));
+            std::memcpy(q, &key, sizeof key);
+        }
+    }
+}
+
 // The compare-exchange of the networks, on vectors of keys and on scalar keys.
 template <class T> struct VectorOrder {
     static __m128i lo(__m128i a, __m128i b) { return Keys<T>::lo(a, b); }
@@ -165,7 +205,7 @@ inline void for_row(T* out, std::int64_t count, Vec vec, One one)
 }
 
 // The compare networks of the smallest rectangles: KW x KH in {1x3, 1x5, 3x1, 5x1, 3x3, 5x5}.
-template <class T, Layout L, int KW, int KH> struct NetworkKernel {
+template <class T, Layout L, int KW, int KH, bool Keyed = false> struct NetworkKernel {
     static constexpr int C = int(channels<L>), N = KW * KH;
     using K = typename Keys<T>::Key;
 
@@ -191,13 +231,59 @@ template <class T, Layout L, int KW, int KH> struct NetworkKernel {
             [&](std::int64_t k) {
                 const T* at[KH];
                 for (int j = 0; j < KH; ++j) at[j] = r[j] + k;
-                return select<__m128i>(at, [](const T* p) { return Keys<T>::load(p); });
+                return select<__m128i>(at, [](const T* p) { return Load<T, Keyed>::many(p); });
             },
             [&](std::int64_t k) {
                 const T* at[KH];
                 for (int j = 0; j < KH; ++j) at[j] = r[j] + k;
-                return select<K>(at, [](const T* p) { return Keys<T>::key(load1(p)); });
+                return select<K>(at, [](const T* p) { return Load<T, Keyed>::one(p); });
             });
+    }
+};
+
+// The square networks with their columns shared: the Side x Side window of output k is Side
+// columns of Side elements, and each column serves Side neighbouring windows. The columns of a
+// stretch of the row are sorted once into a stack area, then each window runs the network that
+// takes ascending columns (12 operations instead of 30 for 3x3, 168 instead of 202 for 5x5).
+template <class T, Layout L, int Side, bool Keyed = false> struct SortedColumnsKernel {
+    static constexpr int C = int(channels<L>), N = Side * Side;
+    static constexpr std::int64_t V = simd::lanes<T>, Stretch = 512, Reach = (Side - 1) * C;
+
+    template <class Rows> void operator()(const Rows& rows, T* out, std::int64_t n) const
+    {
+        const std::int64_t count = n * C;
+        if (count < V) return NetworkKernel<T, L, Side, Side, Keyed>{}(rows, out, n);
+        alignas(16) unsigned char sorted[Side][(Stretch + 16) * sizeof(T)];
+        const T* r[Side];
+        for (int j = 0; j < Side; ++j) r[j] = rows[j];
+        const __m128i alpha = has_alpha<L> ? alpha_bytes<T>() : _mm_setzero_si128();
+        for (std::int64_t k0 = 0; k0 < count; k0 += Stretch) {
+            // A last stretch shorter than a register starts earlier and recomputes a few outputs.
+            const std::int64_t start = std::min(k0, count - V), m = std::min(Stretch, count - start), span = m + Reach;
+            for (std::int64_t e = 0;; e += V) {
+                if (e > span - V) e = span - V;
+                __m128i c[Side];
+                for (int j = 0; j < Side; ++j) c[j] = Load<T, Keyed>::many(r[j] + start + e);
+                if constexpr (Side == 3) sort3<VectorOrder<T>>(c);
+                else sort5<VectorOrder<T>>(c);
+                for (int j = 0; j < Side; ++j) _mm_storeu_si128(reinterpret_cast<__m128i*>(sorted[j] + e * sizeof(T)), c[j]);
+                if (e == span - V) break;
+            }
+            for (std::int64_t k = 0;; k += V) {
+                if (k > m - V) k = m - V;
+                __m128i v[N];
+                for (int j = 0; j < Side; ++j)
+                    for (int i = 0; i < Side; ++i)
+                        v[j * Side + i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sorted[j] + (k + i * C) * sizeof(T)));
+                if constexpr (Side == 3) median9_sorted_columns<VectorOrder<T>>(v);
+                else median25_sorted_columns<VectorOrder<T>>(v);
+                __m128i res = Keys<T>::unkey(v[N >> 1]);
+                auto* p = reinterpret_cast<__m128i*>(out + start + k);
+                if (has_alpha<L>) res = _mm_blendv_epi8(res, _mm_loadu_si128(p), alpha);
+                _mm_storeu_si128(p, res);
+                if (k == m - V) break;
+            }
+        }
     }
 };
 
@@ -240,7 +326,7 @@ template <Layout L> struct HistogramKernel {
 
 // The general rectangle of the wider types: each window's keys are copied to the work area and
 // the middle one selected. `work` holds kw * kh keys.
-template <class T, Layout L> struct SelectKernel {
+template <class T, Layout L, bool Keyed = false> struct SelectKernel {
     static constexpr int C = int(channels<L>), Used = has_alpha<L> ? 3 : C;
     using K = typename Keys<T>::Key;
     int kw, kh;
@@ -254,7 +340,7 @@ template <class T, Layout L> struct SelectKernel {
                 K* w = work;
                 for (int j = 0; j < kh; ++j) {
                     const T* p = rows[j] + x * C + c;
-                    for (int i = 0; i < kw; ++i) *w++ = Keys<T>::key(load1(p + i * C));
+                    for (int i = 0; i < kw; ++i) *w++ = Load<T, Keyed>::one(p + i * C);
                 }
                 std::nth_element(work, work + (N >> 1), work + N);
                 store1(out + x * C + c, Keys<T>::value(work[N >> 1]));
