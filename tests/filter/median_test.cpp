@@ -149,6 +149,9 @@ TEST(FilterMedianBorder, LargeMasksAndWideRows)
         check_one(u8, random, 133, 4, {3, 3}, 1 | 64 | 128, inPlace);
         check_one(u8, random, 133, 4, {11, 5}, 6 | 16, inPlace);
         check_one(s16, random, 70, 5, {9, 9}, 6, inPlace);
+        // Rows of more than one stretch of shared sorted columns (512 elements).
+        check_one(Member<Kel8u, 4, true>{keliFilterMedianBorder_8u_AC4R, kel8u}, random, 150, 4, {3, 3}, 1, inPlace);
+        check_one(f32, random, 530, 6, {5, 5}, 6 | 32, inPlace);
     }
 }
 
@@ -257,8 +260,8 @@ void anchored(KelStatus (*fn)(const T*, int, T*, int, KeliSize, KeliSize, KeliPo
     kit::Rng random;
     const KeliSize masks[] = {{1, 3}, {1, 5}, {3, 1}, {5, 1}, {3, 3}, {5, 5}, {7, 3}, {1, 9}, {9, 9}};
     for (int n = 0; n < 40; ++n) {
-        const int w = 1 + random.below(20), h = 1 + random.below(5);
-        const KeliSize mask = masks[random.below(9)];
+        const int w = n == 0 ? 520 : 1 + random.below(20), h = 1 + random.below(5);
+        const KeliSize mask = n == 0 ? KeliSize{5, 5} : masks[random.below(9)];
         const KeliPoint anchor{random.below(mask.width), random.below(mask.height)};
         Framed<T> img(w, h, C), out(w, h, C);
         for (auto& v : img.data) v = random_pixel<T>(random, false);
