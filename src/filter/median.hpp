@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "filter/box.hpp"
 #include "filter/rows/median.hpp"
@@ -81,13 +82,30 @@ void ring_walk(const T* src, int srcStep, T* dst, int dstStep, KeliSize roi, Kel
     // The image the border rule extends: the region grown by the window's reach on each flagged side.
     const std::int64_t bx0 = left ? -ax : 0, by0 = top ? -ay : 0;
     const std::int64_t bw = W + (right ? rx : 0) - bx0, bh = H + (bottom ? ry : 0) - by0;
-    const auto kind = border::base_kind(border) == kelBorderConst ? border::Kind::Const : border::Kind::Repl;
-    const border::Extender<T, L> ext(kind, reinterpret_cast<const T*>(bytes(src) + by0 * srcStep + bx0 * P), srcStep, bw,
-                                     bh, value);
+    const bool constant = border::base_kind(border) == kelBorderConst;
     const std::int64_t ww = W + kw - 1, slotBytes = ww * P;
+    // The constant pixel: the caller's values hold the processed channels only (three for AC4).
+    unsigned char pixel[P] = {};
+    if (constant)
+        for (std::size_t c = 0; c < (has_alpha<L> ? 3 : channels<L>); ++c) std::memcpy(pixel + c * sizeof(T), value + c, sizeof(T));
+    // Extended row r into `to`, byte by byte: the scratch rows need no alignment. The pixels of
+    // the grown image are copied in one run; a column beyond it is its nearest edge column
+    // (replicated) or the constant, and so is a row beyond it.
     const auto build = [&](std::int64_t r, std::int64_t slot) {
-        ext.window(reinterpret_cast<T*>(ring + slot * slotBytes), slotBytes, -ax - bx0, r - by0, ww, 1, false);
-        rows::median::to_keys<T>(ring + slot * slotBytes, ww * std::int64_t(channels<L>));
+        unsigned char* to = ring + slot * slotBytes;
+        const std::int64_t br = r - by0;
+        if (constant && (br < 0 || br >= bh)) {
+            for (std::int64_t i = 0; i < ww; ++i) std::memcpy(to + i * P, pixel, P);
+        } else {
+            const std::int64_t sy = std::clamp<std::int64_t>(br, 0, bh - 1) + by0;
+            const unsigned char* row = bytes(src) + sy * srcStep;
+            const std::int64_t origin = -ax - bx0;  // column of the grown image at ring column 0
+            const std::int64_t lo = std::clamp<std::int64_t>(-origin, 0, ww), hi = std::clamp<std::int64_t>(bw - origin, lo, ww);
+            std::memcpy(to + lo * P, row + (origin + lo + bx0) * P, static_cast<std::size_t>((hi - lo) * P));
+            for (std::int64_t i = 0; i < lo; ++i) std::memcpy(to + i * P, constant ? pixel : row + bx0 * P, P);
+            for (std::int64_t i = hi; i < ww; ++i) std::memcpy(to + i * P, constant ? pixel : row + (bw - 1 + bx0) * P, P);
+        }
+        rows::median::to_keys<T>(to, ww * std::int64_t(channels<L>));
     };
     for (std::int64_t j = 0; j < kh; ++j) build(j - ay, j);
     int first = 0;
