@@ -40,6 +40,7 @@ int main(int argc, char** argv)
     demo_match_hog(&d);
     demo_filter_sharpen(&d);
     demo_filter_derivative(&d);
+    demo_filter_median(&d);
     printf("\n%s\n", d.failures ? "some calls failed" : "all calls succeeded");
     return d.failures ? 1 : 0;
 }

@@ -58,5 +58,6 @@ void demo_match_template(Demo* d);
 void demo_match_hog(Demo* d);
 void demo_filter_sharpen(Demo* d);
 void demo_filter_derivative(Demo* d);
+void demo_filter_median(Demo* d);
 
 #endif

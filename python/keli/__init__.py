@@ -26,6 +26,7 @@ from . import filters
 from .derivative import derivative_filter, gradient, sobel_magnitude
 from .filters import box, dilate3x3, erode3x3, filter2d, max_filter, min_filter, sum_window, sum_window_column, sum_window_row
 from .sharpen import highpass, laplace, sharpen
+from .median import median, median_colour, median_cross, median_weighted
 from .elementary import (bitwise_and, bitwise_not, bitwise_or, bitwise_xor, complement, exp, left_shift, log,
                          maximum, minimum, right_shift, sqrt, square)
 from .alpha import alpha_composite, alpha_composite_color_key, color_key, premultiply
