@@ -3456,6 +3456,88 @@ KELI_API KelStatus keliFilterLaplaceBorderGetBufferSize(KeliSize dstRoiSize, Kel
 KELI_API KelStatus keliFilterHipassBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
 KELI_API KelStatus keliFilterSharpenBorderGetBufferSize(KeliSize dstRoiSize, KeliMaskSize mask, KelDataType srcType, KelDataType dstType, int numChannels, int* pBufferSize);
 
+/* ---- Median filters */
+/*
+ * `keliFilterMedianBorder`: each pixel becomes the median of the odd `maskSize` window centred on
+ * it, per channel: element `N >> 1` of the window's `N` elements in ascending order. Pixels beyond
+ * the region come from `border`: `kelBorderRepl` or `kelBorderConst` (`borderValue`: the value itself
+ * in C1R, one value a processed channel otherwise), each with any of the in-memory flags (16 top,
+ * 32 bottom, 64 left, 128 right: that side's pixels are read from the caller's image), or 240 for
+ * no border handling; `kelBorderMirror` is refused. `keliFilterMedian_32f_C3R`/`_C4R`/`_64f_C1R`:
+ * the same median with the window's top-left at `(x - anchor.x, y - anchor.y)`, read from the
+ * caller's image, no border. `keliFilterMedianCross`: the median of the row and column arms
+ * through the pixel (5 elements for `kelMaskSize3x3`, 9 for `kelMaskSize5x5`).
+ * `keliFilterMedianColor`: the pixel of the 3x3 or 5x5 window whose colour has the least sum of L1
+ * distances (summed over the three colour channels) to all the window's pixels.
+ * `keliFilterMedianWeightedCenter3x3_8u_C1R`: the 3x3 median with the centre counted `weight` times.
+ * These last three read the caller's pixels one (3x3) or two (5x5) around the region.
+ *
+ * **Order and ties.** No arithmetic: the result is one of the window's values. Floats order by
+ * the key `bits ^ ((bits >> 31) & 0x7FFFFFFF)` compared as signed (64-bit alike for 64f), so
+ * -0.0 < +0.0 and NaNs sit at the ends by their sign, the same for every mask. Colour sums are
+ * exact integers for 8u and 16s and f32 (round to nearest) for 32f, added in row-major order; the
+ * first pixel in row-major order wins a tie. An even `weight` is lowered by one and the call
+ * returns the warning `kelStatusEvenWeight`; a weight of 9 or more copies the source.
+ *
+ * **In place and AC4.** `keliFilterMedianBorder` with `pSrc == pDst` filters in place with the same
+ * result; a 1x1 mask copies, or does nothing in place. The other forms are not for in place. AC4
+ * leaves the destination's alpha as it stood; colour AC4 works on the three colour channels.
+ *
+ * **Checks, in order.** Border members: `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; the
+ * region `kelStatusBadSize`; the mask not positive or an even side `kelStatusBadMaskSize`;
+ * `border` not accepted `kelStatusBadBorder`; a constant border with a null `borderValue` (C3R,
+ * C4R, AC4R) `kelStatusNullPtr`. No step is checked. Its size query: `pBufferSize` null, region,
+ * mask, then `dataType` `kelStatusBadDataType` (3 or 4 channels: 8u, 16u, 16s; 1 channel: also
+ * 32f), other `numChannels` `kelStatusBadChannelCount`, a size past 2^31 - 1 `kelStatusSizeOverflow`
+ * with 0. The buffer needs no alignment and serves in place too. Anchored forms: pointers, region,
+ * a step below 1 `kelStatusBadStep`, mask, `anchor` outside the mask `kelStatusBadAnchor`, then
+ * for 32f a `srcStep` below `(maskWidth + width - 1)` pixels `kelStatusBadStep`; their size queries:
+ * pointer, region, mask, `numChannels` (1, 3, 4). Cross, colour, weighted: pointers, region,
+ * steps, then `mask` other than 33 or 55 `kelStatusBadMaskSize`, or `weight` below 1
+ * `kelStatusBadWeight`.
+ *
+ * ```c
+ * int size; KeliSize mask = {5, 5};
+ * keliFilterMedianBorderGetBufferSize(roi, mask, kel8u, 1, &size);   // then allocate buffer
+ * KelStatus st = keliFilterMedianBorder_8u_C1R(src, sStep, dst, dStep, roi, mask, kelBorderRepl, 0, buffer);
+ * ```
+ */
+KELI_API KelStatus keliFilterMedianBorder_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, Kel8u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, Kel16u borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, Kel16s borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_32f_C1R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, Kel32f borderValue, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_8u_C4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel8u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_16u_C4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16u borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_16s_C4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[4], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorder_16s_AC4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliBorderType border, const Kel16s borderValue[3], Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianBorderGetBufferSize(KeliSize dstRoiSize, KeliSize maskSize, KelDataType dataType, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterMedian_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliPoint anchor, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedian_32f_C4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliPoint anchor, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedian_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* pDst, int dstStep, KeliSize dstRoiSize, KeliSize maskSize, KeliPoint anchor, Kel8u* pBuffer);
+KELI_API KelStatus keliFilterMedianGetBufferSize_32f(KeliSize dstRoiSize, KeliSize maskSize, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterMedianGetBufferSize_64f(KeliSize dstRoiSize, KeliSize maskSize, int numChannels, int* pBufferSize);
+KELI_API KelStatus keliFilterMedianCross_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianCross_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianCross_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianCross_16u_C1R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianCross_16u_C3R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianCross_16u_AC4R(const Kel16u* pSrc, int srcStep, Kel16u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianCross_16s_C1R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianCross_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianCross_16s_AC4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianColor_8u_C3R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianColor_8u_AC4R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianColor_16s_C3R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianColor_16s_AC4R(const Kel16s* pSrc, int srcStep, Kel16s* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianColor_32f_C3R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianColor_32f_AC4R(const Kel32f* pSrc, int srcStep, Kel32f* pDst, int dstStep, KeliSize dstRoiSize, KeliMaskSize mask);
+KELI_API KelStatus keliFilterMedianWeightedCenter3x3_8u_C1R(const Kel8u* pSrc, int srcStep, Kel8u* pDst, int dstStep, KeliSize dstRoiSize, int weight);
+
 /* ---- Minimum and maximum filters and 64f morphology */
 /*
  * `keliFilterMinBorder` / `keliFilterMaxBorder`: each pixel becomes the minimum or maximum of the

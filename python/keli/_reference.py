@@ -786,6 +786,53 @@ KelStatus st = keliFilterSharpenBorder_8u_C3R(src, sStep, dst, dStep, roi, kelMa
 ```""",
         'keliFilterLaplaceBorder_8u_C1R keliFilterLaplaceBorder_16s_C1R keliFilterLaplaceBorder_32f_C1R keliFilterHipassBorder_8u_C1R keliFilterHipassBorder_16s_C1R keliFilterHipassBorder_32f_C1R keliFilterSharpenBorder_8u_C1R keliFilterSharpenBorder_16s_C1R keliFilterSharpenBorder_32f_C1R keliFilterLaplaceBorder_8u_C3R keliFilterLaplaceBorder_8u_C4R keliFilterLaplaceBorder_8u_AC4R keliFilterLaplaceBorder_16s_C3R keliFilterLaplaceBorder_16s_C4R keliFilterLaplaceBorder_16s_AC4R keliFilterLaplaceBorder_32f_C3R keliFilterLaplaceBorder_32f_C4R keliFilterLaplaceBorder_32f_AC4R keliFilterHipassBorder_8u_C3R keliFilterHipassBorder_8u_C4R keliFilterHipassBorder_8u_AC4R keliFilterHipassBorder_16s_C3R keliFilterHipassBorder_16s_C4R keliFilterHipassBorder_16s_AC4R keliFilterHipassBorder_32f_C3R keliFilterHipassBorder_32f_C4R keliFilterHipassBorder_32f_AC4R keliFilterSharpenBorder_8u_C3R keliFilterSharpenBorder_8u_C4R keliFilterSharpenBorder_8u_AC4R keliFilterSharpenBorder_16s_C3R keliFilterSharpenBorder_16s_C4R keliFilterSharpenBorder_16s_AC4R keliFilterSharpenBorder_32f_C3R keliFilterSharpenBorder_32f_C4R keliFilterSharpenBorder_32f_AC4R keliFilterLaplaceBorderGetBufferSize keliFilterHipassBorderGetBufferSize keliFilterSharpenBorderGetBufferSize',
     ),
+    "filter/median": (
+        'Median filters',
+        """`keliFilterMedianBorder`: each pixel becomes the median of the odd `maskSize` window centred on
+it, per channel: element `N >> 1` of the window's `N` elements in ascending order. Pixels beyond
+the region come from `border`: `kelBorderRepl` or `kelBorderConst` (`borderValue`: the value itself
+in C1R, one value a processed channel otherwise), each with any of the in-memory flags (16 top,
+32 bottom, 64 left, 128 right: that side's pixels are read from the caller's image), or 240 for
+no border handling; `kelBorderMirror` is refused. `keliFilterMedian_32f_C3R`/`_C4R`/`_64f_C1R`:
+the same median with the window's top-left at `(x - anchor.x, y - anchor.y)`, read from the
+caller's image, no border. `keliFilterMedianCross`: the median of the row and column arms
+through the pixel (5 elements for `kelMaskSize3x3`, 9 for `kelMaskSize5x5`).
+`keliFilterMedianColor`: the pixel of the 3x3 or 5x5 window whose colour has the least sum of L1
+distances (summed over the three colour channels) to all the window's pixels.
+`keliFilterMedianWeightedCenter3x3_8u_C1R`: the 3x3 median with the centre counted `weight` times.
+These last three read the caller's pixels one (3x3) or two (5x5) around the region.
+
+**Order and ties.** No arithmetic: the result is one of the window's values. Floats order by
+the key `bits ^ ((bits >> 31) & 0x7FFFFFFF)` compared as signed (64-bit alike for 64f), so
+-0.0 < +0.0 and NaNs sit at the ends by their sign, the same for every mask. Colour sums are
+exact integers for 8u and 16s and f32 (round to nearest) for 32f, added in row-major order; the
+first pixel in row-major order wins a tie. An even `weight` is lowered by one and the call
+returns the warning `kelStatusEvenWeight`; a weight of 9 or more copies the source.
+
+**In place and AC4.** `keliFilterMedianBorder` with `pSrc == pDst` filters in place with the same
+result; a 1x1 mask copies, or does nothing in place. The other forms are not for in place. AC4
+leaves the destination's alpha as it stood; colour AC4 works on the three colour channels.
+
+**Checks, in order.** Border members: `pSrc`, `pDst`, `pBuffer` null `kelStatusNullPtr`; the
+region `kelStatusBadSize`; the mask not positive or an even side `kelStatusBadMaskSize`;
+`border` not accepted `kelStatusBadBorder`; a constant border with a null `borderValue` (C3R,
+C4R, AC4R) `kelStatusNullPtr`. No step is checked. Its size query: `pBufferSize` null, region,
+mask, then `dataType` `kelStatusBadDataType` (3 or 4 channels: 8u, 16u, 16s; 1 channel: also
+32f), other `numChannels` `kelStatusBadChannelCount`, a size past 2^31 - 1 `kelStatusSizeOverflow`
+with 0. The buffer needs no alignment and serves in place too. Anchored forms: pointers, region,
+a step below 1 `kelStatusBadStep`, mask, `anchor` outside the mask `kelStatusBadAnchor`, then
+for 32f a `srcStep` below `(maskWidth + width - 1)` pixels `kelStatusBadStep`; their size queries:
+pointer, region, mask, `numChannels` (1, 3, 4). Cross, colour, weighted: pointers, region,
+steps, then `mask` other than 33 or 55 `kelStatusBadMaskSize`, or `weight` below 1
+`kelStatusBadWeight`.
+
+```c
+int size; KeliSize mask = {5, 5};
+keliFilterMedianBorderGetBufferSize(roi, mask, kel8u, 1, &size);   // then allocate buffer
+KelStatus st = keliFilterMedianBorder_8u_C1R(src, sStep, dst, dStep, roi, mask, kelBorderRepl, 0, buffer);
+```""",
+        'keliFilterMedianBorder_8u_C1R keliFilterMedianBorder_16u_C1R keliFilterMedianBorder_16s_C1R keliFilterMedianBorder_32f_C1R keliFilterMedianBorder_8u_C3R keliFilterMedianBorder_8u_C4R keliFilterMedianBorder_8u_AC4R keliFilterMedianBorder_16u_C3R keliFilterMedianBorder_16u_C4R keliFilterMedianBorder_16u_AC4R keliFilterMedianBorder_16s_C3R keliFilterMedianBorder_16s_C4R keliFilterMedianBorder_16s_AC4R keliFilterMedianBorderGetBufferSize keliFilterMedian_32f_C3R keliFilterMedian_32f_C4R keliFilterMedian_64f_C1R keliFilterMedianGetBufferSize_32f keliFilterMedianGetBufferSize_64f keliFilterMedianCross_8u_C1R keliFilterMedianCross_8u_C3R keliFilterMedianCross_8u_AC4R keliFilterMedianCross_16u_C1R keliFilterMedianCross_16u_C3R keliFilterMedianCross_16u_AC4R keliFilterMedianCross_16s_C1R keliFilterMedianCross_16s_C3R keliFilterMedianCross_16s_AC4R keliFilterMedianColor_8u_C3R keliFilterMedianColor_8u_AC4R keliFilterMedianColor_16s_C3R keliFilterMedianColor_16s_AC4R keliFilterMedianColor_32f_C3R keliFilterMedianColor_32f_AC4R keliFilterMedianWeightedCenter3x3_8u_C1R',
+    ),
     "filter/min-max": (
         'Minimum and maximum filters and 64f morphology',
         """`keliFilterMinBorder` / `keliFilterMaxBorder`: each pixel becomes the minimum or maximum of the
