@@ -60,8 +60,9 @@ template <class O, class R> inline void median9(R (&v)[9])
     v[4] = O::hi(v[2], v[4]);
 }
 
-// Leaves the median of twenty-five in v[12]: 202 min/max operations.
-template <class O, class R> inline void median25(R (&v)[25])
+// The first three layers both 25-value networks share: sorted pairs, then sorted fours of
+// v[0..23] (v[24] waits).
+template <class O, class R> inline void sort_fours24(R (&v)[25])
 {
     O::sort(v[0], v[1]);
     O::sort(v[2], v[3]);
@@ -93,6 +94,12 @@ template <class O, class R> inline void median25(R (&v)[25])
     O::sort(v[13], v[14]);
     O::sort(v[17], v[18]);
     O::sort(v[21], v[22]);
+}
+
+// Leaves the median of twenty-five in v[12]: 202 min/max operations.
+template <class O, class R> inline void median25(R (&v)[25])
+{
+    sort_fours24<O>(v);
     O::sort(v[0], v[4]);
     O::sort(v[1], v[5]);
     O::sort(v[2], v[6]);
@@ -301,36 +308,7 @@ template <class O, class R> inline void sort5(R (&v)[5])
 // Leaves the median of 5x5 values v[j * 5 + i] whose columns (i fixed) already ascend in v[12]: 168 min/max operations.
 template <class O, class R> inline void median25_sorted_columns(R (&v)[25])
 {
-    O::sort(v[0], v[1]);
-    O::sort(v[2], v[3]);
-    O::sort(v[4], v[5]);
-    O::sort(v[6], v[7]);
-    O::sort(v[8], v[9]);
-    O::sort(v[10], v[11]);
-    O::sort(v[12], v[13]);
-    O::sort(v[14], v[15]);
-    O::sort(v[16], v[17]);
-    O::sort(v[18], v[19]);
-    O::sort(v[20], v[21]);
-    O::sort(v[22], v[23]);
-    O::sort(v[0], v[2]);
-    O::sort(v[1], v[3]);
-    O::sort(v[4], v[6]);
-    O::sort(v[5], v[7]);
-    O::sort(v[8], v[10]);
-    O::sort(v[9], v[11]);
-    O::sort(v[12], v[14]);
-    O::sort(v[13], v[15]);
-    O::sort(v[16], v[18]);
-    O::sort(v[17], v[19]);
-    O::sort(v[20], v[22]);
-    O::sort(v[21], v[23]);
-    O::sort(v[1], v[2]);
-    O::sort(v[5], v[6]);
-    O::sort(v[9], v[10]);
-    O::sort(v[13], v[14]);
-    O::sort(v[17], v[18]);
-    O::sort(v[21], v[22]);
+    sort_fours24<O>(v);
     v[4] = O::hi(v[0], v[4]);
     O::sort(v[1], v[5]);
     O::sort(v[2], v[6]);
