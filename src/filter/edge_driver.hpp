@@ -60,6 +60,25 @@ struct Footprint {
 // above the middle, so that an even window reaches one pixel further right and down.
 constexpr Footprint centred(int kw, int kh) { return {kw, kh, (kw - 1) >> 1, (kh - 1) >> 1}; }
 
+// The sides whose pixels beyond the region are the caller's memory.
+struct Sides {
+    bool top, bottom, left, right;
+};
+
+inline Sides sides(int border)
+{
+    return {border::in_memory(border, kelBorderInMemTop), border::in_memory(border, kelBorderInMemBottom),
+            border::in_memory(border, kelBorderInMemLeft), border::in_memory(border, kelBorderInMemRight)};
+}
+
+// The base kind of an accepted filter border. With all four flags no pixel is ever synthesised
+// and the base kind is never looked at.
+inline border::Kind kind_of(int border)
+{
+    const int k = border::base_kind(border);
+    return k == kelBorderConst ? border::Kind::Const : k == kelBorderMirror ? border::Kind::Mirror : border::Kind::Repl;
+}
+
 template <class T, class D> struct EdgeJob {
     const T* src;             // first pixel of the region
     std::int64_t srcStep;     // bytes
@@ -156,23 +175,6 @@ public:
     }
 
 private:
-    struct Sides {
-        bool top, bottom, left, right;
-    };
-
-    static Sides sides(int border)
-    {
-        return {border::in_memory(border, kelBorderInMemTop), border::in_memory(border, kelBorderInMemBottom),
-                border::in_memory(border, kelBorderInMemLeft), border::in_memory(border, kelBorderInMemRight)};
-    }
-
-    // With all four flags no pixel is ever synthesised and the base kind is never looked at.
-    static border::Kind kind_of(int border)
-    {
-        const int k = border::base_kind(border);
-        return k == kelBorderConst ? border::Kind::Const : k == kelBorderMirror ? border::Kind::Mirror : border::Kind::Repl;
-    }
-
     class RowTable {
     public:
         RowTable(int kh, const void** caller) : rows_(kh <= kStackRows ? stack_ : reinterpret_cast<const T**>(caller)) {}

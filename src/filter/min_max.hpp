@@ -4,8 +4,10 @@
 // The window's anchor is ax = (maskWidth - 1) >> 1, ay = (maskHeight - 1) >> 1: even sides are
 // accepted and reach one pixel further right and down. Pixels beyond the region come from the
 // border rule (replicated, mirrored or the constant) or, on a flagged side, from the caller's
-// memory. The edge driver walks the region; the kernels of rows/min_max.hpp fold the taps left
-// to right and the rows top to bottom with the minps/maxps operand order, everywhere.
+// memory. Windows more than a pixel wide fold every extended row once along x into a ring and
+// the ring's rows down (min_max_rows.hpp); one pixel wide, or taller than the driver's row
+// table, they go through the edge driver. Both fold the taps left to right and the rows top to
+// bottom with the minps/maxps operand order, so the route never shows in the pixels.
 //
 // Checks, in order: src, dst, buffer null; the region; the mask (kelStatusBadMaskSize); the
 // border; then a constant border with no value, last, so that a call with a bad border and no
@@ -15,8 +17,8 @@
 // In place (src == dst) is a caller error: the buffer holds no delay rows, so the window would
 // read rows the call has already overwritten. AC4 leaves the destination's alpha as it stood.
 //
-// The caller's buffer holds the driver's scratch (edge strips, or one row of the constant), then
-// the ring of row extrema, mh rows of ((C * width * e + 31) & ~31) bytes; for a mask taller than
+// The caller's buffer holds the driver's scratch (edge strips, or one row of the constant; the
+// fold route assembles its edge pieces there), then the ring of row extrema, mh rows of ((C * width * e + 31) & ~31) bytes; for a mask taller than
 // the driver's stack table the ring's first row accumulates and the rest holds the row table.
 // It needs no alignment and fits in the queried size.
 #pragma once
@@ -27,6 +29,7 @@
 
 #include "filter/box.hpp"
 #include "filter/edge_driver.hpp"
+#include "filter/min_max_rows.hpp"
 #include "filter/rows/min_max.hpp"
 #include "frame/check.hpp"
 #include "frame/layout.hpp"
@@ -68,8 +71,13 @@ KelStatus filter(const T* src, int srcStep, T* dst, int dstStep, KeliSize roi, K
 
     filter::EdgeJob<T, T> job{src, srcStep, dst, dstStep, roi.width, roi.height, fp, border, value, scratch,
                               Kernel::folds(mask.height) ? reinterpret_cast<const void**>(table) : nullptr};
-    const Kernel kernel(mask.width, mask.height, reinterpret_cast<T*>(ring), strideBytes / std::int64_t(sizeof(T)));
-    Driver(job).run(kernel);
+    if (mask.width > 1 && !Kernel::folds(mask.height)) {
+        filter::FoldRows<T, L, Max>(job, reinterpret_cast<T*>(scratch), reinterpret_cast<T*>(ring),
+                                    strideBytes / std::int64_t(sizeof(T)))
+            .run();
+        return kelStatusOk;
+    }
+    Driver(job).run(Kernel(mask.width, mask.height, reinterpret_cast<T*>(ring)));
     return kelStatusOk;
 }
 

@@ -26,9 +26,15 @@ using reference::Window;
 
 // Floats: one in six a value where the fold rule bites (NaN of two payloads, zeros of both signs,
 // infinities), the rest small numbers that tie often.
-template <class T> T random_pixel(kit::Rng& random)
+// With `ties`, floats are only -1, 1 and zeros of both signs: no NaN, so that two output rows
+// may share the fold of their common rows, and every tie between zeros shows the fold order.
+template <class T> T random_pixel(kit::Rng& random, bool ties = false)
 {
     if constexpr (std::is_floating_point_v<T>) {
+        if (ties) {
+            const T values[] = {T(-0.0), T(0.0), T(-1), T(1)};
+            return values[random.below(4)];
+        }
         if (random.below(6) == 0) {
             const std::uint32_t special[] = {0x7FC00000u, 0xFFA00001u, 0x80000000u, 0x00000000u, 0xFF800000u, 0x7F800000u};
             T v;
@@ -62,12 +68,13 @@ template <class T, int C, bool Alpha> struct Member {
 // Runs one call with exactly the queried scratch at an odd address and compares every element of
 // the output frame with the model (or the canary, outside the region and on AC4 alpha).
 template <class T, int C, bool Alpha>
-void check_one(const Member<T, C, Alpha>& m, kit::Rng& random, int w, int h, KeliSize mask, int border)
+void check_one(const Member<T, C, Alpha>& m, kit::Rng& random, int w, int h, KeliSize mask, int border,
+               bool ties = false)
 {
     constexpr int L = Alpha ? 4 : C;
     const Window win{mask.width, mask.height, (mask.width - 1) >> 1, (mask.height - 1) >> 1};
     Framed<T> img(w, h, L);
-    for (auto& v : img.data) v = random_pixel<T>(random);
+    for (auto& v : img.data) v = random_pixel<T>(random, ties);
     T value[4];
     for (auto& v : value) v = random_pixel<T>(random);
     Framed<T> out(w, h, L);
@@ -140,6 +147,14 @@ TEST(FilterMinMaxBorder, WideRegionsAndTallMasks)
         check_one(min32, random, 67, 9, {5, 4}, border);
         check_one(max8, random, 70, 7, {2, 3}, border);
     }
+    // Signed zeros without NaNs: rows are folded two outputs at a time, and a tie taken in the
+    // wrong order shows.
+    const Member<Kel32f, 3, false> max32{keliFilterMaxBorder_32f_C3R, keliFilterMaxBorderGetBufferSize, kel32f, true};
+    for (KeliSize mask : {KeliSize{3, 4}, KeliSize{5, 5}, KeliSize{2, 7}, KeliSize{15, 15}})
+        for (int border : {1, 3 | 16, 6}) {
+            check_one(min32, random, 41, 12, mask, border, true);
+            check_one(max32, random, 19, 11, mask, border, true);
+        }
     const Member<Kel16s, 1, false> min16{keliFilterMinBorder_16s_C1R, keliFilterMinBorderGetBufferSize, kel16s, false};
     check_one(min16, random, 9, 530, {3, 514}, 3);
     check_one(min16, random, 9, 520, {1, 513}, 6);  // no flag: the margin holds 9 rows, not 256

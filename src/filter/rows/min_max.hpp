@@ -73,6 +73,10 @@ template <class T, bool KeepAlpha> struct Put {
     }
 };
 
+// Four registers a step: each register's taps fold in one chain of dependent min/max, so four
+// chains side by side keep the unit busy while each waits for its previous result.
+constexpr std::int64_t kChains = 4;
+
 // out[k] = fold of src[k + i * C], i = 0 .. kw - 1, for k < count; with Into, out[k] is folded
 // with that value instead (the running value first). A count of at least one register ends with
 // a register that overlaps the previous one: it recomputes the same values, so nothing is lost.
@@ -92,18 +96,28 @@ void row_pass_taps(const T* src, int taps, T* out, std::int64_t count)
         }
         return;
     }
-    for (std::int64_t k = 0;; k += V) {
+    std::int64_t k = 0;
+    for (; k + kChains * V <= count; k += kChains * V) {
+        reg_t<T> acc[kChains];
+        for (int r = 0; r < kChains; ++r) acc[r] = simd::loadu(src + k + r * V);
+        for (int i = 1; i < kw; ++i)
+            for (int r = 0; r < kChains; ++r) acc[r] = P::many(acc[r], simd::loadu(src + k + r * V + std::int64_t(i) * C));
+        for (int r = 0; r < kChains; ++r) {
+            if (Into) acc[r] = P::many(simd::loadu(out + k + r * V), acc[r]);
+            Put<T, KeepAlpha>::many(out + k + r * V, acc[r], alpha);
+        }
+    }
+    while (k < count) {
         if (k > count - V) k = count - V;
         reg_t<T> acc = simd::loadu(src + k);
         for (int i = 1; i < kw; ++i) acc = P::many(acc, simd::loadu(src + k + std::int64_t(i) * C));
         if (Into) acc = P::many(simd::loadu(out + k), acc);
         Put<T, KeepAlpha>::many(out + k, acc, alpha);
-        if (k == count - V) break;
+        k += V;
     }
 }
 
-// out[k] = fold of rows[j][k], j = 0 .. kh - 1, for k < count; two registers at a time, so that
-// two chains of folds overlap.
+// out[k] = fold of rows[j][k], j = 0 .. kh - 1, for k < count, in four chains like the row pass.
 template <class T, bool Max, bool KeepAlpha, int Taps>
 void column_pass_taps(const T* const* rows, int taps, T* out, std::int64_t count)
 {
@@ -120,14 +134,12 @@ void column_pass_taps(const T* const* rows, int taps, T* out, std::int64_t count
         return;
     }
     std::int64_t k = 0;
-    for (; k + 2 * V <= count; k += 2 * V) {
-        reg_t<T> a = simd::loadu(rows[0] + k), b = simd::loadu(rows[0] + k + V);
-        for (int j = 1; j < kh; ++j) {
-            a = P::many(a, simd::loadu(rows[j] + k));
-            b = P::many(b, simd::loadu(rows[j] + k + V));
-        }
-        Put<T, KeepAlpha>::many(out + k, a, alpha);
-        Put<T, KeepAlpha>::many(out + k + V, b, alpha);
+    for (; k + kChains * V <= count; k += kChains * V) {
+        reg_t<T> acc[kChains];
+        for (int r = 0; r < kChains; ++r) acc[r] = simd::loadu(rows[0] + k + r * V);
+        for (int j = 1; j < kh; ++j)
+            for (int r = 0; r < kChains; ++r) acc[r] = P::many(acc[r], simd::loadu(rows[j] + k + r * V));
+        for (int r = 0; r < kChains; ++r) Put<T, KeepAlpha>::many(out + k + r * V, acc[r], alpha);
     }
     while (k < count) {
         if (k > count - V) k = count - V;
@@ -135,6 +147,76 @@ void column_pass_taps(const T* const* rows, int taps, T* out, std::int64_t count
         for (int j = 1; j < kh; ++j) a = P::many(a, simd::loadu(rows[j] + k));
         Put<T, KeepAlpha>::many(out + k, a, alpha);
         k += V;
+    }
+}
+
+// Two output rows from kh + 1 ring rows: m = fold of rows[1 .. kh), out0 = fold(rows[0], m),
+// and m goes to out1 for close_pass() to fold with the row below. Grouping the shared rows
+// first keeps the sequence order, so it gives the left fold's bits whenever no shared row holds
+// a NaN: without NaNs the fold picks the last of the extreme elements (ties go to the later),
+// however the sequence is grouped. A NaN running value is replaced by the next element, so for
+// floats the caller pairs rows only when the shared ones are free of NaNs.
+template <class T, bool Max, bool KeepAlpha>
+void pair_pass(const T* const* rows, int kh, T* out0, T* out1, std::int64_t count)
+{
+    using P = Pick<T, Max>;
+    constexpr std::int64_t V = simd::lanes<T>;
+    const __m128i alpha = Put<T, KeepAlpha>::alpha_bytes();
+    if (count < V) {
+        for (std::int64_t k = 0; k < count; ++k) {
+            T m = rows[1][k];
+            for (int j = 2; j < kh; ++j) m = P::one(m, rows[j][k]);
+            Put<T, KeepAlpha>::one(out0, k, P::one(rows[0][k], m));
+            Put<T, KeepAlpha>::one(out1, k, m);
+        }
+        return;
+    }
+    std::int64_t k = 0;
+    for (; k + kChains * V <= count; k += kChains * V) {
+        reg_t<T> m[kChains];
+        for (int r = 0; r < kChains; ++r) m[r] = simd::loadu(rows[1] + k + r * V);
+        for (int j = 2; j < kh; ++j)
+            for (int r = 0; r < kChains; ++r) m[r] = P::many(m[r], simd::loadu(rows[j] + k + r * V));
+        for (int r = 0; r < kChains; ++r) {
+            Put<T, KeepAlpha>::many(out0 + k + r * V, P::many(simd::loadu(rows[0] + k + r * V), m[r]), alpha);
+            Put<T, KeepAlpha>::many(out1 + k + r * V, m[r], alpha);
+        }
+    }
+    while (k < count) {
+        if (k > count - V) k = count - V;
+        reg_t<T> m = simd::loadu(rows[1] + k);
+        for (int j = 2; j < kh; ++j) m = P::many(m, simd::loadu(rows[j] + k));
+        Put<T, KeepAlpha>::many(out0 + k, P::many(simd::loadu(rows[0] + k), m), alpha);
+        Put<T, KeepAlpha>::many(out1 + k, m, alpha);
+        k += V;
+    }
+}
+
+// out[k] = fold(out[k], row[k]): the last step of the second row of a pair. A last register that
+// overlaps the one before folds the row into values that already hold it, which changes nothing
+// for NaN-free running values.
+template <class T, bool Max, bool KeepAlpha> void close_pass(T* out, const T* row, std::int64_t count)
+{
+    const T* rows[2] = {out, row};
+    column_pass_taps<T, Max, KeepAlpha, 2>(rows, 2, out, count);
+}
+
+// Whether any of count elements is a NaN (never, for integer elements).
+template <class T> bool has_nan(const T* p, std::int64_t count)
+{
+    if constexpr (!std::is_floating_point_v<T>) {
+        return false;
+    } else {
+        static_assert(std::is_same_v<T, Kel32f>);
+        std::int64_t k = 0;
+        __m128 any = _mm_setzero_ps();
+        for (; k + 4 <= count; k += 4) {
+            const __m128 x = _mm_loadu_ps(p + k);
+            any = _mm_or_ps(any, _mm_cmpunord_ps(x, x));
+        }
+        bool nan = _mm_movemask_ps(any) != 0;
+        for (; k < count; ++k) nan = nan || p[k] != p[k];
+        return nan;
     }
 }
 
@@ -162,56 +244,32 @@ void column_pass(const T* const* rows, int kh, T* out, std::int64_t count)
     }
 }
 
-// The edge-driver kernel of one member. The row extrema of the window's rows live in a ring of
-// kh rows of `stride` elements; when a segment is the one below the previous (same width, the
-// window's rows shifted by one), only the entering row is scanned. A mask taller than the
-// driver's stack table folds each row's extrema straight into one accumulating row instead, so
-// that the ring's room beyond that row can hold the driver's row table.
+// The edge-driver kernel of the windows the fold route (filter/min_max_rows.hpp) leaves out:
+// one pixel wide (a column pass straight over the source rows), and taller than the driver's
+// stack table, where each row's extrema fold straight into one accumulating row so that the
+// ring's room beyond that row can hold the driver's row table.
 template <class T, Layout L, bool Max> class Kernel {
 public:
     static constexpr int C = int(channels<L>);
     static constexpr bool kAlpha = has_alpha<L>;
 
-    Kernel(int kw, int kh, T* ring, std::int64_t stride) : kw_(kw), kh_(kh), ring_(ring), stride_(stride) {}
+    Kernel(int kw, int kh, T* acc) : kw_(kw), kh_(kh), acc_(acc) {}
 
-    // Rows the ring holds: all of the window's, or the accumulating one.
     static bool folds(int kh) { return kh > filter::kStackRows; }
 
     void operator()(const T* const* rows, T* out, std::int64_t n) const
     {
         const std::int64_t count = n * C;
-        if (kh_ == 1) return row_pass<T, Max, C, kAlpha>(rows[0], kw_, out, count);
         if (kw_ == 1) return column_pass<T, Max, kAlpha>(rows, kh_, out, count);
-        if (folds(kh_)) {
-            row_pass<T, Max, C>(rows[0], kw_, ring_, count);
-            for (int j = 1; j < kh_; ++j) row_pass<T, Max, C, false, true>(rows[j], kw_, ring_, count);
-            const T* acc = ring_;
-            return column_pass<T, Max, kAlpha>(&acc, 1, out, count);
-        }
-        bool below = n == lastN_;
-        for (int j = 0; below && j + 1 < kh_; ++j) below = rows[j] == window_[j + 1];
-        if (below) {
-            row_pass<T, Max, C>(rows[kh_ - 1], kw_, slot(0), count);  // the leaving row's slot
-            base_ = (base_ + 1) % kh_;
-        } else {
-            base_ = 0;
-            for (int j = 0; j < kh_; ++j) row_pass<T, Max, C>(rows[j], kw_, slot(j), count);
-        }
-        lastN_ = n;
-        for (int j = 0; j < kh_; ++j) window_[j] = rows[j], order_[j] = slot(j);
-        column_pass<T, Max, kAlpha>(order_, kh_, out, count);
+        row_pass<T, Max, C>(rows[0], kw_, acc_, count);
+        for (int j = 1; j < kh_; ++j) row_pass<T, Max, C, false, true>(rows[j], kw_, acc_, count);
+        const T* acc = acc_;
+        column_pass<T, Max, kAlpha>(&acc, 1, out, count);
     }
 
 private:
-    T* slot(int j) const { return ring_ + ((base_ + j) % kh_) * stride_; }
-
     int kw_, kh_;
-    T* ring_;
-    std::int64_t stride_;
-    mutable std::int64_t lastN_ = -1;
-    mutable int base_ = 0;                                // ring slot of the window's top row
-    mutable const T* window_[filter::kStackRows];  // the rows of the last segment (read once lastN_ is set)
-    mutable const T* order_[filter::kStackRows];   // their extrema, top to bottom
+    T* acc_;
 };
 
 // One output row of the 3x3 64f erosion or dilation: rows[j] points at the pixel left of the
