@@ -130,14 +130,17 @@ KelStatus mirror_image(const T* pSrc, int srcStep, T* pDst, int dstStep, KeliSiz
     const Byte* s = bytes(pSrc);
     Byte* d = bytes(pDst);
     if (flip == kelAxisHorizontal) {
-        s += (height - 1) * std::int64_t(srcStep);
+        // The source is read top down and the destination written bottom up: reading runs in
+        // the direction the prefetchers (and the copy's own read-ahead) follow, and the stores
+        // need no reading ahead when they stream past the caches.
+        d += (height - 1) * std::int64_t(dstStep);
         if constexpr (has_alpha<L>) {
-            for (std::int64_t y = 0; y < height; ++y, s -= srcStep, d += dstStep)
+            for (std::int64_t y = 0; y < height; ++y, s += srcStep, d -= dstStep)
                 rows::copy_ac4_row(reinterpret_cast<const T*>(s), reinterpret_cast<T*>(d), width);
         } else {
             const std::size_t rowBytes = width * std::size_t(P);
             const bool nt = stream_rows<L>(std::uint64_t(P), std::uint64_t(width) * std::uint64_t(height));
-            for (std::int64_t y = 0; y < height; ++y, s -= srcStep, d += dstStep) {
+            for (std::int64_t y = 0; y < height; ++y, s += srcStep, d -= dstStep) {
                 if (nt) rows::copy_bytes_nt(s, d, rowBytes);
                 else rows::copy_bytes(s, d, rowBytes);
             }
