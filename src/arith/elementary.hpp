@@ -95,7 +95,7 @@ KelStatus sqrt_image(const T* pSrc, int srcStep, T* pDst, int dstStep, KeliSize 
             arith::fill_region<T, L>(T(0), pDst, dstStep, roi);
             return kelStatusOk;
         }
-        if constexpr (std::is_same_v<T, Kel8u>) return table_rows<L>(rows::sqrt_table(n), pSrc, srcStep, pDst, dstStep, roi, w);
+        if constexpr (std::is_same_v<T, Kel8u>) return op_rows<L>(rows::SqrtByteOp(n), pSrc, srcStep, pDst, dstStep, roi, w);
         else return op_rows<L>(rows::SqrtIntOp<T>(n), pSrc, srcStep, pDst, dstStep, roi, w);
     }
 }
