@@ -61,7 +61,14 @@ KelStatus add_rand_uniform(T* pSrcDst, int step, KeliSize roi, T low, T high, Ke
     rows::NoiseGenerator gen(*pSeed);
     alignas(16) std::int32_t words[kChunkElements];
     add_to_rows<T, L>(pSrcDst, step, roi, [&](double* v, std::size_t n) {
-        for (std::size_t i = 0; i < n; ++i) words[i] = draws<L>(i) ? gen.next() : 0;
+        if constexpr (!has_alpha<L>) {
+            gen.fill(words, n);
+        } else {
+            // Whole pixels: three words a pixel, spread out with the alpha's left at zero.
+            alignas(16) std::int32_t colour[kChunkElements];
+            gen.fill(colour, n / 4 * 3);
+            for (std::size_t i = 0, j = 0; i < n; ++i) words[i] = draws<L>(i) ? colour[j++] : 0;
+        }
         rows::uniform_values(words, v, n, scale, mid);
     });
     *pSeed = gen.seed();
@@ -79,28 +86,17 @@ KelStatus add_rand_gauss(T* pSrcDst, int step, KeliSize roi, T mean, T stDev, Ke
     if (KelStatus s = check::first({check::pointers(pSrcDst, pSeed), check::size(roi), check::steps(step)})) return s;
     FpControlGuard fp;
     fp.set_rounding(0);
-    const double m = static_cast<double>(mean), sd = static_cast<double>(stDev);
     rows::NoiseGenerator gen(*pSeed);
-    bool pending = false;
-    double second = 0;
-    auto draw = [&]() -> double {
-        if (pending) {
-            pending = false;
-            return second;
-        }
-        for (;;) {
-            const double a = static_cast<double>(gen.next()) * 4.656612873077e-10;
-            const double b = static_cast<double>(gen.next()) * 4.656612873077e-10;
-            const double w = a * a + b * b;
-            if (w >= 1.0 || w == 0.0) continue;
-            const double f = std::sqrt(rows::ln64(w) * -2.0 / w);
-            second = b * sd * f + m;
-            pending = true;
-            return a * sd * f + m;
-        }
-    };
+    rows::GaussStream stream(gen, static_cast<double>(mean), static_cast<double>(stDev));
     add_to_rows<T, L>(pSrcDst, step, roi, [&](double* v, std::size_t n) {
-        for (std::size_t i = 0; i < n; ++i) v[i] = draws<L>(i) ? draw() : 0.0;
+        if constexpr (!has_alpha<L>) {
+            stream.fill(v, n);
+        } else {
+            // Whole pixels: three values a pixel, spread out with the alpha's left at zero.
+            alignas(16) double colour[kChunkElements];
+            stream.fill(colour, n / 4 * 3);
+            for (std::size_t i = 0, j = 0; i < n; ++i) v[i] = draws<L>(i) ? colour[j++] : 0.0;
+        }
     });
     *pSeed = gen.seed();
     return kelStatusOk;
