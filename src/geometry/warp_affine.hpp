@@ -61,19 +61,37 @@ template <class T, int C> struct Job {
     }
 };
 
+// Pixels x0..x1 of row y set to the border value, whose pattern p was made once per call.
+template <class T, int C>
+void fill_span(const Job<T, C>& j, const rows::FillPattern& p, std::int64_t x0, std::int64_t x1, std::int64_t y)
+{
+    if (x0 > x1) return;
+    if constexpr (C * sizeof(T) > 16 && C != 3) {
+        // A 32-byte pixel (64f, four channels) repeats beyond the fill's 16-byte pattern.
+        for (std::int64_t x = x0; x <= x1; ++x) std::memcpy(j.at(x, y), j.value, sizeof(T) * C);
+    } else {
+        const std::size_t n = std::size_t((x1 - x0 + 1) * C) * sizeof(T);
+        if constexpr (16 % (C * sizeof(T)) == 0) {
+            // A pixel that divides 16 bytes: the pattern's 16 bytes are right at any pixel
+            // boundary, so a strip of 16 bytes or more takes whole copies of them, the last flush
+            // with its end, with none of the general fill's phase arithmetic.
+            if (n >= 16) {
+                auto* d = reinterpret_cast<unsigned char*>(j.at(x0, y));
+                for (std::size_t i = 0; i + 16 < n; i += 16) std::memcpy(d + i, p.bytes, 16);
+                std::memcpy(d + n - 16, p.bytes, 16);
+                return;
+            }
+        }
+        rows::fill_run(j.at(x0, y), n, p, false);
+    }
+}
+
 template <class T, int C> void fill_rect(const Job<T, C>& j, std::int64_t x0, std::int64_t y0, std::int64_t x1,
                                          std::int64_t y1)
 {
     if (x0 > x1 || y0 > y1) return;
-    if constexpr (C * sizeof(T) > 16 && C != 3) {
-        // A 32-byte pixel (64f, four channels) repeats beyond the fill's 16-byte pattern.
-        for (std::int64_t y = y0; y <= y1; ++y)
-            for (std::int64_t x = x0; x <= x1; ++x) std::memcpy(j.at(x, y), j.value, sizeof(T) * C);
-        return;
-    }
     const rows::FillPattern p = rows::make_fill_pattern(j.value, C);
-    for (std::int64_t y = y0; y <= y1; ++y)
-        rows::fill_run(j.at(x0, y), std::size_t((x1 - x0 + 1) * C) * sizeof(T), p, false);
+    for (std::int64_t y = y0; y <= y1; ++y) fill_span(j, p, x0, x1, y);
 }
 
 // The whole-pixel shift: a copy where the shifted source lies, the border elsewhere.
@@ -86,20 +104,29 @@ template <class T, int C> KelStatus run_translation(const Job<T, C>& j, const Tr
     const std::int64_t cy0 = std::max(j.y0, t.yFirst), cy1 = std::min(j.y1, t.yLast);
     const bool meets = cx0 <= cx1 && cy0 <= cy1;
     if (!meets && !constant && !repl) return kelStatusNoIntersection;
+    if (constant && meets) {
+        // The rows beside the copy: each strip is widened into the copied span to at least 16
+        // bytes where the ROI allows, so that a narrow strip costs two wide stores and not a
+        // byte loop; the copy, which follows, then overwrites the widened part.
+        const rows::FillPattern p = rows::make_fill_pattern(j.value, C);
+        constexpr std::int64_t reach = (16 + C * std::int64_t(sizeof(T)) - 1) / (C * std::int64_t(sizeof(T)));
+        const std::size_t bytes = std::size_t((cx1 - cx0 + 1) * C) * sizeof(T);
+        for (std::int64_t y = cy0; y <= cy1; ++y) {
+            if (j.x0 < cx0) fill_span(j, p, j.x0, std::min(cx1, std::max(cx0 - 1, j.x0 + reach - 1)), y);
+            if (cx1 < j.x1) fill_span(j, p, std::max(cx0, std::min(cx1 + 1, j.x1 - reach + 1)), j.x1, y);
+            std::memmove(j.at(cx0, y), j.src.row(y - t.ty) + (cx0 - t.tx) * C, bytes);
+        }
+        fill_rect(j, j.x0, j.y0, j.x1, cy0 - 1);
+        fill_rect(j, j.x0, cy1 + 1, j.x1, j.y1);
+        return kelStatusOk;
+    }
     if (meets) {
         const std::size_t bytes = std::size_t((cx1 - cx0 + 1) * C) * sizeof(T);
         for (std::int64_t y = cy0; y <= cy1; ++y)
             std::memmove(j.at(cx0, y), j.src.row(y - t.ty) + (cx0 - t.tx) * C, bytes);
     }
     if (constant) {
-        if (!meets) {
-            fill_rect(j, j.x0, j.y0, j.x1, j.y1);
-        } else {
-            fill_rect(j, j.x0, j.y0, j.x1, cy0 - 1);
-            fill_rect(j, j.x0, cy1 + 1, j.x1, j.y1);
-            fill_rect(j, j.x0, cy0, cx0 - 1, cy1);
-            fill_rect(j, cx1 + 1, cy0, j.x1, cy1);
-        }
+        fill_rect(j, j.x0, j.y0, j.x1, j.y1);
     } else if (repl) {
         for (std::int64_t y = j.y0; y <= j.y1; ++y) {
             const T* row = j.src.row(std::clamp<std::int64_t>(y - t.ty, 0, j.src.height - 1));

@@ -266,6 +266,33 @@ TEST(WarpAffine, SpansAcrossChunks)
     wide_spans<Kel64f>();
 }
 
+// The whole-pixel route with a constant border: strips of every width beside the copy (none,
+// narrower than a vector, wider), on either side, for pixels of 1 to 32 bytes.
+template <class T> void whole_shift_strips()
+{
+    kit::Rng rng;
+    int calls = 0;
+    for (const Member<T>& mb : members<T>()) {
+        if (mb.kind == kelCubic) continue;
+        for (double tx : {-21.0, -3.0, -1.0, 0.0, 2.0, 5.0, 17.0})
+            for (double ty : {-2.0, 3.0}) {
+                const Matrix mx{"whole shift", {1, 0, tx, 0, 1, ty}, calls % 2};
+                const Roi roi = calls % 3 ? Roi{calls % 4, 1, 37 - calls % 5, 20} : Roi{0, 0, 40, 24};
+                KelStatus is;
+                check_one<T>(mb, mx, kelBorderConst, 40, 22, 40, 24, roi, kit::Shape{calls % 3, 0, false},
+                             kit::Shape{(calls + 1) % 3, 0, calls % 4 == 1}, false, rng, &is);
+                ++calls;
+            }
+    }
+}
+
+TEST(WarpAffine, WholeShiftStrips)
+{
+    whole_shift_strips<Kel8u>();
+    whole_shift_strips<Kel16s>();
+    whole_shift_strips<Kel64f>();
+}
+
 // A tiled run equals the whole run where the additions are exact (dyadic matrices), on the
 // whole-pixel route, and on the scale-only route.
 // Smooth edges blend the pixels just outside each edge; only with the transparent borders.
