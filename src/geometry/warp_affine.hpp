@@ -111,10 +111,13 @@ template <class T, int C> KelStatus run_translation(const Job<T, C>& j, const Tr
         const rows::FillPattern p = rows::make_fill_pattern(j.value, C);
         constexpr std::int64_t reach = (16 + C * std::int64_t(sizeof(T)) - 1) / (C * std::int64_t(sizeof(T)));
         const std::size_t bytes = std::size_t((cx1 - cx0 + 1) * C) * sizeof(T);
-        for (std::int64_t y = cy0; y <= cy1; ++y) {
+        const unsigned char* from = reinterpret_cast<const unsigned char*>(j.src.row(cy0 - t.ty) + (cx0 - t.tx) * C);
+        unsigned char* to = reinterpret_cast<unsigned char*>(j.at(cx0, cy0));
+        const std::int64_t srcStep = j.src.step, dstStep = j.dstStep;
+        for (std::int64_t y = cy0; y <= cy1; ++y, from += srcStep, to += dstStep) {
             if (j.x0 < cx0) fill_span(j, p, j.x0, std::min(cx1, std::max(cx0 - 1, j.x0 + reach - 1)), y);
             if (cx1 < j.x1) fill_span(j, p, std::max(cx0, std::min(cx1 + 1, j.x1 - reach + 1)), j.x1, y);
-            std::memmove(j.at(cx0, y), j.src.row(y - t.ty) + (cx0 - t.tx) * C, bytes);
+            std::memcpy(to, from, bytes);
         }
         fill_rect(j, j.x0, j.y0, j.x1, cy0 - 1);
         fill_rect(j, j.x0, cy1 + 1, j.x1, j.y1);
