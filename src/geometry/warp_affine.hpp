@@ -117,7 +117,7 @@ template <class T, int C> KelStatus run_translation(const Job<T, C>& j, const Tr
         for (std::int64_t y = cy0; y <= cy1; ++y, from += srcStep, to += dstStep) {
             if (j.x0 < cx0) fill_span(j, p, j.x0, std::min(cx1, std::max(cx0 - 1, j.x0 + reach - 1)), y);
             if (cx1 < j.x1) fill_span(j, p, std::max(cx0, std::min(cx1 + 1, j.x1 - reach + 1)), j.x1, y);
-            std::memcpy(to, from, bytes);
+            std::memmove(to, from, bytes);
         }
         fill_rect(j, j.x0, j.y0, j.x1, cy0 - 1);
         fill_rect(j, j.x0, cy1 + 1, j.x1, j.y1);
