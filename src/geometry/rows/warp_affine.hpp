@@ -89,14 +89,43 @@ namespace kernel {
 
 constexpr int kChunk = 64;  // pixels per chunk of positions
 
-// The chain of positions: X, X + dx, (X + dx) + dx, ... exactly as a scalar loop adds them.
-inline void positions(double& X, double& Y, double dx, double dy, int n, double* xs, double* ys)
+// Up to four spans (one a row) stepped together, a chunk of each per turn. Each span's positions
+// are its own chain X, X + dx, (X + dx) + dx, ... exactly as a lone scalar loop adds them, but a
+// single chain waits out the latency of every addition; four independent chains, advanced in
+// the same loop, overlap theirs. `chunk(r, first, m, xs, ys)` then runs the kernel on span r's
+// pixels first .. first + m - 1.
+struct SpanStart {
+    double X, Y;
+    int n;  // pixels in the span, 0 for none
+};
+
+template <class Chunk> inline void walk_spans(SpanStart (&span)[4], double dx, double dy, Chunk&& chunk)
 {
-    for (int k = 0; k < n; ++k) {
-        xs[k] = X;
-        ys[k] = Y;
-        X += dx;
-        Y += dy;
+    alignas(16) double xs[4][kChunk], ys[4][kChunk];
+    for (int done = 0;; done += kChunk) {
+        int m[4], common = kChunk, most = 0;
+        for (int r = 0; r < 4; ++r) {
+            m[r] = std::max(0, std::min(kChunk, span[r].n - done));
+            common = std::min(common, m[r]);
+            most = std::max(most, m[r]);
+        }
+        if (most == 0) return;
+        for (int k = 0; k < common; ++k)
+            for (int r = 0; r < 4; ++r) {
+                xs[r][k] = span[r].X;
+                ys[r][k] = span[r].Y;
+                span[r].X += dx;
+                span[r].Y += dy;
+            }
+        for (int r = 0; r < 4; ++r)
+            for (int k = common; k < m[r]; ++k) {
+                xs[r][k] = span[r].X;
+                ys[r][k] = span[r].Y;
+                span[r].X += dx;
+                span[r].Y += dy;
+            }
+        for (int r = 0; r < 4; ++r)
+            if (m[r] > 0) chunk(r, done, m[r], xs[r], ys[r]);
     }
 }
 
@@ -265,57 +294,43 @@ inline void separable_run(const float* h0a, const float* h0b, const float* h1a, 
 
 }  // namespace kernel
 
-// Nearest over a span of n pixels of C channels.
-template <class T, int C>
-void nearest_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, double dy)
+// Nearest over a chunk of m pixels of C channels at the given positions.
+template <class T, int C> void nearest_chunk(const Source<T>& s, T* d, int m, const double* xs, const double* ys)
 {
-    alignas(16) double xs[kernel::kChunk], ys[kernel::kChunk];
     alignas(16) std::int32_t ix[kernel::kChunk], iy[kernel::kChunk];
-    for (int done = 0; done < n;) {
-        const int m = std::min(kernel::kChunk, n - done);
-        kernel::positions(X, Y, dx, dy, m, xs, ys);
-        kernel::nearest_indexes(xs, ys, m, s.width - 1, s.height - 1, ix, iy);
-        for (int k = 0; k < m; ++k, d += C) {
-            const T* p = s.row(iy[k]) + std::int64_t(ix[k]) * C;
-            for (int c = 0; c < C; ++c) d[c] = p[c];
-        }
-        done += m;
+    kernel::nearest_indexes(xs, ys, m, s.width - 1, s.height - 1, ix, iy);
+    for (int k = 0; k < m; ++k, d += C) {
+        const T* p = s.row(iy[k]) + std::int64_t(ix[k]) * C;
+        for (int c = 0; c < C; ++c) d[c] = p[c];
     }
 }
 
-// Linear over a span of n pixels of C channels, inside the interval: all four taps lie in the
+// Linear over a chunk of m pixels of C channels inside the interval: all four taps lie in the
 // image by the index limits.
-template <class T, int C>
-void linear_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, double dy)
+template <class T, int C> void linear_chunk(const Source<T>& s, T* d, int m, const double* xs, const double* ys)
 {
     using R = Real<T>;
     constexpr int E = kernel::kChunk * C;
-    alignas(16) double xs[kernel::kChunk], ys[kernel::kChunk];
     alignas(16) std::int32_t ix[kernel::kChunk], iy[kernel::kChunk];
     alignas(16) R fx[kernel::kChunk], fy[kernel::kChunk];
-    alignas(16) R a00[E], a01[E], a10[E], a11[E], ex[E], ey[E];
-    for (int done = 0; done < n;) {
-        const int m = std::min(kernel::kChunk, n - done);
-        kernel::positions(X, Y, dx, dy, m, xs, ys);
-        if constexpr (std::is_same_v<T, Kel8u>)
-            kernel::linear_indexes_f32(xs, ys, m, s.width - 2, s.height - 2, ix, iy, fx, fy);
-        else
-            kernel::linear_indexes_f64<R>(xs, ys, m, s.width - 1, s.height - 1, ix, iy, fx, fy);
-        if constexpr (std::is_same_v<T, Kel8u> && C == 4) {
-            // A four-channel byte pixel is one 32-bit load: each tap widens straight into the
-            // four lanes, and the lanes are the channels, with no gather through the arrays.
-            for (int k = 0; k < m; ++k, d += 4) {
-                const T* top = s.row(iy[k]) + std::int64_t(ix[k]) * 4;
-                const T* bottom = s.row(iy[k] + 1) + std::int64_t(ix[k]) * 4;
-                const __m128 p00 = widen4(top), p01 = widen4(top + 4), p10 = widen4(bottom), p11 = widen4(bottom + 4);
-                const __m128 x = _mm_set1_ps(fx[k]), y = _mm_set1_ps(fy[k]);
-                const __m128 left = _mm_add_ps(p00, _mm_mul_ps(_mm_sub_ps(p10, p00), y));
-                const __m128 right = _mm_add_ps(p01, _mm_mul_ps(_mm_sub_ps(p11, p01), y));
-                kernel::store4(d, _mm_add_ps(left, _mm_mul_ps(_mm_sub_ps(right, left), x)));
-            }
-            done += m;
-            continue;
+    if constexpr (std::is_same_v<T, Kel8u>)
+        kernel::linear_indexes_f32(xs, ys, m, s.width - 2, s.height - 2, ix, iy, fx, fy);
+    else
+        kernel::linear_indexes_f64<R>(xs, ys, m, s.width - 1, s.height - 1, ix, iy, fx, fy);
+    if constexpr (std::is_same_v<T, Kel8u> && C == 4) {
+        // A four-channel byte pixel is one 32-bit load: each tap widens straight into the
+        // four lanes, and the lanes are the channels, with no gather through the arrays.
+        for (int k = 0; k < m; ++k, d += 4) {
+            const T* top = s.row(iy[k]) + std::int64_t(ix[k]) * 4;
+            const T* bottom = s.row(iy[k] + 1) + std::int64_t(ix[k]) * 4;
+            const __m128 p00 = widen4(top), p01 = widen4(top + 4), p10 = widen4(bottom), p11 = widen4(bottom + 4);
+            const __m128 x = _mm_set1_ps(fx[k]), y = _mm_set1_ps(fy[k]);
+            const __m128 left = _mm_add_ps(p00, _mm_mul_ps(_mm_sub_ps(p10, p00), y));
+            const __m128 right = _mm_add_ps(p01, _mm_mul_ps(_mm_sub_ps(p11, p01), y));
+            kernel::store4(d, _mm_add_ps(left, _mm_mul_ps(_mm_sub_ps(right, left), x)));
         }
+    } else {
+        alignas(16) R a00[E], a01[E], a10[E], a11[E], ex[E], ey[E];
         for (int k = 0; k < m; ++k) {
             const T* top = s.row(iy[k]) + std::int64_t(ix[k]) * C;
             const T* bottom = s.row(iy[k] + 1) + std::int64_t(ix[k]) * C;
@@ -330,8 +345,6 @@ void linear_span(const Source<T>& s, T* d, int n, double X, double Y, double dx,
             }
         }
         kernel::interpolate_run<T>(a00, a01, a10, a11, ex, ey, m * C, d);
-        d += m * C;
-        done += m;
     }
 }
 
@@ -556,20 +569,18 @@ inline void cubic_interval_pixel(const Source<T>& s, T* d, std::int64_t i, std::
     cubic_pixel<T, C>(s, d, tx, ty, wx, wy, kIn, kIn, nullptr);
 }
 
-// Cubic over a span inside the interval: index floor(position) held to [0, last - 1] (floor by
-// rounding, limited to the last pair, exactly as Linear's wider types index), fraction in R.
+// Cubic over a chunk of m pixels inside the interval: index floor(position) held to
+// [0, last - 1] (floor by rounding, limited to the last pair, exactly as Linear's wider types
+// index), fraction in R.
 template <class T, int C>
-void cubic_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, double dy, const CubicRule<Real<T>>& rule,
-                std::uint32_t inMem)
+void cubic_chunk(const Source<T>& s, T* d, int m, const double* xs, const double* ys, const CubicRule<Real<T>>& rule,
+                 std::uint32_t inMem)
 {
     using R = Real<T>;
-    alignas(16) double xs[kernel::kChunk], ys[kernel::kChunk];
     alignas(16) std::int32_t ix[kernel::kChunk], iy[kernel::kChunk];
     alignas(16) R fx[kernel::kChunk], fy[kernel::kChunk];
     alignas(16) R wx[4][kernel::kChunk], wy[4][kernel::kChunk];
-    for (int done = 0; done < n;) {
-        const int m = std::min(kernel::kChunk, n - done);
-        kernel::positions(X, Y, dx, dy, m, xs, ys);
+    {
         kernel::linear_indexes_f64<R>(xs, ys, m, s.width - 1, s.height - 1, ix, iy, fx, fy);
         for (int k = m; k % 4; ++k) fx[k] = fy[k] = 0;  // the vector weights read whole quads
         cubic_weights(rule, fx, m, wx);
@@ -602,8 +613,6 @@ void cubic_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, 
             }
         }
         for (; k < m; ++k) one(k);
-        d += std::int64_t(m) * C;
-        done += m;
     }
 }
 
