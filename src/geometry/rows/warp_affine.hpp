@@ -134,12 +134,13 @@ template <class Chunk> inline void walk_spans(SpanStart (&span)[4], double dx, d
 inline void nearest_indexes(const double* xs, const double* ys, int n, std::int32_t xMax, std::int32_t yMax,
                             std::int32_t* ix, std::int32_t* iy)
 {
-    const __m128d half = _mm_set1_pd(0.5), zero = _mm_setzero_pd();
+    const __m128d half = _mm_set1_pd(0.5), one = _mm_set1_pd(1.0), zero = _mm_setzero_pd();
     const __m128d xHi = _mm_set1_pd(xMax), yHi = _mm_set1_pd(yMax);
+    // At a tie v = r + 0.5 exactly, so v + 0.5 = r + 1 is an integer, held exactly below 2^53:
+    // rint(v + 0.5) is r + 1, one addition instead of a second rounding.
     auto round = [&](__m128d v, __m128d hi) {
         __m128d r = _mm_round_pd(v, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
-        const __m128d tie = _mm_cmpeq_pd(_mm_sub_pd(v, r), half);
-        r = _mm_blendv_pd(r, _mm_round_pd(_mm_add_pd(v, half), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC), tie);
+        r = _mm_add_pd(r, _mm_and_pd(_mm_cmpeq_pd(_mm_sub_pd(v, r), half), one));
         return _mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(r, zero), hi));
     };
     int k = 0;
@@ -299,8 +300,12 @@ template <class T, int C> void nearest_chunk(const Source<T>& s, T* d, int m, co
 {
     alignas(16) std::int32_t ix[kernel::kChunk], iy[kernel::kChunk];
     kernel::nearest_indexes(xs, ys, m, s.width - 1, s.height - 1, ix, iy);
+    // The source's base and step in locals: the element stores may alias any memory, and
+    // would otherwise have them read again for every pixel.
+    const unsigned char* const base = s.base;
+    const std::int64_t step = s.step;
     for (int k = 0; k < m; ++k, d += C) {
-        const T* p = s.row(iy[k]) + std::int64_t(ix[k]) * C;
+        const T* p = reinterpret_cast<const T*>(base + iy[k] * step) + std::int64_t(ix[k]) * C;
         for (int c = 0; c < C; ++c) d[c] = p[c];
     }
 }
