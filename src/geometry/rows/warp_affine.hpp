@@ -2,7 +2,8 @@
 // at (X, Y) and advance by (dx, dy) per pixel.
 //
 // The positions come from repeated f64 addition, a chain that only a scalar loop can follow
-// bit for bit; it fills a chunk of positions, and the vector code takes over from there: the
+// bit for bit; four rows' chains advance side by side so that their latencies overlap, each
+// filling a chunk of positions, and the vector code takes over from there: the
 // rounding or flooring of both coordinates, the limits, the fractions, and after the taps are
 // gathered, the interpolation, rounding and saturation of four elements at a time. The scalar
 // tails use the same f32 operations in the same order, so every element equals the scalar rule.
@@ -585,40 +586,38 @@ void cubic_chunk(const Source<T>& s, T* d, int m, const double* xs, const double
     alignas(16) std::int32_t ix[kernel::kChunk], iy[kernel::kChunk];
     alignas(16) R fx[kernel::kChunk], fy[kernel::kChunk];
     alignas(16) R wx[4][kernel::kChunk], wy[4][kernel::kChunk];
-    {
-        kernel::linear_indexes_f64<R>(xs, ys, m, s.width - 1, s.height - 1, ix, iy, fx, fy);
-        for (int k = m; k % 4; ++k) fx[k] = fy[k] = 0;  // the vector weights read whole quads
-        cubic_weights(rule, fx, m, wx);
-        cubic_weights(rule, fy, m, wy);
-        auto one = [&](int k) {
-            const R px[4] = {wx[0][k], wx[1][k], wx[2][k], wx[3][k]};
-            const R py[4] = {wy[0][k], wy[1][k], wy[2][k], wy[3][k]};
-            cubic_interval_pixel<T, C>(s, d + std::int64_t(k) * C, ix[k], iy[k], px, py, inMem);
-        };
-        int k = 0;
-        if constexpr (std::is_same_v<T, Kel8u> && C == 1) {
-            const __m128i xHi = _mm_set1_epi32(s.width - 2), yHi = _mm_set1_epi32(s.height - 2);
-            const __m128i zero = _mm_setzero_si128();
-            for (; k + 4 <= m; k += 4) {
-                const __m128i i = _mm_load_si128(reinterpret_cast<const __m128i*>(ix + k));
-                const __m128i j = _mm_load_si128(reinterpret_cast<const __m128i*>(iy + k));
-                const __m128i in = _mm_and_si128(_mm_and_si128(_mm_cmpgt_epi32(i, zero), _mm_cmplt_epi32(i, xHi)),
-                                                 _mm_and_si128(_mm_cmpgt_epi32(j, zero), _mm_cmplt_epi32(j, yHi)));
-                if (_mm_movemask_ps(_mm_castsi128_ps(in)) != 15) {
-                    for (int q = 0; q < 4; ++q) one(k + q);
-                    continue;
-                }
-                const Kel8u* at[4];
-                for (int q = 0; q < 4; ++q) at[q] = s.row(iy[k + q] - 1) + ix[k + q] - 1;
-                const __m128 vx[4] = {_mm_load_ps(wx[0] + k), _mm_load_ps(wx[1] + k), _mm_load_ps(wx[2] + k),
-                                      _mm_load_ps(wx[3] + k)};
-                const __m128 vy[4] = {_mm_load_ps(wy[0] + k), _mm_load_ps(wy[1] + k), _mm_load_ps(wy[2] + k),
-                                      _mm_load_ps(wy[3] + k)};
-                kernel::store4(d + k, cubic4_8u(at, s.step, vx, vy));
+    kernel::linear_indexes_f64<R>(xs, ys, m, s.width - 1, s.height - 1, ix, iy, fx, fy);
+    for (int k = m; k % 4; ++k) fx[k] = fy[k] = 0;  // the vector weights read whole quads
+    cubic_weights(rule, fx, m, wx);
+    cubic_weights(rule, fy, m, wy);
+    auto one = [&](int k) {
+        const R px[4] = {wx[0][k], wx[1][k], wx[2][k], wx[3][k]};
+        const R py[4] = {wy[0][k], wy[1][k], wy[2][k], wy[3][k]};
+        cubic_interval_pixel<T, C>(s, d + std::int64_t(k) * C, ix[k], iy[k], px, py, inMem);
+    };
+    int k = 0;
+    if constexpr (std::is_same_v<T, Kel8u> && C == 1) {
+        const __m128i xHi = _mm_set1_epi32(s.width - 2), yHi = _mm_set1_epi32(s.height - 2);
+        const __m128i zero = _mm_setzero_si128();
+        for (; k + 4 <= m; k += 4) {
+            const __m128i i = _mm_load_si128(reinterpret_cast<const __m128i*>(ix + k));
+            const __m128i j = _mm_load_si128(reinterpret_cast<const __m128i*>(iy + k));
+            const __m128i in = _mm_and_si128(_mm_and_si128(_mm_cmpgt_epi32(i, zero), _mm_cmplt_epi32(i, xHi)),
+                                             _mm_and_si128(_mm_cmpgt_epi32(j, zero), _mm_cmplt_epi32(j, yHi)));
+            if (_mm_movemask_ps(_mm_castsi128_ps(in)) != 15) {
+                for (int q = 0; q < 4; ++q) one(k + q);
+                continue;
             }
+            const Kel8u* at[4];
+            for (int q = 0; q < 4; ++q) at[q] = s.row(iy[k + q] - 1) + ix[k + q] - 1;
+            const __m128 vx[4] = {_mm_load_ps(wx[0] + k), _mm_load_ps(wx[1] + k), _mm_load_ps(wx[2] + k),
+                                  _mm_load_ps(wx[3] + k)};
+            const __m128 vy[4] = {_mm_load_ps(wy[0] + k), _mm_load_ps(wy[1] + k), _mm_load_ps(wy[2] + k),
+                                  _mm_load_ps(wy[3] + k)};
+            kernel::store4(d + k, cubic4_8u(at, s.step, vx, vy));
         }
-        for (; k < m; ++k) one(k);
     }
+    for (; k < m; ++k) one(k);
 }
 
 // Cubic beyond the interval: Repl truncates and clamps every tap, the Const band floors and
