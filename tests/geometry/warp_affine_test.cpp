@@ -352,6 +352,30 @@ TEST(WarpAffine, TilesEqualTheWholeRun)
         }
 }
 
+// Just below a half, 0.49999999999999994 rounds down, though adding 0.5 would give exactly 1;
+// the next position, 1.5 after the addition's rounding, is a tie and goes up. Eight columns
+// so that the vector path takes them.
+TEST(WarpAffine, NearestJustBelowAHalfRoundsDown)
+{
+    Kel8u src[12];
+    for (int i = 0; i < 12; ++i) src[i] = Kel8u(10 * i + 1);
+    const double shift[6] = {1, 0, 0.49999999999999994, 0, 1, 0};
+    int specSize, initSize;
+    ASSERT_EQ(keliWarpAffineGetSize(KeliSize{12, 2}, KeliSize{8, 1}, kel8u, shift, kelNearest, 1, kelBorderTransp,
+                                    &specSize, &initSize),
+              kelStatusOk);
+    std::vector<unsigned char> spec(static_cast<std::size_t>(specSize));
+    auto* sp = reinterpret_cast<KeliWarpSpec*>(spec.data());
+    Kel8u two[24];
+    std::memcpy(two, src, 12), std::memcpy(two + 12, src, 12);
+    ASSERT_EQ(keliWarpAffineNearestInit(KeliSize{12, 2}, KeliSize{8, 1}, kel8u, shift, 1, 1, kelBorderTransp, nullptr, 0, sp),
+              kelStatusOk);
+    Kel8u dst[8], buffer[128];
+    ASSERT_EQ(keliWarpAffineNearest_8u_C1R(two, 12, dst, 8, KeliPoint{0, 0}, KeliSize{8, 1}, sp, buffer), kelStatusOk);
+    const Kel8u want[8] = {1, 21, 31, 41, 51, 61, 71, 81};
+    EXPECT_EQ(0, std::memcmp(dst, want, 8));
+}
+
 TEST(WarpAffine, HalfShiftAveragesAndNearestRoundsUp)
 {
     const Kel8u src[2 * 4] = {10, 21, 40, 255, 0, 3, 100, 101};

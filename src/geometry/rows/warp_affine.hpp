@@ -130,24 +130,31 @@ template <class Chunk> inline void walk_spans(SpanStart (&span)[4], double dx, d
     }
 }
 
-// Nearest indexes of a chunk, two at a time; the clamp to the image never bites inside the
+// Nearest indexes of a chunk, four at a time; the clamp to the image never bites inside the
 // intervals and keeps every read inside the source whatever the rounding of the chain did.
+// The conversion to integers rounds to nearest even (the caller holds that mode), which is
+// rint; at a tie v = r + 0.5 exactly, so v + 0.5 = r + 1 is an integer, held exactly below
+// 2^53: rint(v + 0.5) is r + 1, one integer step instead of a second rounding. Positions
+// inside the intervals lie well within the i32 range, where converting first and clamping
+// after equals clamping in f64.
 inline void nearest_indexes(const double* xs, const double* ys, int n, std::int32_t xMax, std::int32_t yMax,
                             std::int32_t* ix, std::int32_t* iy)
 {
-    const __m128d half = _mm_set1_pd(0.5), one = _mm_set1_pd(1.0), zero = _mm_setzero_pd();
-    const __m128d xHi = _mm_set1_pd(xMax), yHi = _mm_set1_pd(yMax);
-    // At a tie v = r + 0.5 exactly, so v + 0.5 = r + 1 is an integer, held exactly below 2^53:
-    // rint(v + 0.5) is r + 1, one addition instead of a second rounding.
-    auto round = [&](__m128d v, __m128d hi) {
-        __m128d r = _mm_round_pd(v, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
-        r = _mm_add_pd(r, _mm_and_pd(_mm_cmpeq_pd(_mm_sub_pd(v, r), half), one));
-        return _mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(r, zero), hi));
+    const __m128d half = _mm_set1_pd(0.5);
+    const __m128i zero = _mm_setzero_si128(), xHi = _mm_set1_epi32(xMax), yHi = _mm_set1_epi32(yMax);
+    auto round = [&](const double* v, __m128i hi) {
+        const __m128d v0 = _mm_load_pd(v), v1 = _mm_load_pd(v + 2);
+        const __m128i r0 = _mm_cvtpd_epi32(v0), r1 = _mm_cvtpd_epi32(v1);
+        const __m128d tie0 = _mm_cmpeq_pd(_mm_sub_pd(v0, _mm_cvtepi32_pd(r0)), half);
+        const __m128d tie1 = _mm_cmpeq_pd(_mm_sub_pd(v1, _mm_cvtepi32_pd(r1)), half);
+        const __m128i ties = _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(tie0), _mm_castpd_ps(tie1), _MM_SHUFFLE(2, 0, 2, 0)));
+        const __m128i r = _mm_sub_epi32(_mm_unpacklo_epi64(r0, r1), ties);  // a true mask is -1
+        return _mm_min_epi32(_mm_max_epi32(r, zero), hi);
     };
     int k = 0;
-    for (; k + 2 <= n; k += 2) {
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(ix + k), round(_mm_loadu_pd(xs + k), xHi));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(iy + k), round(_mm_loadu_pd(ys + k), yHi));
+    for (; k + 4 <= n; k += 4) {
+        _mm_store_si128(reinterpret_cast<__m128i*>(ix + k), round(xs + k, xHi));
+        _mm_store_si128(reinterpret_cast<__m128i*>(iy + k), round(ys + k, yHi));
     }
     for (; k < n; ++k) {
         ix[k] = std::int32_t(std::clamp(round_half_up(xs[k]), 0.0, double(xMax)));
