@@ -61,19 +61,37 @@ template <class T, int C> struct Job {
     }
 };
 
+// Pixels x0..x1 of row y set to the border value, whose pattern p was made once per call.
+template <class T, int C>
+void fill_span(const Job<T, C>& j, const rows::FillPattern& p, std::int64_t x0, std::int64_t x1, std::int64_t y)
+{
+    if (x0 > x1) return;
+    if constexpr (C * sizeof(T) > 16 && C != 3) {
+        // A 32-byte pixel (64f, four channels) repeats beyond the fill's 16-byte pattern.
+        for (std::int64_t x = x0; x <= x1; ++x) std::memcpy(j.at(x, y), j.value, sizeof(T) * C);
+    } else {
+        const std::size_t n = std::size_t((x1 - x0 + 1) * C) * sizeof(T);
+        if constexpr (16 % (C * sizeof(T)) == 0) {
+            // A pixel that divides 16 bytes: the pattern's 16 bytes are right at any pixel
+            // boundary, so a strip of 16 bytes or more takes whole copies of them, the last flush
+            // with its end, with none of the general fill's phase arithmetic.
+            if (n >= 16) {
+                auto* d = reinterpret_cast<unsigned char*>(j.at(x0, y));
+                for (std::size_t i = 0; i + 16 < n; i += 16) std::memcpy(d + i, p.bytes, 16);
+                std::memcpy(d + n - 16, p.bytes, 16);
+                return;
+            }
+        }
+        rows::fill_run(j.at(x0, y), n, p, false);
+    }
+}
+
 template <class T, int C> void fill_rect(const Job<T, C>& j, std::int64_t x0, std::int64_t y0, std::int64_t x1,
                                          std::int64_t y1)
 {
     if (x0 > x1 || y0 > y1) return;
-    if constexpr (C * sizeof(T) > 16 && C != 3) {
-        // A 32-byte pixel (64f, four channels) repeats beyond the fill's 16-byte pattern.
-        for (std::int64_t y = y0; y <= y1; ++y)
-            for (std::int64_t x = x0; x <= x1; ++x) std::memcpy(j.at(x, y), j.value, sizeof(T) * C);
-        return;
-    }
     const rows::FillPattern p = rows::make_fill_pattern(j.value, C);
-    for (std::int64_t y = y0; y <= y1; ++y)
-        rows::fill_run(j.at(x0, y), std::size_t((x1 - x0 + 1) * C) * sizeof(T), p, false);
+    for (std::int64_t y = y0; y <= y1; ++y) fill_span(j, p, x0, x1, y);
 }
 
 // The whole-pixel shift: a copy where the shifted source lies, the border elsewhere.
@@ -86,20 +104,32 @@ template <class T, int C> KelStatus run_translation(const Job<T, C>& j, const Tr
     const std::int64_t cy0 = std::max(j.y0, t.yFirst), cy1 = std::min(j.y1, t.yLast);
     const bool meets = cx0 <= cx1 && cy0 <= cy1;
     if (!meets && !constant && !repl) return kelStatusNoIntersection;
+    if (constant && meets) {
+        // The rows beside the copy: each strip is widened into the copied span to at least 16
+        // bytes where the ROI allows, so that a narrow strip costs two wide stores and not a
+        // byte loop; the copy, which follows, then overwrites the widened part.
+        const rows::FillPattern p = rows::make_fill_pattern(j.value, C);
+        constexpr std::int64_t reach = (16 + C * std::int64_t(sizeof(T)) - 1) / (C * std::int64_t(sizeof(T)));
+        const std::size_t bytes = std::size_t((cx1 - cx0 + 1) * C) * sizeof(T);
+        const unsigned char* from = reinterpret_cast<const unsigned char*>(j.src.row(cy0 - t.ty) + (cx0 - t.tx) * C);
+        unsigned char* to = reinterpret_cast<unsigned char*>(j.at(cx0, cy0));
+        const std::int64_t srcStep = j.src.step, dstStep = j.dstStep;
+        for (std::int64_t y = cy0; y <= cy1; ++y, from += srcStep, to += dstStep) {
+            if (j.x0 < cx0) fill_span(j, p, j.x0, std::min(cx1, std::max(cx0 - 1, j.x0 + reach - 1)), y);
+            if (cx1 < j.x1) fill_span(j, p, std::max(cx0, std::min(cx1 + 1, j.x1 - reach + 1)), j.x1, y);
+            std::memmove(to, from, bytes);
+        }
+        fill_rect(j, j.x0, j.y0, j.x1, cy0 - 1);
+        fill_rect(j, j.x0, cy1 + 1, j.x1, j.y1);
+        return kelStatusOk;
+    }
     if (meets) {
         const std::size_t bytes = std::size_t((cx1 - cx0 + 1) * C) * sizeof(T);
         for (std::int64_t y = cy0; y <= cy1; ++y)
             std::memmove(j.at(cx0, y), j.src.row(y - t.ty) + (cx0 - t.tx) * C, bytes);
     }
     if (constant) {
-        if (!meets) {
-            fill_rect(j, j.x0, j.y0, j.x1, j.y1);
-        } else {
-            fill_rect(j, j.x0, j.y0, j.x1, cy0 - 1);
-            fill_rect(j, j.x0, cy1 + 1, j.x1, j.y1);
-            fill_rect(j, j.x0, cy0, cx0 - 1, cy1);
-            fill_rect(j, cx1 + 1, cy0, j.x1, cy1);
-        }
+        fill_rect(j, j.x0, j.y0, j.x1, j.y1);
     } else if (repl) {
         for (std::int64_t y = j.y0; y <= j.y1; ++y) {
             const T* row = j.src.row(std::clamp<std::int64_t>(y - t.ty, 0, j.src.height - 1));
@@ -162,35 +192,53 @@ template <class T, int C, int Kind> struct General {
         }
     }
 
-    void interval_span(std::int64_t y, std::int64_t a, std::int64_t b, double rx, double ry) const
+    // One row of the ROI: its interval cut by the ROI (empty when a > b) and its row start.
+    struct RowSpan {
+        std::int64_t a, b;
+        double rx, ry;
+    };
+
+    // The table routes: per row, no stepping.
+    void table_span(std::int64_t y, std::int64_t a, std::int64_t b) const
     {
-        const double* m = s.toSource;
-        const int n = int(b - a + 1);
         if constexpr (Kind == kelCubic) {
-            if (cubicTables) {
-                for (std::int64_t x = a; x <= b; ++x) cubic_table_pixel(x, y);
-            } else {
-                cubic_span<T, C>(j.src, j.at(a, y), n, m[0] * double(a) + rx, m[3] * double(a) + ry, m[0], m[3], rule,
-                                 s.border & kInMemAll);
-            }
-            return;
-        }
-        if (sep) {
+            for (std::int64_t x = a; x <= b; ++x) cubic_table_pixel(x, y);
+        } else {
             std::int32_t yi;
             float fy;
             std::memcpy(&yi, table.yIndex + (y - table.y0), sizeof yi);
             std::memcpy(&fy, table.yFraction + (y - table.y0), sizeof fy);
             if constexpr (!std::is_same_v<T, Kel64f>)
-                separable_span<T, C>(j.src, j.at(a, y), n, table.xIndex + (a - table.x0),
+                separable_span<T, C>(j.src, j.at(a, y), int(b - a + 1), table.xIndex + (a - table.x0),
                                      table.xFraction + (a - table.x0), yi, fy);
-            return;
         }
-        const double X = m[0] * double(a) + rx, Y = m[3] * double(a) + ry;
-        if constexpr (Kind == kelNearest) nearest_span<T, C>(j.src, j.at(a, y), n, X, Y, m[0], m[3]);
-        else linear_span<T, C>(j.src, j.at(a, y), n, X, Y, m[0], m[3]);
     }
 
-    // Walks the ROI's rows; returns whether any pixel was written.
+    // The intervals of up to four rows from y on. The stepped kernels walk the rows together,
+    // so that the rows' chains of additions overlap.
+    void interval_spans(std::int64_t y, int rows, const RowSpan* row) const
+    {
+        const bool tables = Kind == kelCubic ? cubicTables : sep != nullptr;
+        if (tables) {
+            for (int r = 0; r < rows; ++r)
+                if (row[r].a <= row[r].b) table_span(y + r, row[r].a, row[r].b);
+            return;
+        }
+        const double* m = s.toSource;
+        kernel::SpanStart span[4] = {};
+        for (int r = 0; r < rows; ++r)
+            if (row[r].a <= row[r].b)
+                span[r] = kernel::SpanStart{m[0] * double(row[r].a) + row[r].rx, m[3] * double(row[r].a) + row[r].ry,
+                                    int(row[r].b - row[r].a + 1)};
+        kernel::walk_spans(span, m[0], m[3], [&](int r, int first, int n, const double* xs, const double* ys) {
+            T* d = j.at(row[r].a + first, y + r);
+            if constexpr (Kind == kelNearest) nearest_chunk<T, C>(j.src, d, n, xs, ys);
+            else if constexpr (Kind == kelLinear) linear_chunk<T, C>(j.src, d, n, xs, ys);
+            else cubic_chunk<T, C>(j.src, d, n, xs, ys, rule, s.border & kInMemAll);
+        });
+    }
+
+    // Walks the ROI's rows, four at a time; returns whether any pixel was written.
     bool run() const
     {
         const std::uint32_t base = s.border & 15u;
@@ -201,35 +249,42 @@ template <class T, int C, int Kind> struct General {
         // start by other additions, which is why only the special routes promise tile identity.
         double rx = m[1] * double(j.y0) + m[2], ry = m[4] * double(j.y0) + m[5];
         bool wrote = false;
-        for (std::int64_t y = j.y0; y <= j.y1; ++y, rx += m[1], ry += m[4]) {
-            // The scale-only route has no turn: its row start is computed afresh, tile or not.
-            if (sep) rx = m[1] * double(y) + m[2], ry = m[4] * double(y) + m[5];
-            std::int64_t a = 1, b = 0;  // the interval cut by the ROI, empty by default
-            if (y >= s.rowFirst && y <= s.rowLast) {
-                const Interval iv = load_interval(s.intervals, y - s.rowFirst);
-                a = std::max<std::int64_t>(iv.first, j.x0);
-                b = std::min<std::int64_t>(iv.last, j.x1);
-            }
-            if (a <= b) {
-                interval_span(y, a, b, rx, ry);
-                wrote = true;
-            }
-            if (repl) {
-                if (a <= b) {
-                    border_span(y, j.x0, a - 1, rx, ry, false);
-                    border_span(y, b + 1, j.x1, rx, ry, false);
-                } else {
-                    border_span(y, j.x0, j.x1, rx, ry, false);
+        for (std::int64_t y0 = j.y0; y0 <= j.y1; y0 += 4) {
+            const int rows = int(std::min<std::int64_t>(4, j.y1 - y0 + 1));
+            RowSpan row[4];
+            for (int r = 0; r < rows; ++r, rx += m[1], ry += m[4]) {
+                const std::int64_t y = y0 + r;
+                // The scale-only route has no turn: its row start is computed afresh, tile or not.
+                if (sep) rx = m[1] * double(y) + m[2], ry = m[4] * double(y) + m[5];
+                row[r] = RowSpan{1, 0, rx, ry};  // the interval cut by the ROI, empty by default
+                if (y >= s.rowFirst && y <= s.rowLast) {
+                    const Interval iv = load_interval(s.intervals, y - s.rowFirst);
+                    row[r].a = std::max<std::int64_t>(iv.first, j.x0);
+                    row[r].b = std::min<std::int64_t>(iv.last, j.x1);
                 }
-            } else if (constant && y >= s.extRowFirst && y <= s.extRowLast) {
-                const Interval ev = load_interval(s.extIntervals, y - s.extRowFirst);
-                const std::int64_t ea = std::max<std::int64_t>(ev.first, j.x0);
-                const std::int64_t eb = std::min<std::int64_t>(ev.last, j.x1);
-                if (a <= b) {
-                    border_span(y, ea, std::min(eb, a - 1), rx, ry, true);
-                    border_span(y, std::max(ea, b + 1), eb, rx, ry, true);
-                } else {
-                    border_span(y, ea, eb, rx, ry, true);
+                wrote = wrote || row[r].a <= row[r].b;
+            }
+            interval_spans(y0, rows, row);
+            for (int r = 0; r < rows; ++r) {
+                const std::int64_t y = y0 + r, a = row[r].a, b = row[r].b;
+                const double rowX = row[r].rx, rowY = row[r].ry;
+                if (repl) {
+                    if (a <= b) {
+                        border_span(y, j.x0, a - 1, rowX, rowY, false);
+                        border_span(y, b + 1, j.x1, rowX, rowY, false);
+                    } else {
+                        border_span(y, j.x0, j.x1, rowX, rowY, false);
+                    }
+                } else if (constant && y >= s.extRowFirst && y <= s.extRowLast) {
+                    const Interval ev = load_interval(s.extIntervals, y - s.extRowFirst);
+                    const std::int64_t ea = std::max<std::int64_t>(ev.first, j.x0);
+                    const std::int64_t eb = std::min<std::int64_t>(ev.last, j.x1);
+                    if (a <= b) {
+                        border_span(y, ea, std::min(eb, a - 1), rowX, rowY, true);
+                        border_span(y, std::max(ea, b + 1), eb, rowX, rowY, true);
+                    } else {
+                        border_span(y, ea, eb, rowX, rowY, true);
+                    }
                 }
             }
         }

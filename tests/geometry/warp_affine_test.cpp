@@ -266,6 +266,33 @@ TEST(WarpAffine, SpansAcrossChunks)
     wide_spans<Kel64f>();
 }
 
+// The whole-pixel route with a constant border: strips of every width beside the copy (none,
+// narrower than a vector, wider), on either side, for pixels of 1 to 32 bytes.
+template <class T> void whole_shift_strips()
+{
+    kit::Rng rng;
+    int calls = 0;
+    for (const Member<T>& mb : members<T>()) {
+        if (mb.kind == kelCubic) continue;
+        for (double tx : {-21.0, -3.0, -1.0, 0.0, 2.0, 5.0, 17.0})
+            for (double ty : {-2.0, 3.0}) {
+                const Matrix mx{"whole shift", {1, 0, tx, 0, 1, ty}, calls % 2};
+                const Roi roi = calls % 3 ? Roi{calls % 4, 1, 37 - calls % 5, 20} : Roi{0, 0, 40, 24};
+                KelStatus is;
+                check_one<T>(mb, mx, kelBorderConst, 40, 22, 40, 24, roi, kit::Shape{calls % 3, 0, false},
+                             kit::Shape{(calls + 1) % 3, 0, calls % 4 == 1}, false, rng, &is);
+                ++calls;
+            }
+    }
+}
+
+TEST(WarpAffine, WholeShiftStrips)
+{
+    whole_shift_strips<Kel8u>();
+    whole_shift_strips<Kel16s>();
+    whole_shift_strips<Kel64f>();
+}
+
 // A tiled run equals the whole run where the additions are exact (dyadic matrices), on the
 // whole-pixel route, and on the scale-only route.
 // Smooth edges blend the pixels just outside each edge; only with the transparent borders.
@@ -323,6 +350,30 @@ TEST(WarpAffine, TilesEqualTheWholeRun)
                                                  KeliPoint{tx, ty}, KeliSize{13, 8}, sp, buffer.data());
             EXPECT_EQ(whole, tiled) << mx.name << " border " << border;
         }
+}
+
+// Just below a half, 0.49999999999999994 rounds down, though adding 0.5 would give exactly 1;
+// the next position, 1.5 after the addition's rounding, is a tie and goes up. Eight columns
+// so that the vector path takes them.
+TEST(WarpAffine, NearestJustBelowAHalfRoundsDown)
+{
+    Kel8u src[12];
+    for (int i = 0; i < 12; ++i) src[i] = Kel8u(10 * i + 1);
+    const double shift[6] = {1, 0, 0.49999999999999994, 0, 1, 0};
+    int specSize, initSize;
+    ASSERT_EQ(keliWarpAffineGetSize(KeliSize{12, 2}, KeliSize{8, 1}, kel8u, shift, kelNearest, 1, kelBorderTransp,
+                                    &specSize, &initSize),
+              kelStatusOk);
+    std::vector<unsigned char> spec(static_cast<std::size_t>(specSize));
+    auto* sp = reinterpret_cast<KeliWarpSpec*>(spec.data());
+    Kel8u two[24];
+    std::memcpy(two, src, 12), std::memcpy(two + 12, src, 12);
+    ASSERT_EQ(keliWarpAffineNearestInit(KeliSize{12, 2}, KeliSize{8, 1}, kel8u, shift, 1, 1, kelBorderTransp, nullptr, 0, sp),
+              kelStatusOk);
+    Kel8u dst[8], buffer[128];
+    ASSERT_EQ(keliWarpAffineNearest_8u_C1R(two, 12, dst, 8, KeliPoint{0, 0}, KeliSize{8, 1}, sp, buffer), kelStatusOk);
+    const Kel8u want[8] = {1, 21, 31, 41, 51, 61, 71, 81};
+    EXPECT_EQ(0, std::memcmp(dst, want, 8));
 }
 
 TEST(WarpAffine, HalfShiftAveragesAndNearestRoundsUp)

@@ -2,7 +2,8 @@
 // at (X, Y) and advance by (dx, dy) per pixel.
 //
 // The positions come from repeated f64 addition, a chain that only a scalar loop can follow
-// bit for bit; it fills a chunk of positions, and the vector code takes over from there: the
+// bit for bit; four rows' chains advance side by side so that their latencies overlap, each
+// filling a chunk of positions, and the vector code takes over from there: the
 // rounding or flooring of both coordinates, the limits, the fractions, and after the taps are
 // gathered, the interpolation, rounding and saturation of four elements at a time. The scalar
 // tails use the same f32 operations in the same order, so every element equals the scalar rule.
@@ -89,34 +90,71 @@ namespace kernel {
 
 constexpr int kChunk = 64;  // pixels per chunk of positions
 
-// The chain of positions: X, X + dx, (X + dx) + dx, ... exactly as a scalar loop adds them.
-inline void positions(double& X, double& Y, double dx, double dy, int n, double* xs, double* ys)
+// Up to four spans (one a row) stepped together, a chunk of each per turn. Each span's positions
+// are its own chain X, X + dx, (X + dx) + dx, ... exactly as a lone scalar loop adds them, but a
+// single chain waits out the latency of every addition; four independent chains, advanced in
+// the same loop, overlap theirs. `chunk(r, first, m, xs, ys)` then runs the kernel on span r's
+// pixels first .. first + m - 1.
+struct SpanStart {
+    double X, Y;
+    int n;  // pixels in the span, 0 for none
+};
+
+template <class Chunk> inline void walk_spans(SpanStart (&span)[4], double dx, double dy, Chunk&& chunk)
 {
-    for (int k = 0; k < n; ++k) {
-        xs[k] = X;
-        ys[k] = Y;
-        X += dx;
-        Y += dy;
+    alignas(16) double xs[4][kChunk], ys[4][kChunk];
+    for (int done = 0;; done += kChunk) {
+        int m[4], common = kChunk, most = 0;
+        for (int r = 0; r < 4; ++r) {
+            m[r] = std::max(0, std::min(kChunk, span[r].n - done));
+            common = std::min(common, m[r]);
+            most = std::max(most, m[r]);
+        }
+        if (most == 0) return;
+        for (int k = 0; k < common; ++k)
+            for (int r = 0; r < 4; ++r) {
+                xs[r][k] = span[r].X;
+                ys[r][k] = span[r].Y;
+                span[r].X += dx;
+                span[r].Y += dy;
+            }
+        for (int r = 0; r < 4; ++r)
+            for (int k = common; k < m[r]; ++k) {
+                xs[r][k] = span[r].X;
+                ys[r][k] = span[r].Y;
+                span[r].X += dx;
+                span[r].Y += dy;
+            }
+        for (int r = 0; r < 4; ++r)
+            if (m[r] > 0) chunk(r, done, m[r], xs[r], ys[r]);
     }
 }
 
-// Nearest indexes of a chunk, two at a time; the clamp to the image never bites inside the
+// Nearest indexes of a chunk, four at a time; the clamp to the image never bites inside the
 // intervals and keeps every read inside the source whatever the rounding of the chain did.
+// The conversion to integers rounds to nearest even (the caller holds that mode), which is
+// rint; at a tie v = r + 0.5 exactly, so v + 0.5 = r + 1 is an integer, held exactly below
+// 2^53: rint(v + 0.5) is r + 1, one integer step instead of a second rounding. Positions
+// inside the intervals lie well within the i32 range, where converting first and clamping
+// after equals clamping in f64.
 inline void nearest_indexes(const double* xs, const double* ys, int n, std::int32_t xMax, std::int32_t yMax,
                             std::int32_t* ix, std::int32_t* iy)
 {
-    const __m128d half = _mm_set1_pd(0.5), zero = _mm_setzero_pd();
-    const __m128d xHi = _mm_set1_pd(xMax), yHi = _mm_set1_pd(yMax);
-    auto round = [&](__m128d v, __m128d hi) {
-        __m128d r = _mm_round_pd(v, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
-        const __m128d tie = _mm_cmpeq_pd(_mm_sub_pd(v, r), half);
-        r = _mm_blendv_pd(r, _mm_round_pd(_mm_add_pd(v, half), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC), tie);
-        return _mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(r, zero), hi));
+    const __m128d half = _mm_set1_pd(0.5);
+    const __m128i zero = _mm_setzero_si128(), xHi = _mm_set1_epi32(xMax), yHi = _mm_set1_epi32(yMax);
+    auto round = [&](const double* v, __m128i hi) {
+        const __m128d v0 = _mm_load_pd(v), v1 = _mm_load_pd(v + 2);
+        const __m128i r0 = _mm_cvtpd_epi32(v0), r1 = _mm_cvtpd_epi32(v1);
+        const __m128d tie0 = _mm_cmpeq_pd(_mm_sub_pd(v0, _mm_cvtepi32_pd(r0)), half);
+        const __m128d tie1 = _mm_cmpeq_pd(_mm_sub_pd(v1, _mm_cvtepi32_pd(r1)), half);
+        const __m128i ties = _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(tie0), _mm_castpd_ps(tie1), _MM_SHUFFLE(2, 0, 2, 0)));
+        const __m128i r = _mm_sub_epi32(_mm_unpacklo_epi64(r0, r1), ties);  // a true mask is -1
+        return _mm_min_epi32(_mm_max_epi32(r, zero), hi);
     };
     int k = 0;
-    for (; k + 2 <= n; k += 2) {
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(ix + k), round(_mm_loadu_pd(xs + k), xHi));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(iy + k), round(_mm_loadu_pd(ys + k), yHi));
+    for (; k + 4 <= n; k += 4) {
+        _mm_store_si128(reinterpret_cast<__m128i*>(ix + k), round(xs + k, xHi));
+        _mm_store_si128(reinterpret_cast<__m128i*>(iy + k), round(ys + k, yHi));
     }
     for (; k < n; ++k) {
         ix[k] = std::int32_t(std::clamp(round_half_up(xs[k]), 0.0, double(xMax)));
@@ -265,57 +303,47 @@ inline void separable_run(const float* h0a, const float* h0b, const float* h1a, 
 
 }  // namespace kernel
 
-// Nearest over a span of n pixels of C channels.
-template <class T, int C>
-void nearest_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, double dy)
+// Nearest over a chunk of m pixels of C channels at the given positions.
+template <class T, int C> void nearest_chunk(const Source<T>& s, T* d, int m, const double* xs, const double* ys)
 {
-    alignas(16) double xs[kernel::kChunk], ys[kernel::kChunk];
     alignas(16) std::int32_t ix[kernel::kChunk], iy[kernel::kChunk];
-    for (int done = 0; done < n;) {
-        const int m = std::min(kernel::kChunk, n - done);
-        kernel::positions(X, Y, dx, dy, m, xs, ys);
-        kernel::nearest_indexes(xs, ys, m, s.width - 1, s.height - 1, ix, iy);
-        for (int k = 0; k < m; ++k, d += C) {
-            const T* p = s.row(iy[k]) + std::int64_t(ix[k]) * C;
-            for (int c = 0; c < C; ++c) d[c] = p[c];
-        }
-        done += m;
+    kernel::nearest_indexes(xs, ys, m, s.width - 1, s.height - 1, ix, iy);
+    // The source's base and step in locals: the element stores may alias any memory, and
+    // would otherwise have them read again for every pixel.
+    const unsigned char* const base = s.base;
+    const std::int64_t step = s.step;
+    for (int k = 0; k < m; ++k, d += C) {
+        const T* p = reinterpret_cast<const T*>(base + iy[k] * step) + std::int64_t(ix[k]) * C;
+        for (int c = 0; c < C; ++c) d[c] = p[c];
     }
 }
 
-// Linear over a span of n pixels of C channels, inside the interval: all four taps lie in the
+// Linear over a chunk of m pixels of C channels inside the interval: all four taps lie in the
 // image by the index limits.
-template <class T, int C>
-void linear_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, double dy)
+template <class T, int C> void linear_chunk(const Source<T>& s, T* d, int m, const double* xs, const double* ys)
 {
     using R = Real<T>;
     constexpr int E = kernel::kChunk * C;
-    alignas(16) double xs[kernel::kChunk], ys[kernel::kChunk];
     alignas(16) std::int32_t ix[kernel::kChunk], iy[kernel::kChunk];
     alignas(16) R fx[kernel::kChunk], fy[kernel::kChunk];
-    alignas(16) R a00[E], a01[E], a10[E], a11[E], ex[E], ey[E];
-    for (int done = 0; done < n;) {
-        const int m = std::min(kernel::kChunk, n - done);
-        kernel::positions(X, Y, dx, dy, m, xs, ys);
-        if constexpr (std::is_same_v<T, Kel8u>)
-            kernel::linear_indexes_f32(xs, ys, m, s.width - 2, s.height - 2, ix, iy, fx, fy);
-        else
-            kernel::linear_indexes_f64<R>(xs, ys, m, s.width - 1, s.height - 1, ix, iy, fx, fy);
-        if constexpr (std::is_same_v<T, Kel8u> && C == 4) {
-            // A four-channel byte pixel is one 32-bit load: each tap widens straight into the
-            // four lanes, and the lanes are the channels, with no gather through the arrays.
-            for (int k = 0; k < m; ++k, d += 4) {
-                const T* top = s.row(iy[k]) + std::int64_t(ix[k]) * 4;
-                const T* bottom = s.row(iy[k] + 1) + std::int64_t(ix[k]) * 4;
-                const __m128 p00 = widen4(top), p01 = widen4(top + 4), p10 = widen4(bottom), p11 = widen4(bottom + 4);
-                const __m128 x = _mm_set1_ps(fx[k]), y = _mm_set1_ps(fy[k]);
-                const __m128 left = _mm_add_ps(p00, _mm_mul_ps(_mm_sub_ps(p10, p00), y));
-                const __m128 right = _mm_add_ps(p01, _mm_mul_ps(_mm_sub_ps(p11, p01), y));
-                kernel::store4(d, _mm_add_ps(left, _mm_mul_ps(_mm_sub_ps(right, left), x)));
-            }
-            done += m;
-            continue;
+    if constexpr (std::is_same_v<T, Kel8u>)
+        kernel::linear_indexes_f32(xs, ys, m, s.width - 2, s.height - 2, ix, iy, fx, fy);
+    else
+        kernel::linear_indexes_f64<R>(xs, ys, m, s.width - 1, s.height - 1, ix, iy, fx, fy);
+    if constexpr (std::is_same_v<T, Kel8u> && C == 4) {
+        // A four-channel byte pixel is one 32-bit load: each tap widens straight into the
+        // four lanes, and the lanes are the channels, with no gather through the arrays.
+        for (int k = 0; k < m; ++k, d += 4) {
+            const T* top = s.row(iy[k]) + std::int64_t(ix[k]) * 4;
+            const T* bottom = s.row(iy[k] + 1) + std::int64_t(ix[k]) * 4;
+            const __m128 p00 = widen4(top), p01 = widen4(top + 4), p10 = widen4(bottom), p11 = widen4(bottom + 4);
+            const __m128 x = _mm_set1_ps(fx[k]), y = _mm_set1_ps(fy[k]);
+            const __m128 left = _mm_add_ps(p00, _mm_mul_ps(_mm_sub_ps(p10, p00), y));
+            const __m128 right = _mm_add_ps(p01, _mm_mul_ps(_mm_sub_ps(p11, p01), y));
+            kernel::store4(d, _mm_add_ps(left, _mm_mul_ps(_mm_sub_ps(right, left), x)));
         }
+    } else {
+        alignas(16) R a00[E], a01[E], a10[E], a11[E], ex[E], ey[E];
         for (int k = 0; k < m; ++k) {
             const T* top = s.row(iy[k]) + std::int64_t(ix[k]) * C;
             const T* bottom = s.row(iy[k] + 1) + std::int64_t(ix[k]) * C;
@@ -330,8 +358,6 @@ void linear_span(const Source<T>& s, T* d, int n, double X, double Y, double dx,
             }
         }
         kernel::interpolate_run<T>(a00, a01, a10, a11, ex, ey, m * C, d);
-        d += m * C;
-        done += m;
     }
 }
 
@@ -390,6 +416,33 @@ template <class R> struct CubicRule {
         w[1] = b0 + t2 * b2 + t3 * b3;
         w[2] = c0 + t * c1 - t2 * c2 - t3 * c3;
         w[3] = t3 * d3 - t2 * d2;
+    }
+};
+
+// The same rule for four fractions at once, lane for lane the same f32 operations in the same
+// order, so each lane equals the scalar weights bit for bit. w[k] holds tap k's weight of the
+// four pixels.
+struct CubicRule4 {
+    __m128 a0, a1, a2, a3, b0, b2, b3, c0, c1, c2, c3, d3, d2;
+
+    explicit CubicRule4(const CubicRule<float>& r)
+        : a0(_mm_set1_ps(r.a0)), a1(_mm_set1_ps(r.a1)), a2(_mm_set1_ps(r.a2)), a3(_mm_set1_ps(r.a3)),
+          b0(_mm_set1_ps(r.b0)), b2(_mm_set1_ps(r.b2)), b3(_mm_set1_ps(r.b3)), c0(_mm_set1_ps(r.c0)),
+          c1(_mm_set1_ps(r.c1)), c2(_mm_set1_ps(r.c2)), c3(_mm_set1_ps(r.c3)), d3(_mm_set1_ps(r.d3)),
+          d2(_mm_set1_ps(r.d2))
+    {
+    }
+
+    void weights(__m128 t, __m128 w[4]) const
+    {
+        const __m128 a = _mm_andnot_ps(_mm_set1_ps(-0.0f), t);
+        t = _mm_andnot_ps(_mm_cmple_ps(a, _mm_set1_ps(float(1e-16))), t);
+        const __m128 t2 = _mm_andnot_ps(_mm_cmple_ps(a, _mm_set1_ps(float(1e-8))), _mm_mul_ps(t, t));
+        const __m128 t3 = _mm_andnot_ps(_mm_cmple_ps(a, _mm_set1_ps(float(4.6416e-6))), _mm_mul_ps(t2, t));
+        w[0] = _mm_add_ps(_mm_add_ps(_mm_sub_ps(a0, _mm_mul_ps(t, a1)), _mm_mul_ps(t2, a2)), _mm_mul_ps(t3, a3));
+        w[1] = _mm_add_ps(_mm_add_ps(b0, _mm_mul_ps(t2, b2)), _mm_mul_ps(t3, b3));
+        w[2] = _mm_sub_ps(_mm_sub_ps(_mm_add_ps(c0, _mm_mul_ps(t, c1)), _mm_mul_ps(t2, c2)), _mm_mul_ps(t3, c3));
+        w[3] = _mm_sub_ps(_mm_mul_ps(t3, d3), _mm_mul_ps(t2, d2));
     }
 };
 
@@ -455,41 +508,123 @@ inline void cubic_pixel(const Source<T>& s, T* d, const std::int64_t xs[4], cons
     }
 }
 
-// Cubic over a span inside the interval: index floor(position) held to [0, last - 1].
+// Four one-channel byte pixels whose 16 taps all lie in the image, one pixel a lane. Each row
+// of taps is one 32-bit load per pixel; the four loads share a register, and a byte shuffle
+// deals tap k of the four pixels into the lanes of one vector, so every product meets its
+// pixel's weight with no transpose, and the sums keep the scalar order:
+// h = (w0 p0 + w1 p1) + (w2 p2 + w3 p3) per row, then the same over the rows.
+inline __m128 cubic4_8u(const Kel8u* const at[4], std::int64_t step, const __m128 wx[4], const __m128 wy[4])
+{
+    auto load32 = [](const Kel8u* p) {
+        std::int32_t v;
+        std::memcpy(&v, p, 4);
+        return v;
+    };
+    const __m128i tap0 = _mm_setr_epi8(0, -1, -1, -1, 4, -1, -1, -1, 8, -1, -1, -1, 12, -1, -1, -1);
+    const __m128i one = _mm_set1_epi32(1);
+    __m128 h[4];
+    for (int r = 0; r < 4; ++r) {
+        __m128i v = _mm_cvtsi32_si128(load32(at[0] + r * step));
+        v = _mm_insert_epi32(v, load32(at[1] + r * step), 1);
+        v = _mm_insert_epi32(v, load32(at[2] + r * step), 2);
+        v = _mm_insert_epi32(v, load32(at[3] + r * step), 3);
+        const __m128i tap1 = _mm_add_epi8(tap0, one), tap2 = _mm_add_epi8(tap1, one), tap3 = _mm_add_epi8(tap2, one);
+        const __m128 p0 = _mm_cvtepi32_ps(_mm_shuffle_epi8(v, tap0)), p1 = _mm_cvtepi32_ps(_mm_shuffle_epi8(v, tap1));
+        const __m128 p2 = _mm_cvtepi32_ps(_mm_shuffle_epi8(v, tap2)), p3 = _mm_cvtepi32_ps(_mm_shuffle_epi8(v, tap3));
+        h[r] = _mm_add_ps(_mm_add_ps(_mm_mul_ps(wx[0], p0), _mm_mul_ps(wx[1], p1)),
+                          _mm_add_ps(_mm_mul_ps(wx[2], p2), _mm_mul_ps(wx[3], p3)));
+    }
+    return _mm_add_ps(_mm_add_ps(_mm_mul_ps(wy[0], h[0]), _mm_mul_ps(wy[1], h[1])),
+                      _mm_add_ps(_mm_mul_ps(wy[2], h[2]), _mm_mul_ps(wy[3], h[3])));
+}
+
+// Cubic weights of a chunk of fractions: w[k][p] is tap k's weight of pixel p. The f32 rule
+// runs four pixels a turn over n rounded up to four (the caller pads the fractions); the f64
+// rule of the 64f form goes pixel by pixel.
+template <class R>
+inline void cubic_weights(const CubicRule<R>& rule, const R* t, int n, R (*w)[kernel::kChunk])
+{
+    if constexpr (std::is_same_v<R, float>) {
+        const CubicRule4 rule4(rule);
+        for (int k = 0; k < n; k += 4) {
+            __m128 v[4];
+            rule4.weights(_mm_load_ps(t + k), v);
+            for (int q = 0; q < 4; ++q) _mm_store_ps(w[q] + k, v[q]);
+        }
+    } else {
+        for (int k = 0; k < n; ++k) {
+            R v[4];
+            rule.weights(t[k], v);
+            for (int q = 0; q < 4; ++q) w[q][k] = v[q];
+        }
+    }
+}
+
+// One Cubic pixel inside the interval at tap origin (i, j), with its weights.
 template <class T, int C>
-void cubic_span(const Source<T>& s, T* d, int n, double X, double Y, double dx, double dy, const CubicRule<Real<T>>& rule,
-                std::uint32_t inMem)
+inline void cubic_interval_pixel(const Source<T>& s, T* d, std::int64_t i, std::int64_t j, const Real<T> wx[4],
+                                 const Real<T> wy[4], std::uint32_t inMem)
+{
+    static const bool kIn[4] = {true, true, true, true};
+    if constexpr (std::is_same_v<T, Kel8u> && C == 1) {
+        // All 16 taps inside: each row of four is one load, the same sums follow.
+        if (i >= 1 && i <= s.width - 3 && j >= 1 && j <= s.height - 3) {
+            const Kel8u* p = s.row(j - 1) + i - 1;
+            const float v = cubic_sum_rows(widen4(p), widen4(p + s.step), widen4(p + 2 * s.step), widen4(p + 3 * s.step),
+                                           _mm_loadu_ps(wx), _mm_loadu_ps(wy));
+            *d = saturate<T>(v);
+            return;
+        }
+    }
+    std::int64_t tx[4], ty[4];
+    cubic_taps(i, s.width, inMem & kelBorderInMemLeft, inMem & kelBorderInMemRight, tx);
+    cubic_taps(j, s.height, inMem & kelBorderInMemTop, inMem & kelBorderInMemBottom, ty);
+    cubic_pixel<T, C>(s, d, tx, ty, wx, wy, kIn, kIn, nullptr);
+}
+
+// Cubic over a chunk of m pixels inside the interval: index floor(position) held to
+// [0, last - 1] (floor by rounding, limited to the last pair, exactly as Linear's wider types
+// index), fraction in R.
+template <class T, int C>
+void cubic_chunk(const Source<T>& s, T* d, int m, const double* xs, const double* ys, const CubicRule<Real<T>>& rule,
+                 std::uint32_t inMem)
 {
     using R = Real<T>;
-    static const bool kIn[4] = {true, true, true, true};
-    alignas(16) double xs[kernel::kChunk], ys[kernel::kChunk];
-    for (int done = 0; done < n;) {
-        const int m = std::min(kernel::kChunk, n - done);
-        kernel::positions(X, Y, dx, dy, m, xs, ys);
-        for (int k = 0; k < m; ++k, d += C) {
-            const double i = std::clamp(floor_by_rounding(xs[k]), 0.0, double(s.width - 2));
-            const double j = std::clamp(floor_by_rounding(ys[k]), 0.0, double(s.height - 2));
-            alignas(16) R wx[4], wy[4];
-            rule.weights(R(xs[k] - i), wx);
-            rule.weights(R(ys[k] - j), wy);
-            if constexpr (std::is_same_v<T, Kel8u> && C == 1) {
-                // All 16 taps inside: each row of four is one load, the same sums follow.
-                if (i >= 1 && i <= s.width - 3 && j >= 1 && j <= s.height - 3) {
-                    const std::int64_t x0 = std::int64_t(i) - 1, y0 = std::int64_t(j) - 1;
-                    const float v = cubic_sum_rows(widen4(s.row(y0) + x0), widen4(s.row(y0 + 1) + x0),
-                                                   widen4(s.row(y0 + 2) + x0), widen4(s.row(y0 + 3) + x0),
-                                                   _mm_load_ps(wx), _mm_load_ps(wy));
-                    *d = saturate<T>(v);
-                    continue;
-                }
+    alignas(16) std::int32_t ix[kernel::kChunk], iy[kernel::kChunk];
+    alignas(16) R fx[kernel::kChunk], fy[kernel::kChunk];
+    alignas(16) R wx[4][kernel::kChunk], wy[4][kernel::kChunk];
+    kernel::linear_indexes_f64<R>(xs, ys, m, s.width - 1, s.height - 1, ix, iy, fx, fy);
+    for (int k = m; k % 4; ++k) fx[k] = fy[k] = 0;  // the vector weights read whole quads
+    cubic_weights(rule, fx, m, wx);
+    cubic_weights(rule, fy, m, wy);
+    auto one = [&](int k) {
+        const R px[4] = {wx[0][k], wx[1][k], wx[2][k], wx[3][k]};
+        const R py[4] = {wy[0][k], wy[1][k], wy[2][k], wy[3][k]};
+        cubic_interval_pixel<T, C>(s, d + std::int64_t(k) * C, ix[k], iy[k], px, py, inMem);
+    };
+    int k = 0;
+    if constexpr (std::is_same_v<T, Kel8u> && C == 1) {
+        const __m128i xHi = _mm_set1_epi32(s.width - 2), yHi = _mm_set1_epi32(s.height - 2);
+        const __m128i zero = _mm_setzero_si128();
+        for (; k + 4 <= m; k += 4) {
+            const __m128i i = _mm_load_si128(reinterpret_cast<const __m128i*>(ix + k));
+            const __m128i j = _mm_load_si128(reinterpret_cast<const __m128i*>(iy + k));
+            const __m128i in = _mm_and_si128(_mm_and_si128(_mm_cmpgt_epi32(i, zero), _mm_cmplt_epi32(i, xHi)),
+                                             _mm_and_si128(_mm_cmpgt_epi32(j, zero), _mm_cmplt_epi32(j, yHi)));
+            if (_mm_movemask_ps(_mm_castsi128_ps(in)) != 15) {
+                for (int q = 0; q < 4; ++q) one(k + q);
+                continue;
             }
-            std::int64_t tx[4], ty[4];
-            cubic_taps(std::int64_t(i), s.width, inMem & kelBorderInMemLeft, inMem & kelBorderInMemRight, tx);
-            cubic_taps(std::int64_t(j), s.height, inMem & kelBorderInMemTop, inMem & kelBorderInMemBottom, ty);
-            cubic_pixel<T, C>(s, d, tx, ty, wx, wy, kIn, kIn, nullptr);
+            const Kel8u* at[4];
+            for (int q = 0; q < 4; ++q) at[q] = s.row(iy[k + q] - 1) + ix[k + q] - 1;
+            const __m128 vx[4] = {_mm_load_ps(wx[0] + k), _mm_load_ps(wx[1] + k), _mm_load_ps(wx[2] + k),
+                                  _mm_load_ps(wx[3] + k)};
+            const __m128 vy[4] = {_mm_load_ps(wy[0] + k), _mm_load_ps(wy[1] + k), _mm_load_ps(wy[2] + k),
+                                  _mm_load_ps(wy[3] + k)};
+            kernel::store4(d + k, cubic4_8u(at, s.step, vx, vy));
         }
-        done += m;
     }
+    for (; k < m; ++k) one(k);
 }
 
 // Cubic beyond the interval: Repl truncates and clamps every tap, the Const band floors and
