@@ -9,9 +9,10 @@
 // forms work in f32 (16-bit sources give exact integer derivatives). C3C1R reads three
 // interleaved channels and keeps, per pixel, the pair of the channel of largest energy.
 //
-// The edge driver walks the region with one kernel that produces every output of a segment:
-// the derivatives of a block of 64 pixels go to the stack, and from there to whichever outputs
-// the caller asked for. The driver's nominal destination is a byte image of no height whose
+// The edge driver walks the region with one kernel that produces every output of a segment.
+// On one channel a segment of a vector or more computes gx and gy in one pass and writes them,
+// the magnitude and the angle straight into the caller's rows; shorter segments (the edge
+// strips) and three channels take blocks of 64 pixels through the stack. The driver's nominal destination is a byte image of no height whose
 // address tells the kernel the segment's column; the kernel counts the segments to know the
 // row, since the driver visits every row once per pass, top to bottom.
 #pragma once
@@ -26,6 +27,7 @@
 #include "filter/edge_driver.hpp"
 #include "filter/rows/derivative.hpp"
 #include "filter/rows/gradient.hpp"
+#include "filter/rows/gradient_pair.hpp"
 #include "frame/layout.hpp"
 #include "move/border.hpp"
 
@@ -74,6 +76,15 @@ public:
     void operator()(const T* const* rows, unsigned char* nominal, std::int64_t n) const
     {
         const std::int64_t x0 = (nominal - base_) / C, y = calls_++ % height_;
+        if constexpr (C == 1)
+            if (n >= Pair::B) {
+                // Straight into the caller's rows.
+                const rows::gradient::Sink<D> sink{at<D>(out_.gx, y, x0), at<D>(out_.gy, y, x0),
+                                                   at<D>(out_.magnitude, y, x0), at<Kel32f>(out_.angle, y, x0),
+                                                   out_.normType == kelNormL1};
+                return Pair::run(rows, n, sink);
+            }
+        // Short segments (the edge strips) and three channels go through blocks on the stack.
         // Blocks beyond a short last run keep what an earlier block left: every lane is defined.
         alignas(16) D gx[kBlock] = {}, gy[kBlock] = {}, mag[kBlock];
         alignas(16) Kel32f ang[kBlock];
@@ -125,6 +136,13 @@ private:
             const D* ys[3] = {cy[0], cy[1], cy[2]};
             rows::gradient::strongest(xs, ys, gx, gy, (m + 7) & ~std::int64_t(7));
         }
+    }
+
+    using Pair = rows::gradient::PairKernel<T, D, K, CodeX, CodeY>;
+
+    template <class E> static E* at(const Output& o, std::int64_t y, std::int64_t x)
+    {
+        return o.p ? reinterpret_cast<E*>(o.p + y * o.step) + x : nullptr;
     }
 
     template <class E> static void put(const Output& o, std::int64_t y, std::int64_t x, const E* v, std::int64_t m)
