@@ -84,14 +84,22 @@ public:
                                                    out_.normType == kelNormL1};
                 return Pair::run(rows, n, sink);
             }
-        // Short segments (the edge strips) and three channels go through blocks on the stack.
-        // Blocks beyond a short last run keep what an earlier block left: every lane is defined.
-        alignas(16) D gx[kBlock] = {}, gy[kBlock] = {}, mag[kBlock];
+        blocks(rows, x0, y, n);
+    }
+
+private:
+    // Short segments (the edge strips) and three channels go through blocks on the stack; the
+    // lanes past a short run are computed on but never stored, and zeros keep them defined.
+    void blocks(const T* const* rows, std::int64_t x0, std::int64_t y, std::int64_t n) const
+    {
+        alignas(16) D gx[kBlock], gy[kBlock], mag[kBlock];
         alignas(16) Kel32f ang[kBlock];
         for (std::int64_t s = 0; s < n; s += kBlock) {
             const std::int64_t m = std::min<std::int64_t>(kBlock, n - s);
-            derivatives(rows, s, m, n + K - 1 - s, gx, gy);
             const std::int64_t padded = (m + 7) & ~std::int64_t(7), x = x0 + s;
+            derivatives(rows, s, m, n + K - 1 - s, gx, gy);
+            std::fill(gx + m, gx + padded, D());
+            std::fill(gy + m, gy + padded, D());
             put(out_.gx, y, x, gx, m);
             put(out_.gy, y, x, gy, m);
             if (out_.magnitude.p) {
@@ -106,8 +114,6 @@ public:
         }
     }
 
-private:
-
     // gx, gy of the block's m pixels starting at column s; `readable` columns from s may be read.
     void derivatives(const T* const* rows, std::int64_t s, std::int64_t m, std::int64_t readable, D* gx, D* gy) const
     {
@@ -120,7 +126,7 @@ private:
             // Each channel's window rows, taken apart, then its derivatives.
             constexpr int kCols = kBlock + K - 1;
             T plane[K][kCols];
-            alignas(16) D cx[3][kBlock] = {}, cy[3][kBlock] = {};
+            alignas(16) D cx[3][kBlock], cy[3][kBlock];
             const std::int64_t cols = m + K - 1;
             const T* at[K];
             for (int c = 0; c < 3; ++c) {
@@ -131,6 +137,8 @@ private:
                 }
                 dx_.run(at, cx[c], m, cols);
                 dy_.run(at, cy[c], m, cols);
+                std::fill(cx[c] + m, cx[c] + ((m + 7) & ~std::int64_t(7)), D());
+                std::fill(cy[c] + m, cy[c] + ((m + 7) & ~std::int64_t(7)), D());
             }
             const D* xs[3] = {cx[0], cx[1], cx[2]};
             const D* ys[3] = {cy[0], cy[1], cy[2]};

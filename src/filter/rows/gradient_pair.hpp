@@ -87,7 +87,7 @@ template <> struct Sink<Kel16s> {
     Kel32f* angle;
     bool l1;
 
-    void operator()(std::int64_t i, __m128i x, __m128i y) const
+    [[gnu::always_inline]] void operator()(std::int64_t i, __m128i x, __m128i y) const
     {
         if (gx) simd::storeu(gx + i, x);
         if (gy) simd::storeu(gy + i, y);
@@ -101,7 +101,7 @@ template <> struct Sink<Kel32f> {
     Kel32f* angle;
     bool l1;
 
-    void operator()(std::int64_t i, __m128 x, __m128 y) const
+    [[gnu::always_inline]] void operator()(std::int64_t i, __m128 x, __m128 y) const
     {
         if (gx) simd::storeu(gx + i, x);
         if (gy) simd::storeu(gy + i, y);
@@ -110,7 +110,10 @@ template <> struct Sink<Kel32f> {
     }
 
     // Derivatives of 16-bit sources, exact integers in 32-bit lanes.
-    void operator()(std::int64_t i, __m128i x, __m128i y) const { (*this)(i, _mm_cvtepi32_ps(x), _mm_cvtepi32_ps(y)); }
+    [[gnu::always_inline]] void operator()(std::int64_t i, __m128i x, __m128i y) const
+    {
+        (*this)(i, _mm_cvtepi32_ps(x), _mm_cvtepi32_ps(y));
+    }
 };
 
 }  // namespace keli::rows::gradient
