@@ -185,15 +185,27 @@ void run(int k, const T* src, int srcStep, const Outputs<D>& out, KeliSize roi, 
          const T* value, Kel8u* buffer)
 {
     const std::int64_t W = roi.width, H = roi.height;
-    // Behind the two rows of the formula's first part lie the driver's strips, on a boundary
-    // of the source element taken from the end of that part.
-    const std::int64_t rowsBytes = W * 2 << (std::is_same_v<T, Kel8u> ? 1 : 2);
-    const auto at = reinterpret_cast<std::uintptr_t>(buffer) + rowsBytes - (sizeof(T) - 1);
-    unsigned char* scratch = reinterpret_cast<unsigned char*>(at + (sizeof(T) - at % sizeof(T)) % sizeof(T));
     constexpr Layout L = C == 1 ? Layout::C1 : Layout::C3;
+    using Driver = filter::EdgeDriver<T, L, unsigned char>;
     const filter::Footprint fp = filter::centred(k, k);
+    // The first element boundary at or after `offset` bytes into the buffer.
+    const auto aligned = [&](std::int64_t offset) {
+        const auto a = reinterpret_cast<std::uintptr_t>(buffer) + std::uintptr_t(offset);
+        return reinterpret_cast<unsigned char*>(a + (sizeof(T) - a % sizeof(T)) % sizeof(T));
+    };
+    // Where the buffer holds a ring of extended rows, every output row is one segment of the
+    // full width, fed from the ring: one pass over the row and no edge strips, whose columns
+    // would each cost a call per row. The source is read only, so the ring's copy of each row
+    // is all the in-place mode adds. Otherwise the strips lie behind the two rows of the
+    // formula's first part.
+    const std::int64_t ring = std::int64_t(Driver::scratch_bytes_in_place(W, fp)) + std::int64_t(sizeof(T)) - 1;
+    const bool ringFits = ring <= buffer_bytes(roi, k == 5 ? kelMaskSize5x5 : kelMaskSize3x3, type_of<T>, C);
+    unsigned char* scratch = aligned(ringFits ? 0 : W * 2 << (std::is_same_v<T, Kel8u> ? 1 : 2));
     filter::EdgeJob<T, unsigned char> job{src, srcStep, buffer, 0, W, H, fp, border, value, scratch};
-    const auto go = [&](auto kernel) { filter::EdgeDriver<T, L, unsigned char>(job).run(kernel); };
+    const auto go = [&](auto kernel) {
+        if (ringFits) Driver(job).run_in_place(kernel);
+        else Driver(job).run(kernel);
+    };
     if constexpr (F == Family::Sobel)
         if (k == 5) return go(GradientKernel<T, D, 5, C, code_x(F), code_y(F)>(out, buffer, H));
     go(GradientKernel<T, D, 3, C, code_x(F), code_y(F)>(out, buffer, H));

@@ -92,7 +92,11 @@ template <> struct Lanes<Kel8u, Kel16s> {
     static V add(V a, V b) { return _mm_add_epi16(a, b); }
     static V sub(V a, V b) { return _mm_sub_epi16(a, b); }
     static V neg(V a) { return _mm_sub_epi16(_mm_setzero_si128(), a); }
-    template <int I> static V shifted(V lo, V hi) { return _mm_alignr_epi8(hi, lo, 2 * I); }
+    template <int I> static V shifted(V lo, V hi)
+    {
+        if constexpr (I == 0) return lo;
+        else return _mm_alignr_epi8(hi, lo, 2 * I);
+    }
     static void store(D* d, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v); }
     static D finish(Acc s) { return static_cast<D>(s); }
 };
@@ -111,7 +115,11 @@ template <class T> struct Lanes32 {
     static V add(V a, V b) { return _mm_add_epi32(a, b); }
     static V sub(V a, V b) { return _mm_sub_epi32(a, b); }
     static V neg(V a) { return _mm_sub_epi32(_mm_setzero_si128(), a); }
-    template <int I> static V shifted(V lo, V hi) { return _mm_alignr_epi8(hi, lo, 4 * I); }
+    template <int I> static V shifted(V lo, V hi)
+    {
+        if constexpr (I == 0) return lo;
+        else return _mm_alignr_epi8(hi, lo, 4 * I);
+    }
 };
 
 template <> struct Lanes<Kel16s, Kel16s> : Lanes32<Kel16s> {
@@ -141,7 +149,8 @@ template <> struct Lanes<Kel32f, Kel32f> {
     static V neg(V a) { return _mm_xor_ps(a, _mm_set1_ps(-0.0f)); }
     template <int I> static V shifted(V lo, V hi)
     {
-        return _mm_castsi128_ps(_mm_alignr_epi8(_mm_castps_si128(hi), _mm_castps_si128(lo), 4 * I));
+        if constexpr (I == 0) return lo;
+        else return _mm_castsi128_ps(_mm_alignr_epi8(_mm_castps_si128(hi), _mm_castps_si128(lo), 4 * I));
     }
     static void store(D* d, V v) { _mm_storeu_ps(d, v); }
     static D finish(Acc s) { return s; }

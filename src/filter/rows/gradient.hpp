@@ -113,7 +113,7 @@ template <class E> inline void magnitude_l2(const E* gx, const E* gy, E* out, st
 // (t - 1) / (t + 1) around pi/4, where an odd polynomial of degree 9 fits atan; the octant and
 // quadrant are then restored. Signed zeros follow the usual rule: atan2(+0, -0) = pi, and the
 // sign of y is the sign of the result.
-inline __m128 atan2_4(__m128 y, __m128 x)
+[[gnu::always_inline]] inline __m128 atan2_4(__m128 y, __m128 x)
 {
     const __m128 sign = _mm_set1_ps(-0.0f), one = _mm_set1_ps(1.0f);
     const __m128 ax = _mm_andnot_ps(sign, x), ay = _mm_andnot_ps(sign, y);

@@ -36,8 +36,13 @@ public:
 
     // Calls emit(i, gx, gy) for blocks of B outputs at i covering outputs 0 .. n - 1 (n >= B),
     // from rows whose first n + K - 1 columns may be read.
-    template <class Emit> static void run(const T* const* rows, std::int64_t n, const Emit& emit)
+    template <class Emit> static void run(const T* const* table, std::int64_t n, const Emit& sink)
     {
+        // Local copies: the output stores may alias any memory, and would otherwise make every
+        // block reload the row pointers and the sink's fields.
+        const T* rows[K];
+        for (int j = 0; j < K; ++j) rows[j] = table[j];
+        const Emit emit = sink;
         const std::int64_t readable = n + K - 1;
         std::int64_t x = 0;
         if (readable >= 2 * B) {
