@@ -148,10 +148,14 @@ public:
             ext_.window(to, slotBytes, -fp_.ax - bx0_, br, ww, 1, false);
         };
         for (std::int64_t r = -fp_.ay; r < fp_.ry(); ++r) enter(r, 0);
+        // The slot of window row 0, stepped along rather than divided out for every row.
+        std::int64_t first = border::wrap_mod(-fp_.ay, slots);
         for (std::int64_t y = 0; y < H_; ++y) {
             enter(y + fp_.ry(), y);
-            for (int j = 0; j < fp_.kh; ++j) table[j] = reinterpret_cast<const T*>(slot(y - fp_.ay + j));
+            for (std::int64_t j = 0, s = first; j < fp_.kh; ++j, s = s + 1 == slots ? 0 : s + 1)
+                table[int(j)] = reinterpret_cast<const T*>(ring + s * slotBytes);
             kernel(table.get(), out_row(y), W_);
+            first = first + 1 == slots ? 0 : first + 1;
         }
     }
 

@@ -75,7 +75,8 @@ public:
 
     void operator()(const T* const* rows, unsigned char* nominal, std::int64_t n) const
     {
-        const std::int64_t x0 = (nominal - base_) / C, y = calls_++ % height_;
+        const std::int64_t x0 = (nominal - base_) / C, y = row_;
+        row_ = row_ + 1 == height_ ? 0 : row_ + 1;
         if constexpr (C == 1)
             if (n >= Pair::B) {
                 // Straight into the caller's rows.
@@ -163,7 +164,7 @@ private:
     Outputs<D> out_;
     const unsigned char* base_;
     std::int64_t height_;
-    mutable std::int64_t calls_ = 0;
+    mutable std::int64_t row_ = 0;  // the row of the next segment
 };
 
 // The derivative masks of each family: gx the vertical-edge one, gy the horizontal-edge one.
