@@ -199,15 +199,28 @@ template <class Acc> struct ScalarOps {
     static Acc splat(int w) { return static_cast<Acc>(w); }
 };
 
-// sum over the taps t (zero weights skipped) of W[t] * value(t), in tap order.
+constexpr int next_tap(const int* w, int k, int after)
+{
+    for (int i = after + 1; i < k; ++i)
+        if (w[i] != 0) return i;
+    return k;
+}
+
+// sum over the taps t (zero weights skipped) of W[t] * value(t), in tap order. In integer
+// lanes, where every order gives the same sum, a difference -a + b opening the sum is taken
+// as b - a, one operation instead of two; f32 keeps the negation (a NaN's sign would differ).
 template <class O, const int* W, int K, class A, class Value> inline A weighted_sum(Value value)
 {
-    constexpr int first = first_tap(W, K);
+    constexpr int first = first_tap(W, K), second = next_tap(W, K, first);
+    constexpr bool difference = !std::is_same_v<A, __m128> && !std::is_floating_point_v<A> && second < K &&
+                                W[first] == -1 && W[second] == 1;
     A s{};
     unrolled<K>([&](auto t) {
         constexpr int I = decltype(t)::value;
         if constexpr (W[I] != 0) {
-            if constexpr (I == first) s = start<O, W[I]>(value(t));
+            if constexpr (difference && I == first) return;
+            else if constexpr (difference && I == second) s = O::sub(value(t), value(std::integral_constant<int, first>{}));
+            else if constexpr (I == first) s = start<O, W[I]>(value(t));
             else s = plus<O, W[I]>(s, value(t));
         }
     });
