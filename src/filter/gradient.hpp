@@ -194,17 +194,20 @@ void run(int k, const T* src, int srcStep, const Outputs<D>& out, KeliSize roi, 
         const auto a = reinterpret_cast<std::uintptr_t>(buffer) + std::uintptr_t(offset);
         return reinterpret_cast<unsigned char*>(a + (sizeof(T) - a % sizeof(T)) % sizeof(T));
     };
-    // Where the buffer holds a ring of extended rows, every output row is one segment of the
-    // full width, fed from the ring: one pass over the row and no edge strips, whose columns
-    // would each cost a call per row. The source is read only, so the ring's copy of each row
-    // is all the in-place mode adds. Otherwise the strips lie behind the two rows of the
-    // formula's first part.
-    const std::int64_t ring = std::int64_t(Driver::scratch_bytes_in_place(W, fp)) + std::int64_t(sizeof(T)) - 1;
-    const bool ringFits = ring <= buffer_bytes(roi, k == 5 ? kelMaskSize5x5 : kelMaskSize3x3, type_of<T>, C);
-    unsigned char* scratch = aligned(ringFits ? 0 : W * 2 << (std::is_same_v<T, Kel8u> ? 1 : 2));
+    // Where the buffer holds a ring of at least k extended rows, every output row is one
+    // segment of the full width, fed from the ring: one pass over the row and no edge strips,
+    // whose few columns would each cost a call per row. A ring of up to 32 KiB (more rows than
+    // the window when they fit) lets rows enter it in batches. Otherwise the strips lie behind
+    // the two rows of the formula's first part.
+    const std::int64_t slotBytes = (W + k - 1) * C * std::int64_t(sizeof(T));
+    const std::int64_t room = buffer_bytes(roi, k == 5 ? kelMaskSize5x5 : kelMaskSize3x3, type_of<T>, C) -
+                              (std::int64_t(sizeof(T)) - 1);
+    const std::int64_t slots = std::min(room / slotBytes, std::max<std::int64_t>(k + 1, (32 << 10) / slotBytes));
+    const bool banded = slots >= k;
+    unsigned char* scratch = aligned(banded ? 0 : W * 2 << (std::is_same_v<T, Kel8u> ? 1 : 2));
     filter::EdgeJob<T, unsigned char> job{src, srcStep, buffer, 0, W, H, fp, border, value, scratch};
     const auto go = [&](auto kernel) {
-        if (ringFits) Driver(job).run_in_place(kernel);
+        if (banded) Driver(job).run_banded(kernel, slots);
         else Driver(job).run(kernel);
     };
     if constexpr (F == Family::Sobel)
