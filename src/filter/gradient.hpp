@@ -80,10 +80,11 @@ public:
         if constexpr (C == 1)
             if (n >= Pair::B) {
                 // Straight into the caller's rows.
-                const rows::gradient::Sink<D> sink{at<D>(out_.gx, y, x0), at<D>(out_.gy, y, x0),
-                                                   at<D>(out_.magnitude, y, x0), at<Kel32f>(out_.angle, y, x0),
-                                                   out_.normType == kelNormL1};
-                return Pair::run(rows, n, sink);
+                D *gx = at<D>(out_.gx, y, x0), *gy = at<D>(out_.gy, y, x0), *mag = at<D>(out_.magnitude, y, x0);
+                Kel32f* ang = at<Kel32f>(out_.angle, y, x0);
+                const bool l1 = out_.normType == kelNormL1;
+                if (mag || ang) return Pair::run(rows, n, rows::gradient::Sink<D, true>{gx, gy, mag, ang, l1});
+                return Pair::run(rows, n, rows::gradient::Sink<D, false>{gx, gy, mag, ang, l1});
             }
         blocks(rows, x0, y, n);
     }

@@ -84,38 +84,27 @@ private:
 };
 
 // The caller's rows of one segment (null where an output is not wanted), fed one vector of
-// derivatives at a time: the derivatives themselves, the magnitude and the angle.
-template <class D> struct Sink;
-
-template <> struct Sink<Kel16s> {
-    Kel16s *gx, *gy, *magnitude;
+// derivatives at a time: the derivatives themselves and, when Derived, the magnitude and the
+// angle. Without them the loop calls nothing and keeps its pointers in registers.
+template <class D, bool Derived> struct Sink {
+    using R = simd::reg_t<D>;
+    D *gx, *gy, *magnitude;
     Kel32f* angle;
     bool l1;
 
-    [[gnu::always_inline]] void operator()(std::int64_t i, __m128i x, __m128i y) const
+    [[gnu::always_inline]] void operator()(std::int64_t i, R x, R y) const
     {
         if (gx) simd::storeu(gx + i, x);
         if (gy) simd::storeu(gy + i, y);
-        if (magnitude) simd::storeu(magnitude + i, l1 ? magnitude_l1(x, y) : magnitude_l2(x, y));
-        if (angle) gradient::angle(x, y, angle + i);
-    }
-};
-
-template <> struct Sink<Kel32f> {
-    Kel32f *gx, *gy, *magnitude;
-    Kel32f* angle;
-    bool l1;
-
-    [[gnu::always_inline]] void operator()(std::int64_t i, __m128 x, __m128 y) const
-    {
-        if (gx) simd::storeu(gx + i, x);
-        if (gy) simd::storeu(gy + i, y);
-        if (magnitude) simd::storeu(magnitude + i, l1 ? magnitude_l1(x, y) : magnitude_l2(x, y));
-        if (angle) gradient::angle(x, y, angle + i);
+        if constexpr (Derived) {
+            if (magnitude) simd::storeu(magnitude + i, l1 ? magnitude_l1(x, y) : magnitude_l2(x, y));
+            if (angle) gradient::angle(x, y, angle + i);
+        }
     }
 
-    // Derivatives of 16-bit sources, exact integers in 32-bit lanes.
-    [[gnu::always_inline]] void operator()(std::int64_t i, __m128i x, __m128i y) const
+    // Derivatives of 16-bit sources for f32 outputs: exact integers in 32-bit lanes.
+    template <class V, class = std::enable_if_t<!std::is_same_v<V, R>>>
+    [[gnu::always_inline]] void operator()(std::int64_t i, V x, V y) const
     {
         (*this)(i, _mm_cvtepi32_ps(x), _mm_cvtepi32_ps(y));
     }
