@@ -134,9 +134,9 @@ template <class E> inline void magnitude_l2(const E* gx, const E* gy, E* out, st
 }
 
 // The angles of one vector of derivatives: 4 from 32f, 8 from 16s (converted to f32, exactly).
-inline void angle(__m128 x, __m128 y, Kel32f* out) { _mm_storeu_ps(out, atan2_4(y, x)); }
+[[gnu::always_inline]] inline void angle(__m128 x, __m128 y, Kel32f* out) { _mm_storeu_ps(out, atan2_4(y, x)); }
 
-inline void angle(__m128i x, __m128i y, Kel32f* out)
+[[gnu::always_inline]] inline void angle(__m128i x, __m128i y, Kel32f* out)
 {
     const auto f32 = [](__m128i v) { return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(v)); };
     _mm_storeu_ps(out, atan2_4(f32(y), f32(x)));
