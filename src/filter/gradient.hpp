@@ -9,12 +9,14 @@
 // forms work in f32 (16-bit sources give exact integer derivatives). C3C1R reads three
 // interleaved channels and keeps, per pixel, the pair of the channel of largest energy.
 //
-// The edge driver walks the region with one kernel that produces every output of a segment.
+// The edge driver walks the region with one kernel that produces every output of a segment,
+// each row in one full-width segment from a ring of extended rows where the buffer holds one.
 // On one channel a segment of a vector or more computes gx and gy in one pass and writes them,
 // the magnitude and the angle straight into the caller's rows; shorter segments (the edge
-// strips) and three channels take blocks of 64 pixels through the stack. The driver's nominal destination is a byte image of no height whose
-// address tells the kernel the segment's column; the kernel counts the segments to know the
-// row, since the driver visits every row once per pass, top to bottom.
+// strips) and three channels take blocks of 64 pixels through the stack. The driver's nominal
+// destination is a byte image of no height whose address tells the kernel the segment's
+// column; the kernel counts the segments to know the row, since the driver visits every row
+// once per pass, top to bottom.
 #pragma once
 
 #include <algorithm>
