@@ -61,23 +61,29 @@ inline void strongest(const Kel32f* const gx[3], const Kel32f* const gy[3], Kel3
 inline __m128i magnitude_l1(__m128i x, __m128i y) { return _mm_add_epi16(_mm_abs_epi16(x), _mm_abs_epi16(y)); }
 
 // 16s, L2: the integer nearest to sqrt(gx * gx + gy * gy), saturated. The energy is exact in 32
-// bits (below 2^31 for every pair but (-32768, -32768), which wraps negative and is taken as
-// unsigned), its square root is taken in f64, and a square root of an integer is never half
-// way between two integers, so f64 (far from that half) rounds it exactly.
-inline __m128i nearest_root2(__m128i energy)
+// bits: below 2^31 for every pair but (-32768, -32768), whose 2^31 wraps negative and is taken
+// as 2^31 - 1 (an unsigned minimum), with the same saturated root. f32 cannot hold energies past
+// 2^24, so its root only proposes a candidate r, within 0.01 of the true root and so at most
+// one off; exact integer tests then decide: r is the nearest integer exactly when
+// r^2 - r < e <= r^2 + r (r >= 1; e = 0 alone gives 0), a square root of an integer never
+// being half way between two integers. The candidate is held to 32768, where every product
+// stays in 32 bits and the result saturates alike; the three steps cost a fraction of four f64
+// square roots.
+inline __m128i nearest_root(__m128i energy)
 {
-    const __m128d e = _mm_add_pd(_mm_cvtepi32_pd(energy),
-                                 _mm_and_pd(_mm_cmplt_pd(_mm_cvtepi32_pd(energy), _mm_setzero_pd()), _mm_set1_pd(4294967296.0)));
-    return _mm_cvttpd_epi32(_mm_add_pd(_mm_sqrt_pd(e), _mm_set1_pd(0.5)));
+    const __m128i e = _mm_min_epu32(energy, _mm_set1_epi32(0x7FFFFFFF));
+    const __m128 root = _mm_sqrt_ps(_mm_cvtepi32_ps(e));
+    const __m128i r = _mm_min_epi32(_mm_cvttps_epi32(_mm_add_ps(root, _mm_set1_ps(0.5f))), _mm_set1_epi32(32768));
+    const __m128i square = _mm_mullo_epi32(r, r);
+    const __m128i up = _mm_cmpgt_epi32(e, _mm_add_epi32(square, r));
+    const __m128i down = _mm_cmpgt_epi32(_mm_add_epi32(_mm_sub_epi32(square, r), _mm_set1_epi32(1)), e);
+    return _mm_max_epi32(_mm_add_epi32(_mm_sub_epi32(r, up), down), _mm_setzero_si128());
 }
 
 inline __m128i magnitude_l2(__m128i x, __m128i y)
 {
     const __m128i lo = _mm_unpacklo_epi16(x, y), hi = _mm_unpackhi_epi16(x, y);
-    const __m128i elo = _mm_madd_epi16(lo, lo), ehi = _mm_madd_epi16(hi, hi);
-    const __m128i r0 = nearest_root2(elo), r1 = nearest_root2(_mm_srli_si128(elo, 8));
-    const __m128i r2 = nearest_root2(ehi), r3 = nearest_root2(_mm_srli_si128(ehi, 8));
-    return _mm_packs_epi32(_mm_unpacklo_epi64(r0, r1), _mm_unpacklo_epi64(r2, r3));
+    return _mm_packs_epi32(nearest_root(_mm_madd_epi16(lo, lo)), nearest_root(_mm_madd_epi16(hi, hi)));
 }
 
 // 32f: |gx| + |gy|, or sqrt(gx * gx + gy * gy), each operation rounded once.
