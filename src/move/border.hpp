@@ -230,7 +230,7 @@ private:
         // i of the left store is source pixel left - i; of the right store, which covers the
         // last N pixels of the row, source pixel 2N - 2 - right - i of the source's last vector.
         alignas(16) signed char leftOrder[16] = {}, rightOrder[16] = {};
-        if constexpr (mirror && 16 % P == 0) {
+        if constexpr (16 % P == 0) {
             constexpr int N = 16 / P;
             const int left = int(leftBytes / P), right = int(rightBytes / P);
             for (int i = 0; i < N; ++i)
