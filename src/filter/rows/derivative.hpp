@@ -84,6 +84,7 @@ template <class T, class D> struct Lanes;
 template <> struct Lanes<Kel8u, Kel16s> {
     using D = Kel16s;
     using Acc = std::int32_t;
+    static constexpr bool kExact = true;  // integer lanes: every order gives the same sum
     using V = __m128i;
     static constexpr int B = 8;
     static V load(const Kel8u* p) { return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
@@ -107,6 +108,7 @@ inline __m128i widen4(const Kel16u* p) { return _mm_cvtepu16_epi32(_mm_loadl_epi
 
 template <class T> struct Lanes32 {
     using Acc = std::int32_t;
+    static constexpr bool kExact = true;
     using V = __m128i;
     static constexpr int B = 4;
     static V load(const T* p) { return widen4(p); }
@@ -139,6 +141,7 @@ template <> struct Lanes<Kel16u, Kel32f> : Lanes32To32f<Kel16u> {};
 template <> struct Lanes<Kel32f, Kel32f> {
     using D = Kel32f;
     using Acc = float;
+    static constexpr bool kExact = false;
     using V = __m128;
     static constexpr int B = 4;
     static V load(const Kel32f* p) { return _mm_loadu_ps(p); }
@@ -192,6 +195,7 @@ template <class O, int W, class A> inline A plus(A acc, A v)
 }
 
 template <class Acc> struct ScalarOps {
+    static constexpr bool kExact = std::is_integral_v<Acc>;
     static Acc add(Acc a, Acc b) { return Acc(a + b); }
     static Acc sub(Acc a, Acc b) { return Acc(a - b); }
     static Acc neg(Acc a) { return Acc(-a); }
@@ -212,8 +216,7 @@ constexpr int next_tap(const int* w, int k, int after)
 template <class O, const int* W, int K, class A, class Value> inline A weighted_sum(Value value)
 {
     constexpr int first = first_tap(W, K), second = next_tap(W, K, first);
-    constexpr bool difference = !std::is_same_v<A, __m128> && !std::is_floating_point_v<A> && second < K &&
-                                W[first] == -1 && W[second] == 1;
+    constexpr bool difference = O::kExact && second < K && W[first] == -1 && W[second] == 1;
     A s{};
     unrolled<K>([&](auto t) {
         constexpr int I = decltype(t)::value;
