@@ -147,6 +147,34 @@ public:
         if (xr_ < W_) strip(kernel, table, xr_, W_);
     }
 
+    // run_banded(): for a destination apart from the source, when every output row should be
+    // one full-width segment. Extended rows enter a ring of `slots` rows (at least kh) several
+    // at a time, as many as are free up to the ring's end, so that the border rule's setup is
+    // paid once a batch rather than once a row; no row is ever overwritten, so nothing is kept
+    // back as run_in_place() must. The scratch is slots * (width + kw - 1) pixels.
+    template <class K> void run_banded(const K& kernel, std::int64_t slots) const
+    {
+        RowTable table(fp_.kh, job_.rowTable);
+        const std::int64_t ww = W_ + fp_.kw - 1, slotBytes = ww * P, end = H_ + fp_.ry();
+        unsigned char* ring = job_.scratch;
+        // Extended row r lives in slot (r + ay) mod slots; `next` is the first row not entered.
+        std::int64_t next = -fp_.ay, first = 0;
+        for (std::int64_t y = 0; y < H_; ++y) {
+            const std::int64_t top = y - fp_.ay;
+            while (next < top + fp_.kh) {
+                const std::int64_t at = (next + fp_.ay) % slots;
+                const std::int64_t count = std::min(std::min(slots - (next - top), slots - at), end - next);
+                ext_.window(reinterpret_cast<T*>(ring + at * slotBytes), slotBytes, -fp_.ax - bx0_, next - by0_, ww,
+                            count, false);
+                next += count;
+            }
+            for (std::int64_t j = 0, s = first; j < fp_.kh; ++j, s = s + 1 == slots ? 0 : s + 1)
+                table[int(j)] = reinterpret_cast<const T*>(ring + s * slotBytes);
+            kernel(table.get(), out_row(y), W_);
+            first = first + 1 == slots ? 0 : first + 1;
+        }
+    }
+
     template <class K> void run_in_place(const K& kernel) const
     {
         RowTable table(fp_.kh, job_.rowTable);
@@ -167,10 +195,14 @@ public:
             ext_.window(to, slotBytes, -fp_.ax - bx0_, br, ww, 1, false);
         };
         for (std::int64_t r = -fp_.ay; r < fp_.ry(); ++r) enter(r, 0);
+        // The slot of window row 0, stepped along rather than divided out for every row.
+        std::int64_t first = border::wrap_mod(-fp_.ay, slots);
         for (std::int64_t y = 0; y < H_; ++y) {
             enter(y + fp_.ry(), y);
-            for (int j = 0; j < fp_.kh; ++j) table[j] = reinterpret_cast<const T*>(slot(y - fp_.ay + j));
+            for (std::int64_t j = 0, s = first; j < fp_.kh; ++j, s = s + 1 == slots ? 0 : s + 1)
+                table[int(j)] = reinterpret_cast<const T*>(ring + s * slotBytes);
             kernel(table.get(), out_row(y), W_);
+            first = first + 1 == slots ? 0 : first + 1;
         }
     }
 

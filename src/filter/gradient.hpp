@@ -9,11 +9,14 @@
 // forms work in f32 (16-bit sources give exact integer derivatives). C3C1R reads three
 // interleaved channels and keeps, per pixel, the pair of the channel of largest energy.
 //
-// The edge driver walks the region with one kernel that produces every output of a segment:
-// the derivatives of a block of 64 pixels go to the stack, and from there to whichever outputs
-// the caller asked for. The driver's nominal destination is a byte image of no height whose
-// address tells the kernel the segment's column; the kernel counts the segments to know the
-// row, since the driver visits every row once per pass, top to bottom.
+// The edge driver walks the region with one kernel that produces every output of a segment,
+// each row in one full-width segment from a ring of extended rows where the buffer holds one.
+// On one channel a segment of a vector or more computes gx and gy in one pass and writes them,
+// the magnitude and the angle straight into the caller's rows; shorter segments (the edge
+// strips) and three channels take blocks of 64 pixels through the stack. The driver's nominal
+// destination is a byte image of no height whose address tells the kernel the segment's
+// column; the kernel counts the segments to know the row, since the driver visits every row
+// once per pass, top to bottom.
 #pragma once
 
 #include <algorithm>
@@ -26,6 +29,7 @@
 #include "filter/edge_driver.hpp"
 #include "filter/rows/derivative.hpp"
 #include "filter/rows/gradient.hpp"
+#include "filter/rows/gradient_pair.hpp"
 #include "frame/layout.hpp"
 #include "move/border.hpp"
 
@@ -73,14 +77,33 @@ public:
 
     void operator()(const T* const* rows, unsigned char* nominal, std::int64_t n) const
     {
-        const std::int64_t x0 = (nominal - base_) / C, y = calls_++ % height_;
-        // Blocks beyond a short last run keep what an earlier block left: every lane is defined.
-        alignas(16) D gx[kBlock] = {}, gy[kBlock] = {}, mag[kBlock];
+        const std::int64_t x0 = (nominal - base_) / C, y = row_;
+        row_ = row_ + 1 == height_ ? 0 : row_ + 1;
+        if constexpr (C == 1)
+            if (n >= Pair::B) {
+                // Straight into the caller's rows.
+                D *gx = at<D>(out_.gx, y, x0), *gy = at<D>(out_.gy, y, x0), *mag = at<D>(out_.magnitude, y, x0);
+                Kel32f* ang = at<Kel32f>(out_.angle, y, x0);
+                const bool l1 = out_.normType == kelNormL1;
+                if (mag || ang) return Pair::run(rows, n, rows::gradient::Sink<D, true>{gx, gy, mag, ang, l1});
+                return Pair::run(rows, n, rows::gradient::Sink<D, false>{gx, gy, mag, ang, l1});
+            }
+        blocks(rows, x0, y, n);
+    }
+
+private:
+    // Short segments (the edge strips) and three channels go through blocks on the stack; the
+    // lanes past a short run are computed on but never stored, and zeros keep them defined.
+    void blocks(const T* const* rows, std::int64_t x0, std::int64_t y, std::int64_t n) const
+    {
+        alignas(16) D gx[kBlock], gy[kBlock], mag[kBlock];
         alignas(16) Kel32f ang[kBlock];
         for (std::int64_t s = 0; s < n; s += kBlock) {
             const std::int64_t m = std::min<std::int64_t>(kBlock, n - s);
-            derivatives(rows, s, m, n + K - 1 - s, gx, gy);
             const std::int64_t padded = (m + 7) & ~std::int64_t(7), x = x0 + s;
+            derivatives(rows, s, m, n + K - 1 - s, gx, gy);
+            std::fill(gx + m, gx + padded, D());
+            std::fill(gy + m, gy + padded, D());
             put(out_.gx, y, x, gx, m);
             put(out_.gy, y, x, gy, m);
             if (out_.magnitude.p) {
@@ -95,8 +118,6 @@ public:
         }
     }
 
-private:
-
     // gx, gy of the block's m pixels starting at column s; `readable` columns from s may be read.
     void derivatives(const T* const* rows, std::int64_t s, std::int64_t m, std::int64_t readable, D* gx, D* gy) const
     {
@@ -109,7 +130,7 @@ private:
             // Each channel's window rows, taken apart, then its derivatives.
             constexpr int kCols = kBlock + K - 1;
             T plane[K][kCols];
-            alignas(16) D cx[3][kBlock] = {}, cy[3][kBlock] = {};
+            alignas(16) D cx[3][kBlock], cy[3][kBlock];
             const std::int64_t cols = m + K - 1;
             const T* at[K];
             for (int c = 0; c < 3; ++c) {
@@ -120,11 +141,20 @@ private:
                 }
                 dx_.run(at, cx[c], m, cols);
                 dy_.run(at, cy[c], m, cols);
+                std::fill(cx[c] + m, cx[c] + ((m + 7) & ~std::int64_t(7)), D());
+                std::fill(cy[c] + m, cy[c] + ((m + 7) & ~std::int64_t(7)), D());
             }
             const D* xs[3] = {cx[0], cx[1], cx[2]};
             const D* ys[3] = {cy[0], cy[1], cy[2]};
             rows::gradient::strongest(xs, ys, gx, gy, (m + 7) & ~std::int64_t(7));
         }
+    }
+
+    using Pair = rows::gradient::PairKernel<T, D, K, CodeX, CodeY>;
+
+    template <class E> static E* at(const Output& o, std::int64_t y, std::int64_t x)
+    {
+        return o.p ? reinterpret_cast<E*>(o.p + y * o.step) + x : nullptr;
     }
 
     template <class E> static void put(const Output& o, std::int64_t y, std::int64_t x, const E* v, std::int64_t m)
@@ -137,7 +167,7 @@ private:
     Outputs<D> out_;
     const unsigned char* base_;
     std::int64_t height_;
-    mutable std::int64_t calls_ = 0;
+    mutable std::int64_t row_ = 0;  // the row of the next segment
 };
 
 // The derivative masks of each family: gx the vertical-edge one, gy the horizontal-edge one.
@@ -159,15 +189,30 @@ void run(int k, const T* src, int srcStep, const Outputs<D>& out, KeliSize roi, 
          const T* value, Kel8u* buffer)
 {
     const std::int64_t W = roi.width, H = roi.height;
-    // Behind the two rows of the formula's first part lie the driver's strips, on a boundary
-    // of the source element taken from the end of that part.
-    const std::int64_t rowsBytes = W * 2 << (std::is_same_v<T, Kel8u> ? 1 : 2);
-    const auto at = reinterpret_cast<std::uintptr_t>(buffer) + rowsBytes - (sizeof(T) - 1);
-    unsigned char* scratch = reinterpret_cast<unsigned char*>(at + (sizeof(T) - at % sizeof(T)) % sizeof(T));
     constexpr Layout L = C == 1 ? Layout::C1 : Layout::C3;
+    using Driver = filter::EdgeDriver<T, L, unsigned char>;
     const filter::Footprint fp = filter::centred(k, k);
+    // The first element boundary at or after `offset` bytes into the buffer.
+    const auto aligned = [&](std::int64_t offset) {
+        const auto a = reinterpret_cast<std::uintptr_t>(buffer) + std::uintptr_t(offset);
+        return reinterpret_cast<unsigned char*>(a + (sizeof(T) - a % sizeof(T)) % sizeof(T));
+    };
+    // Where the buffer holds a ring of at least k extended rows, every output row is one
+    // segment of the full width, fed from the ring: one pass over the row and no edge strips,
+    // whose few columns would each cost a call per row. A ring of up to 32 KiB (more rows than
+    // the window when they fit) lets rows enter it in batches. Otherwise the strips lie behind
+    // the two rows of the formula's first part.
+    const std::int64_t slotBytes = (W + k - 1) * C * std::int64_t(sizeof(T));
+    const std::int64_t room = buffer_bytes(roi, k == 5 ? kelMaskSize5x5 : kelMaskSize3x3, type_of<T>, C) -
+                              (std::int64_t(sizeof(T)) - 1);
+    const std::int64_t slots = std::min(room / slotBytes, std::max<std::int64_t>(k + 1, (32 << 10) / slotBytes));
+    const bool banded = slots >= k;
+    unsigned char* scratch = aligned(banded ? 0 : W * 2 << (std::is_same_v<T, Kel8u> ? 1 : 2));
     filter::EdgeJob<T, unsigned char> job{src, srcStep, buffer, 0, W, H, fp, border, value, scratch};
-    const auto go = [&](auto kernel) { filter::EdgeDriver<T, L, unsigned char>(job).run(kernel); };
+    const auto go = [&](auto kernel) {
+        if (banded) Driver(job).run_banded(kernel, slots);
+        else Driver(job).run(kernel);
+    };
     if constexpr (F == Family::Sobel)
         if (k == 5) return go(GradientKernel<T, D, 5, C, code_x(F), code_y(F)>(out, buffer, H));
     go(GradientKernel<T, D, 3, C, code_x(F), code_y(F)>(out, buffer, H));

@@ -1,5 +1,5 @@
 // The edge driver against the pixel model: every border kind with every set of in-memory flags,
-// regions smaller and larger than the window, centred and off-centre anchors, both modes. The
+// regions smaller and larger than the window, centred and off-centre anchors, all three modes. The
 // test kernel sums the window with a distinct weight per position, so a pixel read from the
 // wrong place, a missing segment or a segment written twice shows in the output.
 #include <gtest/gtest.h>
@@ -85,6 +85,19 @@ template <class T, keli::Layout L> void check_all(int C)
                                 if (x < 0 || y < 0 || x >= w || y >= h) {
                                     ASSERT_EQ(out.at(x, y, 0), 0);
                                 }
+                        // Banded: the same pixels from rings of the window's height and a few
+                        // rows more, which wrap at every offset and enter rows in batches.
+                        for (int extra : {0, 1, 3}) {
+                            const std::int64_t slots = fp.kh + extra;
+                            std::vector<unsigned char> band(std::size_t(slots * (w + fp.kw - 1) * C) * sizeof(T));
+                            Framed<Kel32s> banded(w, h, C);
+                            EdgeJob<T, Kel32s> bandJob{img.region(), img.step(), banded.region(), banded.step(), w,
+                                                       h, fp, border, value, band.data()};
+                            Driver(bandJob).run_banded(WeightedSum<T>{fp, C}, slots);
+                            ASSERT_EQ(banded.data, out.data) << "banded, slots " << slots << " w " << w << " h " << h
+                                                             << " kw " << fp.kw << " kh " << fp.kh << " border "
+                                                             << border;
+                        }
                         if constexpr (sizeof(T) == sizeof(Kel32s)) {
                             // In place: the same pixels, the memory around the region untouched.
                             Framed<T> same = img;

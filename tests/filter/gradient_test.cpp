@@ -5,6 +5,7 @@
 // odd address; guard elements around every output; angles against atan2 in double.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "filter/rows/gradient.hpp"
 #include "keli.h"
 #include "kit/framed.hpp"
 #include "kit/random.hpp"
@@ -170,6 +172,31 @@ TEST(GradientVector, SobelMagnitudeAndDerivativesAgreeWithTheirFilters)
 }
 
 // The angle on the axes, the signs of Sobel and Scharr gx, and the largest 8u magnitude.
+// The 16-bit L2 root on both sides of every half way (r - 1/2)^2 and (r + 1/2)^2, at every
+// square, and at the wrapped 2^31 of (-32768, -32768): the integer nearest, saturated.
+TEST(GradientVector, NearestRootOnBothSidesOfEveryHalfWay)
+{
+    const auto nearest = [](std::int64_t e) {
+        std::int64_t r = static_cast<std::int64_t>(std::sqrt(static_cast<double>(e)));
+        while (r * r > e) --r;
+        while ((r + 1) * (r + 1) <= e) ++r;
+        return std::min<std::int64_t>(e > r * r + r ? r + 1 : r, 32767);
+    };
+    const auto check = [&](const std::int64_t (&e)[4]) {
+        __m128i v = _mm_setr_epi32(std::int32_t(std::uint32_t(e[0])), std::int32_t(std::uint32_t(e[1])),
+                                   std::int32_t(std::uint32_t(e[2])), std::int32_t(std::uint32_t(e[3])));
+        alignas(16) std::int16_t got[8];
+        _mm_store_si128(reinterpret_cast<__m128i*>(got), _mm_packs_epi32(keli::rows::gradient::nearest_root(v), v));
+        for (int i = 0; i < 4; ++i) ASSERT_EQ(got[i], nearest(e[i])) << "energy " << e[i];
+    };
+    for (std::int64_t r = 1; r <= 46341; ++r) {
+        const std::int64_t lo = r * r - r, hi = r * r + r;
+        check({std::min<std::int64_t>(lo, 1ll << 31), std::min<std::int64_t>(lo + 1, 1ll << 31),
+               std::min<std::int64_t>(hi, 1ll << 31), std::min<std::int64_t>(hi + 1, 1ll << 31)});
+        check({0, r * r, std::min<std::int64_t>(r * r - 1, 1ll << 31), 1ll << 31});
+    }
+}
+
 TEST(GradientVector, AnglesAtTheAxesAndSaturatedMagnitude)
 {
     Kel8u buffer[1024];

@@ -84,6 +84,7 @@ template <class T, class D> struct Lanes;
 template <> struct Lanes<Kel8u, Kel16s> {
     using D = Kel16s;
     using Acc = std::int32_t;
+    static constexpr bool kExact = true;  // integer lanes: every order gives the same sum
     using V = __m128i;
     static constexpr int B = 8;
     static V load(const Kel8u* p) { return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
@@ -92,7 +93,11 @@ template <> struct Lanes<Kel8u, Kel16s> {
     static V add(V a, V b) { return _mm_add_epi16(a, b); }
     static V sub(V a, V b) { return _mm_sub_epi16(a, b); }
     static V neg(V a) { return _mm_sub_epi16(_mm_setzero_si128(), a); }
-    template <int I> static V shifted(V lo, V hi) { return _mm_alignr_epi8(hi, lo, 2 * I); }
+    template <int I> static V shifted(V lo, V hi)
+    {
+        if constexpr (I == 0) return lo;
+        else return _mm_alignr_epi8(hi, lo, 2 * I);
+    }
     static void store(D* d, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v); }
     static D finish(Acc s) { return static_cast<D>(s); }
 };
@@ -103,6 +108,7 @@ inline __m128i widen4(const Kel16u* p) { return _mm_cvtepu16_epi32(_mm_loadl_epi
 
 template <class T> struct Lanes32 {
     using Acc = std::int32_t;
+    static constexpr bool kExact = true;
     using V = __m128i;
     static constexpr int B = 4;
     static V load(const T* p) { return widen4(p); }
@@ -111,7 +117,11 @@ template <class T> struct Lanes32 {
     static V add(V a, V b) { return _mm_add_epi32(a, b); }
     static V sub(V a, V b) { return _mm_sub_epi32(a, b); }
     static V neg(V a) { return _mm_sub_epi32(_mm_setzero_si128(), a); }
-    template <int I> static V shifted(V lo, V hi) { return _mm_alignr_epi8(hi, lo, 4 * I); }
+    template <int I> static V shifted(V lo, V hi)
+    {
+        if constexpr (I == 0) return lo;
+        else return _mm_alignr_epi8(hi, lo, 4 * I);
+    }
 };
 
 template <> struct Lanes<Kel16s, Kel16s> : Lanes32<Kel16s> {
@@ -131,6 +141,7 @@ template <> struct Lanes<Kel16u, Kel32f> : Lanes32To32f<Kel16u> {};
 template <> struct Lanes<Kel32f, Kel32f> {
     using D = Kel32f;
     using Acc = float;
+    static constexpr bool kExact = false;
     using V = __m128;
     static constexpr int B = 4;
     static V load(const Kel32f* p) { return _mm_loadu_ps(p); }
@@ -141,7 +152,8 @@ template <> struct Lanes<Kel32f, Kel32f> {
     static V neg(V a) { return _mm_xor_ps(a, _mm_set1_ps(-0.0f)); }
     template <int I> static V shifted(V lo, V hi)
     {
-        return _mm_castsi128_ps(_mm_alignr_epi8(_mm_castps_si128(hi), _mm_castps_si128(lo), 4 * I));
+        if constexpr (I == 0) return lo;
+        else return _mm_castsi128_ps(_mm_alignr_epi8(_mm_castps_si128(hi), _mm_castps_si128(lo), 4 * I));
     }
     static void store(D* d, V v) { _mm_storeu_ps(d, v); }
     static D finish(Acc s) { return s; }
@@ -183,6 +195,7 @@ template <class O, int W, class A> inline A plus(A acc, A v)
 }
 
 template <class Acc> struct ScalarOps {
+    static constexpr bool kExact = std::is_integral_v<Acc>;
     static Acc add(Acc a, Acc b) { return Acc(a + b); }
     static Acc sub(Acc a, Acc b) { return Acc(a - b); }
     static Acc neg(Acc a) { return Acc(-a); }
@@ -190,15 +203,27 @@ template <class Acc> struct ScalarOps {
     static Acc splat(int w) { return static_cast<Acc>(w); }
 };
 
-// sum over the taps t (zero weights skipped) of W[t] * value(t), in tap order.
+constexpr int next_tap(const int* w, int k, int after)
+{
+    for (int i = after + 1; i < k; ++i)
+        if (w[i] != 0) return i;
+    return k;
+}
+
+// sum over the taps t (zero weights skipped) of W[t] * value(t), in tap order. In integer
+// lanes, where every order gives the same sum, a difference -a + b opening the sum is taken
+// as b - a, one operation instead of two; f32 keeps the negation (a NaN's sign would differ).
 template <class O, const int* W, int K, class A, class Value> inline A weighted_sum(Value value)
 {
-    constexpr int first = first_tap(W, K);
+    constexpr int first = first_tap(W, K), second = next_tap(W, K, first);
+    constexpr bool difference = O::kExact && second < K && W[first] == -1 && W[second] == 1;
     A s{};
     unrolled<K>([&](auto t) {
         constexpr int I = decltype(t)::value;
         if constexpr (W[I] != 0) {
-            if constexpr (I == first) s = start<O, W[I]>(value(t));
+            if constexpr (difference && I == first) return;
+            else if constexpr (difference && I == second) s = O::sub(value(t), value(std::integral_constant<int, first>{}));
+            else if constexpr (I == first) s = start<O, W[I]>(value(t));
             else s = plus<O, W[I]>(s, value(t));
         }
     });

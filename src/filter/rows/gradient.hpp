@@ -57,55 +57,59 @@ inline void strongest(const Kel32f* const gx[3], const Kel32f* const gy[3], Kel3
 
 // ---- magnitude ----------------------------------------------------------------------------------
 
-// 16s, L1: |gx| + |gy| added in 16 bits, wrapping. n a multiple of 8.
-inline void magnitude_l1(const Kel16s* gx, const Kel16s* gy, Kel16s* out, std::int64_t n)
-{
-    for (std::int64_t i = 0; i < n; i += 8) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(gx + i));
-        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(gy + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_add_epi16(_mm_abs_epi16(x), _mm_abs_epi16(y)));
-    }
-}
+// 16s, L1: |gx| + |gy| added in 16 bits, wrapping.
+inline __m128i magnitude_l1(__m128i x, __m128i y) { return _mm_add_epi16(_mm_abs_epi16(x), _mm_abs_epi16(y)); }
 
 // 16s, L2: the integer nearest to sqrt(gx * gx + gy * gy), saturated. The energy is exact in 32
-// bits (below 2^31 for every pair but (-32768, -32768), which wraps negative and is taken as
-// unsigned), its square root is taken in f64, and a square root of an integer is never half
-// way between two integers, so f64 (far from that half) rounds it exactly.
-inline __m128i nearest_root2(__m128i energy)
+// bits: below 2^31 for every pair but (-32768, -32768), whose 2^31 wraps negative and is taken
+// as 2^31 - 1 (an unsigned minimum), with the same saturated root. f32 cannot hold energies past
+// 2^24, so its root only proposes a candidate r, within 0.01 of the true root and so at most
+// one off; exact integer tests then decide: r is the nearest integer exactly when
+// r^2 - r < e <= r^2 + r (r >= 1; e = 0 alone gives 0), a square root of an integer never
+// being half way between two integers. The candidate is held to 32768, where every product
+// stays in 32 bits and the result saturates alike; the three steps cost a fraction of four f64
+// square roots.
+inline __m128i nearest_root(__m128i energy)
 {
-    const __m128d e = _mm_add_pd(_mm_cvtepi32_pd(energy),
-                                 _mm_and_pd(_mm_cmplt_pd(_mm_cvtepi32_pd(energy), _mm_setzero_pd()), _mm_set1_pd(4294967296.0)));
-    return _mm_cvttpd_epi32(_mm_add_pd(_mm_sqrt_pd(e), _mm_set1_pd(0.5)));
+    const __m128i e = _mm_min_epu32(energy, _mm_set1_epi32(0x7FFFFFFF));
+    const __m128 root = _mm_sqrt_ps(_mm_cvtepi32_ps(e));
+    const __m128i r = _mm_min_epi32(_mm_cvttps_epi32(_mm_add_ps(root, _mm_set1_ps(0.5f))), _mm_set1_epi32(32768));
+    const __m128i square = _mm_mullo_epi32(r, r);
+    const __m128i up = _mm_cmpgt_epi32(e, _mm_add_epi32(square, r));
+    const __m128i down = _mm_cmpgt_epi32(_mm_add_epi32(_mm_sub_epi32(square, r), _mm_set1_epi32(1)), e);
+    return _mm_max_epi32(_mm_add_epi32(_mm_sub_epi32(r, up), down), _mm_setzero_si128());
 }
 
-inline void magnitude_l2(const Kel16s* gx, const Kel16s* gy, Kel16s* out, std::int64_t n)
+inline __m128i magnitude_l2(__m128i x, __m128i y)
 {
-    for (std::int64_t i = 0; i < n; i += 8) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(gx + i));
-        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(gy + i));
-        const __m128i lo = _mm_unpacklo_epi16(x, y), hi = _mm_unpackhi_epi16(x, y);
-        const __m128i elo = _mm_madd_epi16(lo, lo), ehi = _mm_madd_epi16(hi, hi);
-        const __m128i r0 = nearest_root2(elo), r1 = nearest_root2(_mm_srli_si128(elo, 8));
-        const __m128i r2 = nearest_root2(ehi), r3 = nearest_root2(_mm_srli_si128(ehi, 8));
-        const __m128i a = _mm_unpacklo_epi64(r0, r1), b = _mm_unpacklo_epi64(r2, r3);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packs_epi32(a, b));
-    }
+    const __m128i lo = _mm_unpacklo_epi16(x, y), hi = _mm_unpackhi_epi16(x, y);
+    return _mm_packs_epi32(nearest_root(_mm_madd_epi16(lo, lo)), nearest_root(_mm_madd_epi16(hi, hi)));
 }
 
-// 32f: |gx| + |gy|, or sqrt(gx * gx + gy * gy), each operation rounded once. n a multiple of 4.
-inline void magnitude_l1(const Kel32f* gx, const Kel32f* gy, Kel32f* out, std::int64_t n)
+// 32f: |gx| + |gy|, or sqrt(gx * gx + gy * gy), each operation rounded once.
+inline __m128 magnitude_l1(__m128 x, __m128 y)
 {
     const __m128 sign = _mm_set1_ps(-0.0f);
-    for (std::int64_t i = 0; i < n; i += 4)
-        _mm_storeu_ps(out + i, _mm_add_ps(_mm_andnot_ps(sign, _mm_loadu_ps(gx + i)), _mm_andnot_ps(sign, _mm_loadu_ps(gy + i))));
+    return _mm_add_ps(_mm_andnot_ps(sign, x), _mm_andnot_ps(sign, y));
 }
 
-inline void magnitude_l2(const Kel32f* gx, const Kel32f* gy, Kel32f* out, std::int64_t n)
+inline __m128 magnitude_l2(__m128 x, __m128 y) { return _mm_sqrt_ps(_mm_add_ps(_mm_mul_ps(x, x), _mm_mul_ps(y, y))); }
+
+// The rows of n pixels, n a multiple of the vector (8 for 16s, 4 for 32f).
+template <class E, class F> inline void magnitude_rows(const E* gx, const E* gy, E* out, std::int64_t n, F f)
 {
-    for (std::int64_t i = 0; i < n; i += 4) {
-        const __m128 x = _mm_loadu_ps(gx + i), y = _mm_loadu_ps(gy + i);
-        _mm_storeu_ps(out + i, _mm_sqrt_ps(_mm_add_ps(_mm_mul_ps(x, x), _mm_mul_ps(y, y))));
-    }
+    constexpr std::int64_t step = 16 / sizeof(E);
+    for (std::int64_t i = 0; i < n; i += step) simd::storeu(out + i, f(simd::loadu(gx + i), simd::loadu(gy + i)));
+}
+
+template <class E> inline void magnitude_l1(const E* gx, const E* gy, E* out, std::int64_t n)
+{
+    magnitude_rows(gx, gy, out, n, [](auto x, auto y) { return magnitude_l1(x, y); });
+}
+
+template <class E> inline void magnitude_l2(const E* gx, const E* gy, E* out, std::int64_t n)
+{
+    magnitude_rows(gx, gy, out, n, [](auto x, auto y) { return magnitude_l2(x, y); });
 }
 
 // ---- angle --------------------------------------------------------------------------------------
@@ -115,7 +119,7 @@ inline void magnitude_l2(const Kel32f* gx, const Kel32f* gy, Kel32f* out, std::i
 // (t - 1) / (t + 1) around pi/4, where an odd polynomial of degree 9 fits atan; the octant and
 // quadrant are then restored. Signed zeros follow the usual rule: atan2(+0, -0) = pi, and the
 // sign of y is the sign of the result.
-inline __m128 atan2_4(__m128 y, __m128 x)
+[[gnu::always_inline]] inline __m128 atan2_4(__m128 y, __m128 x)
 {
     const __m128 sign = _mm_set1_ps(-0.0f), one = _mm_set1_ps(1.0f);
     const __m128 ax = _mm_andnot_ps(sign, x), ay = _mm_andnot_ps(sign, y);
@@ -135,18 +139,21 @@ inline __m128 atan2_4(__m128 y, __m128 x)
     return _mm_or_ps(a, _mm_and_ps(y, sign));
 }
 
-// Angles of n pixels (a multiple of 4) from 32f or 16s derivatives.
-inline void angle(const Kel32f* gx, const Kel32f* gy, Kel32f* out, std::int64_t n)
+// The angles of one vector of derivatives: 4 from 32f, 8 from 16s (converted to f32, exactly).
+[[gnu::always_inline]] inline void angle(__m128 x, __m128 y, Kel32f* out) { _mm_storeu_ps(out, atan2_4(y, x)); }
+
+[[gnu::always_inline]] inline void angle(__m128i x, __m128i y, Kel32f* out)
 {
-    for (std::int64_t i = 0; i < n; i += 4) _mm_storeu_ps(out + i, atan2_4(_mm_loadu_ps(gy + i), _mm_loadu_ps(gx + i)));
+    const auto f32 = [](__m128i v) { return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(v)); };
+    _mm_storeu_ps(out, atan2_4(f32(y), f32(x)));
+    _mm_storeu_ps(out + 4, atan2_4(f32(_mm_srli_si128(y, 8)), f32(_mm_srli_si128(x, 8))));
 }
 
-inline void angle(const Kel16s* gx, const Kel16s* gy, Kel32f* out, std::int64_t n)
+// Angles of n pixels, n a multiple of the vector.
+template <class E> inline void angle(const E* gx, const E* gy, Kel32f* out, std::int64_t n)
 {
-    const auto f32 = [](const Kel16s* p) {
-        return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
-    };
-    for (std::int64_t i = 0; i < n; i += 4) _mm_storeu_ps(out + i, atan2_4(f32(gy + i), f32(gx + i)));
+    constexpr std::int64_t step = 16 / sizeof(E);
+    for (std::int64_t i = 0; i < n; i += step) angle(simd::loadu(gx + i), simd::loadu(gy + i), out + i);
 }
 
 }  // namespace keli::rows::gradient
