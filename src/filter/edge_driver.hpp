@@ -43,6 +43,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "frame/layout.hpp"
 #include "move/border.hpp"
@@ -79,6 +80,45 @@ inline border::Kind kind_of(int border)
     return k == kelBorderConst ? border::Kind::Const : k == kelBorderMirror ? border::Kind::Mirror : border::Kind::Repl;
 }
 
+// How a window reaches past a region of W x H pixels: the base kind, the flagged sides, the
+// image the border rule extends (the region grown by the window's reach on every flagged side,
+// its first pixel at (bx0, by0) relative to the region's), and the outputs [xl, xr) of a row
+// whose taps all lie inside that image's rows.
+struct Grown {
+    border::Kind kind;
+    Sides flags;
+    std::int64_t bx0, by0, bw, bh;
+    std::int64_t xl, xr;
+
+    Grown(int border, Footprint fp, std::int64_t W, std::int64_t H)
+        : kind(kind_of(border)), flags(sides(border)), bx0(flags.left ? -fp.ax : 0), by0(flags.top ? -fp.ay : 0),
+          bw(W + (flags.right ? fp.rx() : 0) - bx0), bh(H + (flags.bottom ? fp.ry() : 0) - by0),
+          xl(flags.left ? 0 : std::min<std::int64_t>(fp.ax, W)), xr(flags.right ? W : W - fp.rx())
+    {
+    }
+
+    // What a coordinate outside the grown image reads under the constant kind. Other answers
+    // are coordinates relative to the region, negative ones too on a flagged side.
+    static constexpr std::int64_t kConstant = std::numeric_limits<std::int64_t>::min();
+
+    // The source column that column c reads.
+    std::int64_t source_column(std::int64_t c) const
+    {
+        const std::int64_t bc = c - bx0;
+        const std::int64_t sc = bc >= 0 && bc < bw ? bc : border::source_index(kind, bc, bw);
+        return sc < 0 ? kConstant : sc + bx0;
+    }
+
+    // The source row that row r reads.
+    std::int64_t source_row(std::int64_t r) const
+    {
+        const std::int64_t br = r - by0;
+        if (br >= 0 && br < bh) return r;
+        if (kind == border::Kind::Const) return kConstant;
+        return border::source_index(kind, br, bh) + by0;
+    }
+};
+
 template <class T, class D> struct EdgeJob {
     const T* src;             // first pixel of the region
     std::int64_t srcStep;     // bytes
@@ -100,27 +140,19 @@ public:
     static constexpr std::int64_t P = static_cast<std::int64_t>(C * sizeof(T));
 
     explicit EdgeDriver(const EdgeJob<T, D>& job)
-        : job_(job), fp_(job.fp), W_(job.width), H_(job.height),
-          kind_(kind_of(job.border)),
-          flags_(sides(job.border)),
-          bx0_(flags_.left ? -fp_.ax : 0), by0_(flags_.top ? -fp_.ay : 0),
-          bw_(W_ + (flags_.right ? fp_.rx() : 0) - bx0_), bh_(H_ + (flags_.bottom ? fp_.ry() : 0) - by0_),
-          ext_(kind_, at(job.src, job.srcStep, bx0_, by0_), job.srcStep, bw_, bh_, job.value)
+        : job_(job), fp_(job.fp), W_(job.width), H_(job.height), g_(job.border, job.fp, job.width, job.height),
+          ext_(g_.kind, at(job.src, job.srcStep, g_.bx0, g_.by0), job.srcStep, g_.bw, g_.bh, job.value)
     {
-        xl_ = flags_.left ? 0 : std::min<std::int64_t>(fp_.ax, W_);
-        xr_ = flags_.right ? W_ : W_ - fp_.rx();
     }
 
     // Scratch of run(): the tallest strip, or one row of the constant.
     static std::size_t scratch_bytes(std::int64_t width, std::int64_t height, Footprint fp, int border)
     {
-        const Sides f = sides(border);
-        const std::int64_t rows = height + fp.kh - 1, ww = width + fp.kw - 1;
-        const std::int64_t xl = f.left ? 0 : std::min<std::int64_t>(fp.ax, width);
-        const std::int64_t xr = f.right ? width : width - fp.rx();
+        const Grown g(border, fp, width, height);
+        const std::int64_t rows = height + fp.kh - 1, ww = width + fp.kw - 1, xl = g.xl, xr = g.xr;
         std::int64_t pixels = 0;
         if (xl >= xr) return static_cast<std::size_t>(ww * rows * P);
-        if (kind_of(border) == border::Kind::Const && fp.kh > 1) pixels = ww;
+        if (g.kind == border::Kind::Const && fp.kh > 1) pixels = ww;
         if (xl > 0) pixels = std::max(pixels, (xl + fp.kw - 1) * rows);
         if (xr < width) pixels = std::max(pixels, (width - xr + fp.kw - 1) * rows);
         return static_cast<std::size_t>(pixels * P);
@@ -135,16 +167,16 @@ public:
     template <class K> void run(const K& kernel) const
     {
         RowTable table(fp_.kh, job_.rowTable);
-        if (xl_ >= xr_) return strip(kernel, table, 0, W_);
-        if (kind_ == border::Kind::Const && fp_.kh > 1 && !(flags_.top && flags_.bottom))
-            ext_.window(reinterpret_cast<T*>(job_.scratch), 0, -fp_.ax - bx0_, bh_, W_ + fp_.kw - 1, 1, false);
-        const std::int64_t shift = (xl_ - fp_.ax) * P;
+        if (g_.xl >= g_.xr) return strip(kernel, table, 0, W_);
+        if (g_.kind == border::Kind::Const && fp_.kh > 1 && !(g_.flags.top && g_.flags.bottom))
+            ext_.window(reinterpret_cast<T*>(job_.scratch), 0, -fp_.ax - g_.bx0, g_.bh, W_ + fp_.kw - 1, 1, false);
+        const std::int64_t shift = (g_.xl - fp_.ax) * P;
         for (std::int64_t y = 0; y < H_; ++y) {
             for (int j = 0; j < fp_.kh; ++j) table[j] = reinterpret_cast<const T*>(row_at(y - fp_.ay + j) + shift);
-            kernel(table.get(), out_row(y) + xl_ * std::int64_t(C), xr_ - xl_);
+            kernel(table.get(), out_row(y) + g_.xl * std::int64_t(C), g_.xr - g_.xl);
         }
-        if (xl_ > 0) strip(kernel, table, 0, xl_);
-        if (xr_ < W_) strip(kernel, table, xr_, W_);
+        if (g_.xl > 0) strip(kernel, table, 0, g_.xl);
+        if (g_.xr < W_) strip(kernel, table, g_.xr, W_);
     }
 
     // run_banded(): for a destination apart from the source, when every output row should be
@@ -164,7 +196,7 @@ public:
             while (next < top + fp_.kh) {
                 const std::int64_t at = (next + fp_.ay) % slots;
                 const std::int64_t count = std::min(std::min(slots - (next - top), slots - at), end - next);
-                ext_.window(reinterpret_cast<T*>(ring + at * slotBytes), slotBytes, -fp_.ax - bx0_, next - by0_, ww,
+                ext_.window(reinterpret_cast<T*>(ring + at * slotBytes), slotBytes, -fp_.ax - g_.bx0, next - g_.by0, ww,
                             count, false);
                 next += count;
             }
@@ -184,15 +216,15 @@ public:
         // Region row y is overwritten once output row y is written; `written` counts those.
         const auto enter = [&](std::int64_t r, std::int64_t written) {
             T* to = reinterpret_cast<T*>(slot(r));
-            const std::int64_t br = r - by0_;
-            if (br < 0 || br >= bh_) {
-                const std::int64_t s = border::source_index(kind_, br, bh_) + by0_;
-                if (kind_ != border::Kind::Const && s >= 0 && s < written) {
+            const std::int64_t br = r - g_.by0;
+            if (br < 0 || br >= g_.bh) {
+                const std::int64_t s = border::source_index(g_.kind, br, g_.bh) + g_.by0;
+                if (g_.kind != border::Kind::Const && s >= 0 && s < written) {
                     std::memcpy(to, slot(s), static_cast<std::size_t>(slotBytes));
                     return;
                 }
             }
-            ext_.window(to, slotBytes, -fp_.ax - bx0_, br, ww, 1, false);
+            ext_.window(to, slotBytes, -fp_.ax - g_.bx0, br, ww, 1, false);
         };
         for (std::int64_t r = -fp_.ay; r < fp_.ry(); ++r) enter(r, 0);
         // The slot of window row 0, stepped along rather than divided out for every row.
@@ -230,10 +262,10 @@ private:
     const unsigned char* row_at(std::int64_t r) const
     {
         const auto* src = reinterpret_cast<const unsigned char*>(job_.src);
-        const std::int64_t br = r - by0_;
-        if (br >= 0 && br < bh_) return src + r * job_.srcStep;
-        if (kind_ == border::Kind::Const) return job_.scratch + fp_.ax * P;
-        return src + (border::source_index(kind_, br, bh_) + by0_) * job_.srcStep;
+        const std::int64_t br = r - g_.by0;
+        if (br >= 0 && br < g_.bh) return src + r * job_.srcStep;
+        if (g_.kind == border::Kind::Const) return job_.scratch + fp_.ax * P;
+        return src + (border::source_index(g_.kind, br, g_.bh) + g_.by0) * job_.srcStep;
     }
 
     // Output columns [x0, x1) of every row, from a strip of the extended image built in scratch.
@@ -241,7 +273,7 @@ private:
     {
         const std::int64_t w = x1 - x0 + fp_.kw - 1, rows = H_ + fp_.kh - 1, step = w * P;
         if (w <= kNarrowColumns) narrow_strip(job_.scratch, step, x0 - fp_.ax, w);
-        else ext_.window(reinterpret_cast<T*>(job_.scratch), step, x0 - fp_.ax - bx0_, -fp_.ay - by0_, w, rows, false);
+        else ext_.window(reinterpret_cast<T*>(job_.scratch), step, x0 - fp_.ax - g_.bx0, -fp_.ay - g_.by0, w, rows, false);
         for (std::int64_t y = 0; y < H_; ++y) {
             for (int j = 0; j < fp_.kh; ++j) table[j] = reinterpret_cast<const T*>(job_.scratch + (y + j) * step);
             kernel(table.get(), out_row(y) + x0 * std::int64_t(C), x1 - x0);
@@ -255,22 +287,21 @@ private:
 
     void narrow_strip(unsigned char* to, std::int64_t step, std::int64_t c0, std::int64_t w) const
     {
-        constexpr std::int64_t kConstant = INT64_MIN;
+        constexpr std::int64_t kConstant = Grown::kConstant;
         std::int64_t from[kNarrowColumns];  // byte offset of each column's source pixel in its row
         for (std::int64_t i = 0; i < w; ++i) {
-            const std::int64_t bc = c0 + i - bx0_;
-            const std::int64_t sc = bc >= 0 && bc < bw_ ? bc : border::source_index(kind_, bc, bw_);
-            from[i] = sc < 0 ? kConstant : (sc + bx0_) * P;
+            const std::int64_t sc = g_.source_column(c0 + i);
+            from[i] = sc == kConstant ? kConstant : sc * P;
         }
         // The constant pixel: the caller's values hold the processed channels only (three for
         // AC4), so the pixel is assembled rather than read whole from them.
         T pixel[C] = {};
-        if (kind_ == border::Kind::Const)
+        if (g_.kind == border::Kind::Const)
             for (std::size_t c = 0; c < (has_alpha<L> ? 3 : C); ++c) pixel[c] = job_.value[c];
         const auto* value = reinterpret_cast<const unsigned char*>(pixel);
         for (std::int64_t r = -fp_.ay; r < H_ + fp_.ry(); ++r, to += step) {
-            const std::int64_t br = r - by0_;
-            const bool constant = kind_ == border::Kind::Const && (br < 0 || br >= bh_);
+            const std::int64_t br = r - g_.by0;
+            const bool constant = g_.kind == border::Kind::Const && (br < 0 || br >= g_.bh);
             const unsigned char* s = constant ? nullptr : row_at(r);
             for (std::int64_t i = 0; i < w; ++i)
                 std::memcpy(to + i * P, constant || from[i] == kConstant ? value : s + from[i], static_cast<std::size_t>(P));
@@ -280,12 +311,8 @@ private:
     EdgeJob<T, D> job_;
     Footprint fp_;
     std::int64_t W_, H_;
-    border::Kind kind_;
-    Sides flags_;
-    // The image the border rule extends: the region grown by the reach of every flagged side.
-    std::int64_t bx0_, by0_, bw_, bh_;
+    Grown g_;  // its [xl, xr) are the interior columns, filtered straight from the source
     border::Extender<T, L> ext_;
-    std::int64_t xl_, xr_;  // the interior columns, filtered straight from the source
 };
 
 }  // namespace keli::filter

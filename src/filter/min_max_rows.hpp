@@ -33,14 +33,11 @@ public:
     // wider of the left and right edge pieces (the edge driver's strip scratch is larger still).
     // `ring` holds kh rows of `stride` elements; windows up to kStackRows rows high.
     FoldRows(const EdgeJob<T, T>& job, T* piece, T* ring, std::int64_t stride)
-        : job_(job), fp_(job.fp), W_(job.width), H_(job.height), kind_(kind_of(job.border)), flags_(sides(job.border)),
-          bx0_(flags_.left ? -fp_.ax : 0), by0_(flags_.top ? -fp_.ay : 0),
-          bw_(W_ + (flags_.right ? fp_.rx() : 0) - bx0_), bh_(H_ + (flags_.bottom ? fp_.ry() : 0) - by0_),
-          xl_(flags_.left ? 0 : std::min<std::int64_t>(fp_.ax, W_)), xr_(flags_.right ? W_ : W_ - fp_.rx()),
-          piece_(piece), ring_(ring), stride_(stride)
+        : job_(job), fp_(job.fp), W_(job.width), H_(job.height), g_(job.border, job.fp, job.width, job.height),
+          xl_(g_.xl), xr_(g_.xr), piece_(piece), ring_(ring), stride_(stride)
     {
         // The constant pixel: the caller's values hold the processed channels only (three for AC4).
-        if (kind_ == border::Kind::Const)
+        if (g_.kind == border::Kind::Const)
             for (std::int64_t c = 0; c < (kAlpha ? 3 : C); ++c) constant_[c] = job.value[c];
         if (xl_ < xr_) {
             left_ = make_table(leftTable_, -fp_.ax, xl_ + fp_.kw - 1);
@@ -105,19 +102,15 @@ private:
     // Rows inside the grown image are the caller's; the others map back by the base kind.
     const unsigned char* source_row(std::int64_t r) const
     {
-        const auto* src = reinterpret_cast<const unsigned char*>(job_.src);
-        const std::int64_t br = r - by0_;
-        if (br >= 0 && br < bh_) return src + r * job_.srcStep;
-        if (kind_ == border::Kind::Const) return nullptr;
-        return src + (border::source_index(kind_, br, bh_) + by0_) * job_.srcStep;
+        const std::int64_t s = g_.source_row(r);
+        return s == Grown::kConstant ? nullptr : reinterpret_cast<const unsigned char*>(job_.src) + s * job_.srcStep;
     }
 
     // The byte offset in its row of the pixel extended column c reads, or kConstant.
     std::int64_t source_column(std::int64_t c) const
     {
-        const std::int64_t bc = c - bx0_;
-        const std::int64_t sc = bc >= 0 && bc < bw_ ? bc : border::source_index(kind_, bc, bw_);
-        return sc < 0 ? kConstant : (sc + bx0_) * P;
+        const std::int64_t s = g_.source_column(c);
+        return s == Grown::kConstant ? kConstant : s * P;
     }
 
     // Extended columns [c0, c0 + n) of the row at `row` into the piece. The two edge pieces are
@@ -169,17 +162,14 @@ private:
     EdgeJob<T, T> job_;
     Footprint fp_;
     std::int64_t W_, H_;
-    border::Kind kind_;
-    Sides flags_;
-    // The image the border rule extends: the region grown by the reach of every flagged side.
-    std::int64_t bx0_, by0_, bw_, bh_;
+    Grown g_;
     std::int64_t xl_, xr_;  // the outputs whose taps stay inside the grown image's row
     T* piece_;
     T* ring_;
     std::int64_t stride_;
     T constant_[C] = {};
     mutable bool nan_[kStackRows] = {};  // ring slots holding a NaN (floats only)
-    static constexpr std::int64_t kConstant = -1, kTabled = 64;
+    static constexpr std::int64_t kConstant = Grown::kConstant, kTabled = 64;
     std::int64_t leftTable_[kTabled], rightTable_[kTabled];
     const std::int64_t* left_ = nullptr;
     const std::int64_t* right_ = nullptr;
