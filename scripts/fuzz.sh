@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Fuzzes every export for the given number of seconds (default 60) in the sanitizer build
+# (clang, AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer), starting from the committed
+# seeds, then prints the executions, the exports reached and the findings (crash inputs with
+# their reports, under build-sanitize/fuzz/).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${1:-60}
+bash scripts/setup.sh
+build=build-sanitize
+cmake -S . -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DKELI_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DKELI_BUILD_TESTS=ON -DKELI_BUILD_EXAMPLES=ON > /dev/null
+cmake --build "$build" -j2 --target keli_fuzz_exports
+out=$build/fuzz
+mkdir -p "$out/corpus" "$out/findings"
+log=$out/run.log
+reached=$out/reached.txt
+rm -f "$reached"
+# One job: the machine's other core stays free. The findings are the inputs libFuzzer saves.
+set +e
+KELI_FUZZ_REACHED=$reached ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1 \
+  "$build/tests/fuzz/keli_fuzz_exports" "$out/corpus" tests/fuzz/corpus \
+  -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 -max_len=512 \
+  -artifact_prefix="$out/findings/" -print_final_stats=1 > "$log" 2>&1
+status=$?
+set -e
+runs=$(grep -a -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' || echo 0)
+total=$( [ -f "$reached" ] && awk 'NR == 1 {print $2}' "$reached" || echo '?')
+called=$( [ -f "$reached" ] && grep -c ' ok$\| refused$' "$reached" || echo 0)
+ok=$( [ -f "$reached" ] && grep -c ' ok$' "$reached" || echo 0)
+findings=$(ls "$out/findings" | wc -l)
+echo "executions: $runs"
+echo "exports reached: $called of $total ($ok with a successful call)"
+echo "findings: $findings (this run: exit $status)"
+if [ "$status" -ne 0 ]; then
+  grep -a -A12 'FUZZ FINDING\|ERROR: AddressSanitizer\|runtime error\|deadly signal\|ERROR: libFuzzer' "$log" | head -40
+  exit 1
+fi
