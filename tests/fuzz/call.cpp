@@ -56,6 +56,7 @@ const char* role_of_size(const Param& p)
     if (p.depth != 1 || p.is_const) return nullptr;
     if (std::strcmp(p.type, "int") && std::strcmp(p.type, "KelSizeL") && std::strcmp(p.type, "Kel64s")) return nullptr;
     if (has(n, "spec") || n == "psize") return "spec";
+    if (has(n, "descriptor")) return "descriptor";
     if (has(n, "init")) return "init";
     if (has(n, "buf")) return "buffer";
     return nullptr;
@@ -77,9 +78,15 @@ int step_of(const Export& ex, const Param& p)
     if (n.size() < 2 || n[0] != 'p') return -1;
     std::string want = n.substr(1);
     want[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(want[0])));
+    std::string stem = want;
     want += "Step";
     for (size_t i = 0; i < ex.params.size(); ++i)
         if (want == ex.params[i].name && ex.params[i].depth == 0) return static_cast<int>(i);
+    // An in-place image inside a larger one: pSrc with srcDstStep.
+    for (size_t i = 0; i < ex.params.size(); ++i) {
+        std::string q = ex.params[i].name;
+        if (!ex.params[i].depth && q.rfind(stem, 0) == 0 && ends_with(q, "Step")) return static_cast<int>(i);
+    }
     return -1;
 }
 
@@ -204,6 +211,11 @@ Call::Call(Context& ctx, int export_index, const Export* parent)
             n == "leftBorderWidth" || n == "topBorderHeight" || n == "orderX")
             exact_region_ = false;
     }
+    // A fixed window in the name (Dilate3x3) reads around the region too.
+    for (size_t k = 1; k + 1 < std::strlen(ex_.name); ++k)
+        if (ex_.name[k] == 'x' && std::isdigit(static_cast<unsigned char>(ex_.name[k - 1])) &&
+            std::isdigit(static_cast<unsigned char>(ex_.name[k + 1])))
+            exact_region_ = false;
     // A work call sizes its buffers for its own element type and channels: the queries and
     // Init calls that prepare them take these rather than values of their own.
     if (!parent_) {
@@ -284,6 +296,20 @@ void Call::decode_scalars()
             auto up = type_tokens(parent_->name);
             if (!own.empty() || !up.empty()) {
                 s.i = !own.empty() ? own.front() : up.front();
+                ctx_.values[canonical(p)] = s;
+                continue;
+            }
+        }
+        if (n == "interpolation" && parent_) {
+            // A query sizing an Init's spec: the kind that Init makes.
+            static const struct { const char* word; int kind; } kinds[] = {
+                {"Nearest", kelNearest}, {"Linear", kelLinear}, {"CubicLagrange", kelCubicLagrange},
+                {"Cubic", kelCubic}, {"Super", kelSuper}, {"Lanczos", kelLanczos}};
+            int kind = 0;
+            for (auto& k : kinds)
+                if (!kind && has(parent_->name, k.word)) kind = k.kind;
+            if (kind) {
+                s.i = kind;
                 ctx_.values[canonical(p)] = s;
                 continue;
             }
@@ -390,21 +416,26 @@ int Call::channels_for(const Param& p) const
 
 void Call::prepare_pointers()
 {
-    for (size_t i = 0; i < ex_.params.size(); ++i) {
-        const Param& p = ex_.params[i];
-        if (!p.depth) continue;
-        int step = step_of(ex_, p);
-        if (step >= 0) {
-            image(static_cast<int>(i), step);
-            done_[step] = true;
-        } else if (is_spec(p)) {
-            spec_pointer(static_cast<int>(i));
-        } else if (const char* role = role_of_buffer(p)) {
-            queried_buffer(static_cast<int>(i), role);
-        } else {
-            plain_pointer(static_cast<int>(i));
+    // Specs and buffers first: the queries and Init calls behind them decode values (FFT
+    // orders, source sizes) that size the images too.
+    for (int pass = 0; pass < 2; ++pass)
+        for (size_t i = 0; i < ex_.params.size(); ++i) {
+            const Param& p = ex_.params[i];
+            if (!p.depth) continue;
+            int step = step_of(ex_, p);
+            bool prepared = step < 0 && (is_spec(p) || role_of_buffer(p));
+            if (prepared != (pass == 0)) continue;
+            if (step >= 0) {
+                image(static_cast<int>(i), step);
+                done_[step] = true;
+            } else if (is_spec(p)) {
+                spec_pointer(static_cast<int>(i));
+            } else if (const char* role = role_of_buffer(p)) {
+                queried_buffer(static_cast<int>(i), role);
+            } else {
+                plain_pointer(static_cast<int>(i));
+            }
         }
-    }
     for (size_t i = 0; i < ex_.params.size(); ++i)
         if (!done_[i]) slots_[i].i = small_int(ctx_.in);  // a step without its image
 }
@@ -494,7 +525,7 @@ void Call::image(int i, int step_index)
     (void)rows;
     int planes = p.depth == 2 ? (p.length ? p.length : 4) : 1;
     std::vector<void*> addresses;
-    bool null = bytes < 0 || in.u8() < 6;
+    bool null = bytes < 0 || (!parent_ && in.u8() < 6);
     for (int k = 0; k < planes; ++k) {
         if (null) {
             addresses.push_back(nullptr);
@@ -543,6 +574,25 @@ void Call::plain_pointer(int i)
         count = std::max<int64_t>(count, 1);
     }
     if (is_record(p) && !p.length && n != "pLocation") count = 1;
+    // Lengths other arguments state: a kernel's sides, a vector's length, a location count,
+    // a descriptor's size from the family's query.
+    auto cap_count = [&](int64_t c) { count = c < 0 ? 0 : c > (int64_t{1} << 22) ? -1 : std::max(c, int64_t{1}); };
+    const Slot* kernel = shared(Param{"KeliSize", "kernelSize", 0, 0, 0, 8});
+    if (n == "pKernel" && kernel) {
+        KeliSize k = record<KeliSize>(*kernel);
+        cap_count(int64_t{std::max(k.width, 0)} * std::max(k.height, 0));
+    } else if (!p.length && p.depth == 1 && slot("length").i && !is_record(p)) {
+        cap_count(slot("length").i);
+    } else if (n == "pLocation") {
+        cap_count(slot("nLocations").i);
+    } else if (n == "pDst" && !p.is_const) {
+        int64_t one = query_size("descriptor", &ex_);
+        if (one >= 0) cap_count(std::max<int64_t>(slot("nLocations").i, 0) * (one / 4 + 1));
+    }
+    if (count < 0) {  // more than the harness gives: a null pointer the export must refuse
+        slots_[i].p = nullptr;
+        return;
+    }
     const size_t elem = static_cast<size_t>(p.element);
     auto fill = [&](Guarded& g) {
         unsigned char* d = g.data();
@@ -591,7 +641,12 @@ void Call::plain_pointer(int i)
         }
     };
     int planes = p.depth == 2 ? (p.length ? p.length : 4) : 1;
-    int64_t plane_count = p.depth == 2 ? (n == "pTable" ? count : kLooseLength) : count;
+    if (p.depth == 2 && !p.length && slot("count").i > 4) planes = static_cast<int>(std::min<int64_t>(slot("count").i, 4096));
+    int64_t plane_count = p.depth == 2 ? (n == "pTable" ? count : std::max(kLooseLength, slot("length").i)) : count;
+    if (plane_count > (int64_t{1} << 22)) {
+        slots_[i].p = nullptr;
+        return;
+    }
     if (p.depth == 2) count = plane_count;
     std::vector<void*> addresses;
     for (int k = 0; k < planes; ++k) {
@@ -617,7 +672,7 @@ void Call::plain_pointer(int i)
     } else {
         slots_[i].p = addresses[0];
     }
-    if (in.u8() < 6) slots_[i].p = nullptr;
+    if (!parent_ && in.u8() < 6) slots_[i].p = nullptr;
     if (p.is_const) ctx_.values[canonical(p)] = slots_[i];
 }
 
@@ -638,12 +693,37 @@ int64_t Call::query_size(const char* role, const Export* for_export)
         }
     }
     if (best < 0) return -1;
-    ++ctx_.depth;
-    Call q(ctx_, best, for_export);
-    Outcome o = q.run();
-    --ctx_.depth;
-    if (o.status < 0) return -1;
-    return q.output_value(name);
+    // The channel count a query wants is not always the layout's digit (a query may select AC4
+    // by a code of its own): when the seeded count is refused, the other counts in turn.
+    static const int64_t counts[] = {0, 1, 3, 4, 9};
+    int64_t size = -1;
+    for (int64_t count : counts) {
+        std::map<std::string, Slot> saved;
+        if (count)
+            for (const char* key : {"numChannels:int", "channels:int"}) {
+                auto it = ctx_.values.find(key);
+                if (it == ctx_.values.end()) continue;
+                saved[key] = it->second;
+                it->second.i = count;
+            }
+        if (count && saved.empty()) break;
+        // The query's own arguments (an antialiasing flag the Init lacks) get fresh values on
+        // a retry: a refusal should come from the values the export shares.
+        for (int attempt = 0; attempt < 3 && size < 0; ++attempt) {
+            std::map<std::string, Slot> before = ctx_.values;
+            ++ctx_.depth;
+            Call q(ctx_, best, for_export);
+            Outcome o = q.run();
+            --ctx_.depth;
+            if (o.status >= 0) size = q.output_value(name);
+            else
+                for (auto it = ctx_.values.begin(); it != ctx_.values.end();)
+                    it = before.count(it->first) ? std::next(it) : ctx_.values.erase(it);
+        }
+        for (auto& kv : saved) ctx_.values[kv.first] = kv.second;
+        if (size >= 0) break;
+    }
+    return size;
 }
 
 void Call::queried_buffer(int i, const char* role)
@@ -656,7 +736,7 @@ void Call::queried_buffer(int i, const char* role)
     auto g = std::make_unique<Guarded>(static_cast<size_t>(size), 1, ctx_.in.u8() & 1);
     ctx_.noise.fill(g->data(), g->size());
     slots_[i].p = g->data();
-    if (ctx_.in.u8() < 4) slots_[i].p = nullptr;
+    if (!parent_ && ctx_.in.u8() < 4) slots_[i].p = nullptr;
     (void)p;
     ctx_.memory.push_back(std::move(g));
 }
@@ -694,7 +774,7 @@ void Call::spec_pointer(int i)
             Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name};
             written_.push_back(std::move(wr));
         }
-        if (ctx_.in.u8() < 4) slots_[i].p = nullptr;
+        if (!parent_ && ctx_.in.u8() < 4) slots_[i].p = nullptr;
         ctx_.memory.push_back(std::move(g));
         return;
     }
@@ -725,7 +805,7 @@ void Call::spec_pointer(int i)
     }
     slots_[i].p = spec;
     ctx_.values[key] = slots_[i];
-    if (ctx_.in.u8() < 4) slots_[i].p = nullptr;
+    if (!parent_ && ctx_.in.u8() < 4) slots_[i].p = nullptr;
 }
 
 Outcome Call::run()
@@ -733,13 +813,23 @@ Outcome Call::run()
     Outcome o;
     ctx_.trail.push_back(ex_.name);
     o.status = ex_.call(slots_.data(), &o.returned);
-    if (ex_.returns == Returns::pointer && o.returned) keliFree(o.returned);
+    if (std::getenv("KELI_FUZZ_TRACE")) {
+        describe("prepared");
+        std::fprintf(stderr, "  status %d\n", o.status);
+    }
+    if (o.returned && has(ex_.name, "Malloc")) keliFree(o.returned);  // other pointers are the library's
     return o;
 }
 
 void Call::report(const std::string& what) const
 {
-    std::fprintf(stderr, "\nFUZZ FINDING in %s: %s\n  calls:", ex_.name, what.c_str());
+    describe(("FUZZ FINDING in " + std::string(ex_.name) + ": " + what).c_str());
+    std::abort();
+}
+
+void Call::describe(const char* headline) const
+{
+    std::fprintf(stderr, "\n%s\n  calls:", headline);
     for (auto& t : ctx_.trail) std::fprintf(stderr, " %s", t.c_str());
     std::fprintf(stderr, "\n  arguments:");
     for (size_t k = 0; k < ex_.params.size(); ++k) {
@@ -763,7 +853,6 @@ void Call::report(const std::string& what) const
         }
     }
     std::fprintf(stderr, "\n");
-    std::abort();
 }
 
 void Call::run_checked()
@@ -775,6 +864,9 @@ void Call::run_checked()
     _mm_setcsr(mxcsr);
     asm volatile("fldcw %0" : : "m"(x87));
     ctx_.trail.push_back(ex_.name);
+    // Replaying a crash: KELI_FUZZ_TRACE=1 shows the call before it runs.
+    static const bool trace = std::getenv("KELI_FUZZ_TRACE") != nullptr;
+    if (trace) describe("calling");
     void* returned = nullptr;
     KelStatus status = ex_.call(slots_.data(), &returned);
     const unsigned mxcsr_after = _mm_getcsr();
@@ -784,7 +876,7 @@ void Call::run_checked()
     uint16_t x87_default = 0x037F;
     asm volatile("fldcw %0" : : "m"(x87_default));
     mark_reached(index_, status);
-    if (ex_.returns == Returns::pointer && returned) keliFree(returned);
+    if (returned && has(ex_.name, "Malloc")) keliFree(returned);  // other pointers are the library's
 
     char text[160];
     if ((mxcsr ^ mxcsr_after) & ~0x3Fu) {

@@ -61,6 +61,7 @@ private:
     int pick_init(int i) const;
     Slot* shared(const Param& p);
     [[noreturn]] void report(const std::string& what) const;
+    void describe(const char* headline) const;
 
     Context& ctx_;
     int index_;
