@@ -19,6 +19,8 @@ constexpr int64_t kMaxBytes = int64_t{64} << 20;
 // Elements of an array whose length no argument states (levels, tables, locations, outputs).
 constexpr int64_t kLooseLength = 4200;
 constexpr int kMaxPrepareDepth = 3;
+// An Init's spec or scratch when the family's query gives no size.
+constexpr int64_t kRoomyBytes = int64_t{4} << 20;
 
 std::string lower(std::string s)
 {
@@ -654,6 +656,8 @@ void Call::plain_pointer(int i)
         fill(*g);
         addresses.push_back(g->data());
         if (!p.is_const) {
+            // A preparing query's outputs start at -1: a size it did not write reads as none.
+            if (parent_) std::memset(g->data(), 0xFF, g->size());
             output_by_name_[n] = g.get();
             if (!parent_) {
                 Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name};
@@ -687,7 +691,9 @@ int64_t Call::query_size(const char* role, const Export* for_export)
         for (auto& qp : q.params) {
             const char* r = role_of_size(qp);
             if (r && !std::strcmp(r, role)) {
-                int score = name_score(for_export->name, q.name);
+                // A wide (_L) export sizes through the wide query.
+                int score = name_score(for_export->name, q.name) +
+                            (ends_with(for_export->name, "_L") == ends_with(q.name, "_L") ? 100 : 0);
                 if (score > best_score) best = k, best_score = score, name = qp.name;
             }
         }
@@ -730,9 +736,10 @@ void Call::queried_buffer(int i, const char* role)
 {
     const Param& p = ex_.params[i];
     int64_t size = query_size(role, &ex_);
-    // A size the family would not give (its query refused the arguments): a small buffer, which
-    // the export must refuse to use or use within.
-    if (size < 0 || size > kMaxBytes) size = ctx_.in.u8() % 64;
+    // A size the family would not give (its query refused the arguments): a small work buffer,
+    // which the export must refuse to use or use within. An Init's scratch may be refused by the
+    // query for a value the Init does not take (the region): it gets plenty of room instead.
+    if (size < 0 || size > kMaxBytes) size = std::strcmp(role, "buffer") ? kRoomyBytes : ctx_.in.u8() % 64;
     auto g = std::make_unique<Guarded>(static_cast<size_t>(size), 1, ctx_.in.u8() & 1);
     ctx_.noise.fill(g->data(), g->size());
     slots_[i].p = g->data();
@@ -765,8 +772,9 @@ void Call::spec_pointer(int i)
     const Param& p = ex_.params[i];
     bool fills = !p.is_const && has(ex_.name, "Init");
     if (fills) {
+        // The query may refuse a value the Init does not take (a region): then plenty of room.
         int64_t size = query_size("spec", &ex_);
-        if (size < 0 || size > kMaxBytes) size = ctx_.in.u8() % 64;
+        if (size < 0 || size > kMaxBytes) size = kRoomyBytes;
         auto g = std::make_unique<Guarded>(static_cast<size_t>(size), 1, ctx_.in.u8() & 1);
         std::memset(g->data(), 0, g->size());
         slots_[i].p = g->data();
