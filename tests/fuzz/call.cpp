@@ -19,8 +19,6 @@ constexpr int64_t kMaxBytes = int64_t{64} << 20;
 // Elements of an array whose length no argument states (levels, tables, locations, outputs).
 constexpr int64_t kLooseLength = 4200;
 constexpr int kMaxPrepareDepth = 3;
-// An Init's spec or scratch when the family's query gives no size.
-constexpr int64_t kRoomyBytes = int64_t{4} << 20;
 
 std::string lower(std::string s)
 {
@@ -539,7 +537,7 @@ void Call::image(int i, int step_index)
         addresses.push_back(origin);
         bool writes = p.depth == 2 ? !p.is_const : !p.is_const;
         if (writes && !parent_) {
-            Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name};
+            Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name, true};
             if (exact_region_) wr.origin = -lo, wr.step = step, wr.rows = h, wr.row_bytes = w * pix;
             written_.push_back(std::move(wr));
         } else if (!parent_ && g->size() <= (1u << 20)) {
@@ -660,7 +658,7 @@ void Call::plain_pointer(int i)
             if (parent_) std::memset(g->data(), 0xFF, g->size());
             output_by_name_[n] = g.get();
             if (!parent_) {
-                Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name};
+                Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name, false};
                 written_.push_back(std::move(wr));
             }
         } else if (!parent_) {
@@ -738,8 +736,14 @@ void Call::queried_buffer(int i, const char* role)
     int64_t size = query_size(role, &ex_);
     // A size the family would not give (its query refused the arguments): a small work buffer,
     // which the export must refuse to use or use within. An Init's scratch may be refused by the
-    // query for a value the Init does not take (the region): it gets plenty of room instead.
-    if (size < 0 || size > kMaxBytes) size = std::strcmp(role, "buffer") ? kRoomyBytes : ctx_.in.u8() % 64;
+    // query for a value the Init does not take (the region), and a size past the harness's
+    // limit cannot be given: a null pointer then, which the export must refuse if it needs one.
+    bool work = !std::strcmp(role, "buffer");
+    if (size > kMaxBytes || (size < 0 && !work)) {
+        slots_[i].p = nullptr;
+        return;
+    }
+    if (size < 0) size = ctx_.in.u8() % 64;
     auto g = std::make_unique<Guarded>(static_cast<size_t>(size), 1, ctx_.in.u8() & 1);
     ctx_.noise.fill(g->data(), g->size());
     slots_[i].p = g->data();
@@ -772,14 +776,18 @@ void Call::spec_pointer(int i)
     const Param& p = ex_.params[i];
     bool fills = !p.is_const && has(ex_.name, "Init");
     if (fills) {
-        // The query may refuse a value the Init does not take (a region): then plenty of room.
+        // The query may refuse a value the Init does not take (a region), or want more than the
+        // harness gives: a null spec then, which the Init must refuse.
         int64_t size = query_size("spec", &ex_);
-        if (size < 0 || size > kMaxBytes) size = kRoomyBytes;
+        if (size < 0 || size > kMaxBytes) {
+            slots_[i].p = nullptr;
+            return;
+        }
         auto g = std::make_unique<Guarded>(static_cast<size_t>(size), 1, ctx_.in.u8() & 1);
         std::memset(g->data(), 0, g->size());
         slots_[i].p = g->data();
         if (!parent_) {
-            Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name};
+            Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name, true};
             written_.push_back(std::move(wr));
         }
         if (!parent_ && ctx_.in.u8() < 4) slots_[i].p = nullptr;
@@ -908,7 +916,7 @@ void Call::run_checked()
         if (!in.first->same_as(in.second)) report("a const argument changed");
     for (auto& w : written_) {
         if (status < 0) {
-            if (!w.buffer->same_as(w.before)) {
+            if (w.destination && !w.buffer->same_as(w.before)) {
                 std::snprintf(text, sizeof text, "status %d but %s was written", status, w.name);
                 report(text);
             }

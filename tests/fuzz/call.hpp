@@ -33,6 +33,9 @@ struct Written {
     // Image rows (for the check that nothing between or around them changes); rows == 0: none.
     int64_t origin = 0, step = 0, rows = 0, row_bytes = 0;
     const char* name;
+    // An image or a spec: unchanged after an error. Small outputs are left out, as a few
+    // families document outputs written with an error (a degenerate quad's corners).
+    bool destination = false;
 };
 
 struct Outcome {
