@@ -383,7 +383,8 @@ int64_t Call::reach() const
     // Room around every image for what masks, anchors, offsets, borders and tiles may read:
     // the largest coordinate or side any argument of this input names.
     int64_t m = 0;
-    auto take = [&](int64_t v) { m = std::max(m, v < 0 ? -v : v); };
+    // Magnitudes clamp at 2^40: far past any buffer the harness gives, and safe to add to.
+    auto take = [&](int64_t v) { m = std::max(m, v <= -(int64_t{1} << 40) || v >= (int64_t{1} << 40) ? int64_t{1} << 40 : v < 0 ? -v : v); };
     for (auto& kv : ctx_.values) {
         const std::string& key = kv.first;
         const Slot& s = kv.second;
