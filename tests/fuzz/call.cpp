@@ -546,14 +546,20 @@ void Call::image(int i, int step_index)
         }
         ctx_.memory.push_back(std::move(g));
     }
-    if (p.depth == 2) {
-        auto arr = std::make_unique<Guarded>(planes * sizeof(void*), sizeof(void*), true);
-        std::memcpy(arr->data(), addresses.data(), planes * sizeof(void*));
-        slots_[i].p = arr->data();
-        ctx_.memory.push_back(std::move(arr));
-    } else {
+    place(i, addresses, p.depth == 2);
+}
+
+// The argument: the one buffer, or (planar) a guarded array of the planes' addresses.
+void Call::place(int i, const std::vector<void*>& addresses, bool planar)
+{
+    if (!planar) {
         slots_[i].p = addresses[0];
+        return;
     }
+    auto arr = std::make_unique<Guarded>(addresses.size() * sizeof(void*), sizeof(void*), true);
+    std::memcpy(arr->data(), addresses.data(), addresses.size() * sizeof(void*));
+    slots_[i].p = arr->data();
+    ctx_.memory.push_back(std::move(arr));
 }
 
 void Call::plain_pointer(int i)
@@ -667,14 +673,7 @@ void Call::plain_pointer(int i)
         }
         ctx_.memory.push_back(std::move(g));
     }
-    if (p.depth == 2) {
-        auto arr = std::make_unique<Guarded>(planes * sizeof(void*), sizeof(void*), true);
-        std::memcpy(arr->data(), addresses.data(), planes * sizeof(void*));
-        slots_[i].p = arr->data();
-        ctx_.memory.push_back(std::move(arr));
-    } else {
-        slots_[i].p = addresses[0];
-    }
+    place(i, addresses, p.depth == 2);
     if (!parent_ && in.u8() < 6) slots_[i].p = nullptr;
     if (p.is_const) ctx_.values[canonical(p)] = slots_[i];
 }

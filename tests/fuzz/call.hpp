@@ -56,6 +56,7 @@ private:
     void prepare_pointers();
     void image(int i, int step_index);
     void plain_pointer(int i);
+    void place(int i, const std::vector<void*>& addresses, bool planar);
     void spec_pointer(int i);
     void queried_buffer(int i, const char* role);
     int64_t reach() const;
