@@ -514,7 +514,6 @@ void Call::image(int i, int step_index)
     slots_[step_index].i = step;
 
     // The bytes rows -margin .. h - 1 + margin span at this step.
-    int64_t rows = h + 2 * margin;
     int64_t lo = 0, hi = 0, bytes = -1;
     if (fits && (w > 0 && h > 0)) {
         __int128 first = static_cast<__int128>(-margin) * step, last = static_cast<__int128>(h - 1 + margin) * step;
@@ -523,7 +522,6 @@ void Call::image(int i, int step_index)
     } else if (fits) {
         bytes = 0;  // an empty region: a valid address with nothing behind it
     }
-    (void)rows;
     int planes = p.depth == 2 ? (p.length ? p.length : 4) : 1;
     std::vector<void*> addresses;
     bool null = bytes < 0 || (!parent_ && in.u8() < 6);
@@ -536,8 +534,7 @@ void Call::image(int i, int step_index)
         ctx_.noise.fill(g->data(), g->size());
         unsigned char* origin = g->data() - lo;
         addresses.push_back(origin);
-        bool writes = p.depth == 2 ? !p.is_const : !p.is_const;
-        if (writes && !parent_) {
+        if (!p.is_const && !parent_) {
             Written wr{g.get(), g->snapshot(), 0, 0, 0, 0, p.name, true};
             if (exact_region_) wr.origin = -lo, wr.step = step, wr.rows = h, wr.row_bytes = w * pix;
             written_.push_back(std::move(wr));
@@ -732,7 +729,6 @@ int64_t Call::query_size(const char* role, const Export* for_export)
 
 void Call::queried_buffer(int i, const char* role)
 {
-    const Param& p = ex_.params[i];
     int64_t size = query_size(role, &ex_);
     // A size the family would not give (its query refused the arguments): a small work buffer,
     // which the export must refuse to use or use within. An Init's scratch may be refused by the
@@ -748,7 +744,6 @@ void Call::queried_buffer(int i, const char* role)
     ctx_.noise.fill(g->data(), g->size());
     slots_[i].p = g->data();
     if (!parent_ && ctx_.in.u8() < 4) slots_[i].p = nullptr;
-    (void)p;
     ctx_.memory.push_back(std::move(g));
 }
 
