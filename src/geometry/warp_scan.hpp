@@ -48,8 +48,10 @@ inline std::int64_t ordered_bits(double v)
 // Within three representable doubles of each other.
 inline bool ulp_close(double a, double b)
 {
-    const std::int64_t d = ordered_bits(a) - ordered_bits(b);
-    return d >= -3 && d <= 3;
+    // The difference wraps in unsigned arithmetic: a not-a-number (from a matrix with an infinite
+    // coefficient) lies near the ends of the range, where a signed subtraction would overflow.
+    const std::uint64_t d = static_cast<std::uint64_t>(ordered_bits(a)) - static_cast<std::uint64_t>(ordered_bits(b));
+    return d + 3 <= 6;
 }
 
 // One Sutherland-Hodgman step: keeps the side where sign * (coordinate - edge) >= 0. A vertex

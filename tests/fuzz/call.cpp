@@ -823,11 +823,10 @@ Outcome Call::run()
 {
     Outcome o;
     ctx_.trail.push_back(ex_.name);
+    static const bool trace = std::getenv("KELI_FUZZ_TRACE") != nullptr;
+    if (trace) describe("preparing");
     o.status = ex_.call(slots_.data(), &o.returned);
-    if (std::getenv("KELI_FUZZ_TRACE")) {
-        describe("prepared");
-        std::fprintf(stderr, "  status %d\n", o.status);
-    }
+    if (trace) std::fprintf(stderr, "  status %d\n", o.status);
     if (o.returned && has(ex_.name, "Malloc")) keliFree(o.returned);  // other pointers are the library's
     return o;
 }
