@@ -24,6 +24,9 @@ inline bool fits_narrow(std::initializer_list<std::int64_t> steps, KeliSizeL siz
         if (s > kNarrowStepMax || s < -kNarrowStepMax) return false;
     __int128 bytes = static_cast<__int128>(size.width) * size.height;
     if (bytes < 0) bytes = -bytes;
+    // Past the limit in pixels already: no product, which for sides near 2^63 would overflow
+    // even 128 bits.
+    if (bytes >= kNarrowBytesLimit) return false;
     return bytes * pixelBytes < kNarrowBytesLimit;
 }
 

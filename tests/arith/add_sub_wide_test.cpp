@@ -86,3 +86,12 @@ TEST(AddSubWide, ThreeBillionPixelsInOneRow)
 }
 
 }  // namespace
+
+// Sides near 2^63 (a fuzzing finding): deciding between the 32-bit and the wide path must not
+// overflow; with null images the answer is the null status.
+TEST(AddSubWide, SidesNearTheTopOfTheRangeGiveAStatus)
+{
+    const Kel16u value[4] = {1, 2, 3, 4};
+    const KeliSizeL huge{INT64_MAX, INT64_MAX};
+    EXPECT_EQ(keliSubC_16u_C4RSfs_L(nullptr, 6, value, nullptr, 8, huge, INT32_MIN), kelStatusNullPtr);
+}
