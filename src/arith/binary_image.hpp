@@ -107,7 +107,10 @@ template <class T, Layout L> inline void fill_pixels(T value, T* dst, std::size_
 // Whether the fill of a wide call bypasses the caches: the bytes written reach the largest cache.
 template <class T, Layout L> inline bool wide_fill_streams(KeliSizeL roi)
 {
+    // A negative side (a call that then does nothing) counts as no bytes: a negative double has
+    // no unsigned value.
     const double bytes = double(roi.width) * double(roi.height) * double(channels<L> * sizeof(T));
+    if (!(bytes > 0)) return false;
     return use_nontemporal(bytes >= 1.8e19 ? ~std::uint64_t(0) : static_cast<std::uint64_t>(bytes));
 }
 

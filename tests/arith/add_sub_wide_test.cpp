@@ -95,3 +95,14 @@ TEST(AddSubWide, SidesNearTheTopOfTheRangeGiveAStatus)
     const KeliSizeL huge{INT64_MAX, INT64_MAX};
     EXPECT_EQ(keliSubC_16u_C4RSfs_L(nullptr, 6, value, nullptr, 8, huge, INT32_MIN), kelStatusNullPtr);
 }
+
+// A negative side with a step past 32 bits takes the wide path, which does nothing; the
+// scale factor that zeroes every result must not size a fill from the negative area first
+// (a fuzzing finding: a negative double converted to an unsigned count).
+TEST(AddSubWide, NegativeSideOnTheWidePathDoesNothing)
+{
+    Kel16u src[3] = {1, 2, 3}, dst[3] = {7, 8, 9};
+    EXPECT_EQ(keliSub_16u_C3IRSfs_L(src, int64_t{1} << 40, dst, 0, KeliSizeL{75, -32765}, 26), kelStatusOk);
+    EXPECT_EQ(dst[0], 7);
+    EXPECT_EQ(dst[2], 9);
+}

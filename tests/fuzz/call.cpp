@@ -506,7 +506,7 @@ void Call::image(int i, int step_index)
     else if (b < 190) step = base + (elem == 1 ? 1 : 3 * elem);
     else if (b < 200) step = 0;
     else if (b < 210) step = base - elem;
-    else if (b < 220) step = -1;
+    else if (b < 220) step = -elem;  // -1 for bytes; wider elements keep their alignment
     else if (b < 230) step = wide_step ? int64_t{1} << 40 : int64_t{1} << 30;
     else if (b < 240) step = wide_step ? std::numeric_limits<int64_t>::min() / 2 : std::numeric_limits<int32_t>::min();
     else step = 2 * base + elem;
