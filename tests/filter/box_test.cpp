@@ -227,6 +227,14 @@ TEST(FilterBoxBorder, ChecksRunInOrder)
     EXPECT_EQ(size, 5);
     EXPECT_EQ(keliFilterBoxBorderGetBufferSize({0x08000000, 1}, {1, 1}, kel32f, 4, &size), kelStatusSizeOverflow);
     EXPECT_EQ(size, 0);
+    // Sides near 2^31 (a fuzzing finding): products past 2^63 must still read as an overflow.
+    const int big = 0x7FFFFFFF;
+    for (KeliSize roi : {KeliSize{big, 1}, KeliSize{big, big}})
+        for (KeliSize m : {KeliSize{1, big}, KeliSize{big, big}}) {
+            size = 5;
+            EXPECT_EQ(keliFilterBoxBorderGetBufferSize(roi, m, kel16u, 4, &size), kelStatusSizeOverflow);
+            EXPECT_EQ(size, 0);
+        }
 }
 
 // The one-dimensional sums against a plain model: f32 additions in order, the reach read from
