@@ -190,6 +190,18 @@ void mark_reached(int i, KelStatus status)
 
 void dump_reached(const char* path)
 {
+    // Several processes (libFuzzer's fork mode) write in turn: merge with what is there.
+    if (g_reached.empty()) g_reached.assign(kExportCount, 0), g_succeeded.assign(kExportCount, 0);
+    if (FILE* old = std::fopen(path, "r")) {
+        char name[128], state[16];
+        while (std::fscanf(old, "%127s %15s", name, state) == 2) {
+            int i = find_export(name);
+            if (i < 0) continue;
+            g_reached[i] = 1;
+            if (!std::strcmp(state, "ok")) g_succeeded[i] = 1;
+        }
+        std::fclose(old);
+    }
     FILE* f = std::fopen(path, "w");
     if (!f) return;
     std::fprintf(f, "exports %d\n", kExportCount);
