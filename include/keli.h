@@ -2596,7 +2596,7 @@ KELI_API KelStatus keliComputeThreshold_Otsu_8u_C1R(const Kel8u* pSrc, int srcSt
  *
  * **Checks, in order.** GetBufferSize: pointers, size, `numChannels` (1, 3, 4)
  * `kelStatusBadChannelCount`, a level count below 2 `kelStatusBadHistLevels`, type
- * `kelStatusBadDataType`. Init: type, pointers, channels, channel pointers, level count, then
+ * `kelStatusBadDataType`, a spec past 2^31 - 1 bytes `kelStatusSizeOverflow` (LUT_GetSize too). Init: type, pointers, channels, channel pointers, level count, then
  * levels not increasing (uniform: `lower >= upper`) `kelStatusBadRange`. Histogram: pointers
  * (each `pHist` entry too), size, `srcStep` below a row `kelStatusBadStep`, a spec of another
  * kind `kelStatusBadArg`. LUT_GetSize: `interpolation` `kelStatusBadInterpolation`, pointers,
@@ -2748,7 +2748,9 @@ KELI_API KelStatus keliGetHuMoments_64f(const Kel8u* pState, int nChannel, Kel64
  * step below 1 `kelStatusBadStep` (16u members test the step before the size). DotProd: pointers,
  * then a size below 1 or a step of exactly 0 `kelStatusBadSize`. DotProdCol: any pointer or
  * vector null, then `length` or `count` below 1 `kelStatusBadSize`. QualityIndex: the pointers
- * and buffer, size, steps. Nothing is written on an error.
+ * and buffer, size, steps. QualityIndexGetBufferSize: `pBufferSize` null, size, `srcType` (8u,
+ * 16u, 32f) `kelStatusBadDataType`, `channels` (1, 3, or 9 for AC4) `kelStatusBadChannel`, a
+ * size past 2^31 - 1 `kelStatusSizeOverflow`. Nothing is written on an error.
  *
  * ```c
  * Kel64f l2, rel;
@@ -3275,7 +3277,8 @@ KELI_API KelStatus keliFilterRobertsUpBorderGetBufferSize(KeliSize dstRoiSize, K
  * Filter: `pSrc`, `pDst`, spec, buffer null; a constant border with a null value
  * `kelStatusNullPtr`; region `kelStatusBadSize`; `srcStep` below 1 or `dstStep` below the width
  * times the element size `kelStatusBadStep`; `border` `kelStatusBadBorder`; a spec made for
- * another element type `kelStatusSpecMismatch`. Nothing is written on an error.
+ * another element type `kelStatusSpecMismatch`. `keliFilter_64f_C1R`: pointers, region, kernel size,
+ * steps, then an anchor outside the kernel `kelStatusBadAnchor`. Nothing is written on an error.
  *
  * ```c
  * const Kel16s k[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
@@ -3699,8 +3702,11 @@ KELI_API KelStatus keliRemap_64f_AC4R(const Kel64f* pSrc, KeliSize srcSize, int 
  * also warns `kelStatusRoiTrimmed`. Init: `pSpec` null, a zero length `kelStatusNoOperation`, a
  * negative one (Linear: a source length below 2) `kelStatusBadSize`, wide: `dataType`
  * `kelStatusBadDataType`, a length from 2^25 `kelStatusSizeOverflow`. GetSize: pointers, lengths,
- * the kind `kelStatusBadInterpolation`, kind 0 `kelStatusUnsupportedMode`; it also sizes Cubic,
- * Lanczos, Super and antialiasing specs.
+ * the kind `kelStatusBadInterpolation`, kind 0 `kelStatusUnsupportedMode`; antialiasing asked of
+ * Nearest or Super: the warning `kelStatusNoAntialiasing` (plain sizes); it also sizes Cubic,
+ * Lanczos, Super and antialiasing specs. GetBufferSize: pointers, a zero side the warning
+ * `kelStatusNoOperation`, another spec `kelStatusSpecMismatch`, `numChannels` (1, 3, 4)
+ * `kelStatusBadChannelCount`.
  *
  * ```c
  * int specSize, initSize, bufSize;

@@ -68,7 +68,18 @@ typedef struct {
 
 /* ---- Enumerations ---------------------------------------------------------------------------- */
 
-typedef enum {
+/* Callers may pass any 32-bit value where an enumeration is expected, and the library answers an
+ * unknown one with a status. In C++ the enumerations are therefore 32-bit integers in full (a
+ * fixed underlying type), so that reading an out-of-range argument is defined. */
+#ifndef KELI_ENUM_BASE
+#ifdef __cplusplus
+#define KELI_ENUM_BASE : int32_t
+#else
+#define KELI_ENUM_BASE
+#endif
+#endif
+
+typedef enum KELI_ENUM_BASE {
     kel8u = 1,
     kel8s = 3,
     kel16u = 5,
@@ -79,20 +90,20 @@ typedef enum {
     kel64f = 19
 } KelDataType;
 
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelRndZero = 0,      /* truncate toward zero */
     kelRndNear = 1,      /* nearest, ties to even */
     kelRndFinancial = 2  /* nearest, ties away from zero */
 } KelRoundMode;
 
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelAlgHintNone = 0,
     kelAlgHintFast = 1,
     kelAlgHintAccurate = 2 /* the only value a kernel tests: selects the wider accumulator */
 } KelHintAlgorithm;
 
 /* Base kind in the low four bits, in-memory flags in the next four. */
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelBorderRepl = 1,
     kelBorderWrap = 2,
     kelBorderMirror = 3,
@@ -134,7 +145,7 @@ typedef struct KeliResizeSpec KeliResizeSpec;
  * the address given (no alignment step). */
 typedef struct KeliWarpSpec KeliWarpSpec;
 
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelNearest = 1,
     kelLinear = 2,
     kelCubicLagrange = 4,
@@ -144,7 +155,7 @@ typedef enum {
 } KeliInterpolationType;
 
 /* Decimal digits: mask width, then mask height. */
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelMaskSize1x3 = 13,
     kelMaskSize1x5 = 15,
     kelMaskSize3x1 = 31,
@@ -153,7 +164,7 @@ typedef enum {
     kelMaskSize5x5 = 55
 } KeliMaskSize;
 
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelAxisHorizontal = 0, /* the order of the rows is reversed */
     kelAxisVertical = 1,   /* each row is reversed */
     kelAxisBoth = 2,
@@ -161,7 +172,7 @@ typedef enum {
     kelAxisDiag135 = 4
 } KeliAxis;
 
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelCmpLess = 0,
     kelCmpLessEq = 1,
     kelCmpEq = 2,
@@ -169,14 +180,14 @@ typedef enum {
     kelCmpGreater = 4
 } KelCmpOp;
 
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelNormInf = 1,
     kelNormL1 = 2,
     kelNormL2 = 4
 } KelNormType;
 
 /* Composition operations of keliAlphaComp*: colours taken plain (0-5) or premultiplied (6-11). */
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelAlphaOver = 0,
     kelAlphaIn = 1,
     kelAlphaOut = 2,
@@ -192,7 +203,7 @@ typedef enum {
 } KeliAlphaType;
 
 /* Flags of keliCopyManaged_8u_C1R: how the copy uses the caches. */
-typedef enum {
+typedef enum KELI_ENUM_BASE {
     kelCopyNonTemporalStore = 1, /* stores bypass the caches */
     kelCopyNonTemporalLoad = 2   /* streaming loads and non-temporal stores; wins over bit 1 */
 } KelCopyManagedFlags;

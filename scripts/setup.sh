@@ -3,7 +3,7 @@
 # when they are missing. Pass "bench" to add the benchmark peers. The Python package uses
 # Debian's own interpreter, /usr/bin/python3, with these packages (no other registry).
 set -euo pipefail
-packages=(cmake ninja-build ccache g++ pkg-config python3 libgtest-dev libpng-dev
+packages=(cmake ninja-build ccache g++ clang libclang-rt-14-dev pkg-config python3 libgtest-dev libpng-dev
   python3-numpy python3-pytest python3-pil python3-skimage python3-setuptools python3-pip)
 if [ "${1:-}" = bench ]; then
   packages+=(libbenchmark-dev libopencv-dev libfftw3-dev python3-matplotlib python3-opencv)

@@ -21,13 +21,15 @@ Nested 'for' lines form a product, the first line varying slowest. Outputs are w
 only when their content changes; '--check' reports stale outputs and exits 1 instead.
 
 The Python package's low layer comes from the same tables and from include/keli_types.h
-(python/keli/_exports.py and _types.py, see gen_python.py).
+(python/keli/_exports.py and _types.py, see gen_python.py), and so does the fuzz harness's
+export table (tests/fuzz/exports.inc, see gen_fuzz.py).
 """
 import itertools
 import pathlib
 import re
 import sys
 
+import gen_fuzz
 import gen_python
 import reference
 
@@ -177,6 +179,7 @@ def render(tables):
     outputs.update(bindings)
     outputs.update(render_reference(tables))
     outputs.update(render_python(tables))
+    outputs.update(render_fuzz(tables))
     return outputs
 
 
@@ -212,6 +215,15 @@ def render_python(tables):
             package / "_types.py": gen_python.render_types(types, types_path.relative_to(ROOT)),
             package / "_exports.py": gen_python.render_exports(types, entries),
         }
+    except ValueError as error:
+        raise TableError(str(error))
+
+
+def render_fuzz(tables):
+    """tests/fuzz/exports.inc: the fuzz harness's table of every export (see gen_fuzz.py)."""
+    try:
+        types = gen_python.TypesHeader((ROOT / "include" / "keli_types.h").read_text())
+        return gen_fuzz.render(types, tables, ROOT)
     except ValueError as error:
         raise TableError(str(error))
 

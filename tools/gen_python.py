@@ -35,7 +35,7 @@ COMMENT = re.compile(r"/\*.*?\*/|//[^\n]*", re.S)
 SCALAR_TYPEDEF = re.compile(r"typedef\s+(\w+)\s+(\w+)\s*;")
 STRUCT_TYPEDEF = re.compile(r"typedef\s+struct\s*\{(.*?)\}\s*(\w+)\s*;", re.S)
 OPAQUE_TYPEDEF = re.compile(r"typedef\s+struct\s+\w+\s+(\w+)\s*;")
-ENUM = re.compile(r"(typedef\s+)?enum\s*\{(.*?)\}\s*(\w*)\s*;", re.S)
+ENUM = re.compile(r"(typedef\s+)?enum\s*(?:KELI_ENUM_BASE\s*)?\{(.*?)\}\s*(\w*)\s*;", re.S)
 FIELD = re.compile(r"^(.*?)(\w+)\s*(?:\[(\d+)\])?$")
 
 

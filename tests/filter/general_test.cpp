@@ -423,6 +423,9 @@ TEST(FilterGeneral, InitsAndSetModeFollowTheirRules)
     EXPECT_EQ(keliFilterBorderInit_16s(k16, s3, 0, kel32f, 9, near, spec), kelStatusBadDataType);
     EXPECT_EQ(keliFilterBorderInit_16s(k16, s3, 0, kel8u, 5, near, spec), kelStatusBadChannel);
     EXPECT_EQ(keliFilterBorderInit_16s(k16, s3, 0, kel8u, 1, KelRoundMode(3), spec), kelStatusBadRoundMode);
+    // Any 32-bit rounding code is a status, never undefined behaviour (found by fuzzing).
+    EXPECT_EQ(keliFilterBorderInit_32f(k32, s3, kel32f, 1, KelRoundMode(30), spec), kelStatusBadRoundMode);
+    EXPECT_EQ(keliFilterBorderInit_32f(k32, s3, kel32f, 1, KelRoundMode(-1), spec), kelStatusBadRoundMode);
     EXPECT_EQ(keliFilterBorderInit_16s(k16, s3, 0, kel8u, 1, near, spec), kelStatusZeroDivisor);
     // The accurate flag: honoured on 8u and on 16s one-channel integer kernels, a warning elsewhere.
     const auto accurate = KelRoundMode(kelRndNear | 16);

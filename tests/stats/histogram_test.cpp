@@ -436,6 +436,10 @@ TEST(Histogram, ChecksRunInOrderAndWriteNothing)
     EXPECT_EQ(keliHistogramGetBufferSize(kel8u, {1, 1}, n, 3, 0, &spec, &buffer), kelStatusBadHistLevels);
     n[2] = 4;
     EXPECT_EQ(keliHistogramGetBufferSize(kel8s, {1, 1}, n, 3, 0, &spec, &buffer), kelStatusBadDataType);
+    // Any 32-bit value may arrive as the type (the fuzzer's 0x80000000 among them): a status,
+    // never undefined behaviour under the sanitizers.
+    for (std::int32_t raw : {INT32_MIN, -1, 32, INT32_MAX})
+        EXPECT_EQ(keliHistogramGetBufferSize(KelDataType(raw), {1, 1}, n, 3, 0, &spec, &buffer), kelStatusBadDataType);
     EXPECT_EQ(spec, -1);
     EXPECT_EQ(buffer, -1);
 

@@ -280,6 +280,11 @@ TEST(Moments, StateQueriesAndInit)
     EXPECT_EQ(size, kStateBytes);
     EXPECT_EQ(keliMomentGetStateSize_64f(kelAlgHintNone, nullptr), kelStatusNullPtr);
     EXPECT_EQ(keliMomentInit_64f(nullptr, kelAlgHintNone), kelStatusNullPtr);
+    // Any 32-bit hint is accepted as a value, never undefined behaviour (found by fuzzing).
+    for (std::int32_t raw : {30, -1, INT32_MIN}) {
+        StateBlock any;
+        EXPECT_EQ(keliMomentInit_64f(any.p(), KelHintAlgorithm(raw)), kelStatusOk);
+    }
     StateBlock state;
     ASSERT_EQ(keliMomentInit_64f(state.p(), kelAlgHintAccurate), kelStatusOk);
     EXPECT_EQ(state.word(0), 35);

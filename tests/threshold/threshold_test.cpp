@@ -371,6 +371,9 @@ TEST(Threshold, ChecksRunInEachFamilysOrderAndWriteNothing)
         {keliThreshold_8u_AC4R(src, 16, dst, 16, ok, nullptr, badCmp), kelStatusNullPtr},
         {keliThreshold_8u_C3R(src, 16, dst, 16, ok, t, lessEq), kelStatusUnsupportedMode},
         {keliThreshold_8u_C1IR(dst, 16, ok, 1, kelCmpGreaterEq), kelStatusUnsupportedMode},
+        // Any 32-bit operation code is a status, never undefined behaviour (found by fuzzing).
+        {keliThreshold_8u_C1R(src, 16, dst, 16, ok, 1, KelCmpOp(30)), kelStatusUnsupportedMode},
+        {keliThreshold_8u_C1R(src, 16, dst, 16, ok, 1, KelCmpOp(INT32_MIN)), kelStatusUnsupportedMode},
         {keliThreshold_GT_8u_C3IR(nullptr, 16, bad, nullptr), kelStatusNullPtr},
         {keliThreshold_LT_8u_C3IR(dst, -16, ok, nullptr), kelStatusBadStep},
         {keliThreshold_LT_8u_AC4IR(dst, 16, ok, nullptr), kelStatusNullPtr},

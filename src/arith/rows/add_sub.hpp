@@ -27,13 +27,15 @@ enum class AddSub { Add, Sub };
 // Where the result stops depending on the scale factor, by family and element type. The
 // exact result lies in [0, 510] for 8u addition, [0, 255] for 8u subtraction after the clamp,
 // [0, 131070] and [0, 65535] for 16u, and within +-65536 for 16s.
-template <AddSub K, class T> constexpr scale::ShortCuts kAddSubShortCuts{0, 0};
-template <> constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Add, Kel8u>{10, -8};
-template <> constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Sub, Kel8u>{9, -8};
-template <> constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Add, Kel16u>{18, -16};
-template <> constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Sub, Kel16u>{17, -16};
-template <> constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Add, Kel16s>{17, -16};
-template <> constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Sub, Kel16s>{17, -16};
+// inline: several bindings include these tables, and each explicit specialisation must be
+// one definition for the linker.
+template <AddSub K, class T> inline constexpr scale::ShortCuts kAddSubShortCuts{0, 0};
+template <> inline constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Add, Kel8u>{10, -8};
+template <> inline constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Sub, Kel8u>{9, -8};
+template <> inline constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Add, Kel16u>{18, -16};
+template <> inline constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Sub, Kel16u>{17, -16};
+template <> inline constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Add, Kel16s>{17, -16};
+template <> inline constexpr scale::ShortCuts kAddSubShortCuts<AddSub::Sub, Kel16s>{17, -16};
 
 // The exact result in 32 bits, clamped at 0 for unsigned subtraction.
 template <AddSub K, class T> constexpr std::int32_t exact(T x, T y)

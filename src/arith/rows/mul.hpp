@@ -27,10 +27,12 @@ namespace keli::rows {
 // and a non-zero product is at least 1, which 2^8 saturates. 16s: |r| <= 2^30, a half of 2^31
 // at most, which rounds to the even 0; 2^15 saturates any non-zero product. 16u: r < 2^32, so
 // r / 2^33 is below a half; 2^16 saturates any non-zero product.
-template <class T> constexpr scale::ShortCuts kMulShortCuts{0, 0};
-template <> constexpr scale::ShortCuts kMulShortCuts<Kel8u>{17, -8};
-template <> constexpr scale::ShortCuts kMulShortCuts<Kel16u>{33, -16};
-template <> constexpr scale::ShortCuts kMulShortCuts<Kel16s>{31, -15};
+// inline: several bindings include these tables, and each explicit specialisation must be
+// one definition for the linker.
+template <class T> inline constexpr scale::ShortCuts kMulShortCuts{0, 0};
+template <> inline constexpr scale::ShortCuts kMulShortCuts<Kel8u>{17, -8};
+template <> inline constexpr scale::ShortCuts kMulShortCuts<Kel16u>{33, -16};
+template <> inline constexpr scale::ShortCuts kMulShortCuts<Kel16s>{31, -15};
 
 template <class T> constexpr std::int64_t product(T x, T y) { return std::int64_t(x) * std::int64_t(y); }
 
