@@ -3194,7 +3194,8 @@ KELI_API KelStatus keliFilterBox_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f
  * where the family has it) `kelStatusBadMaskSize`; `border` not accepted `kelStatusBadBorder`.
  * Size queries: `pBufferSize` null, region, mask (33 or 55), the type pair (`kel8u`/`kel16s`,
  * `kel16s`/`kel16s`, `kel32f`/`kel32f`) `kelStatusBadDataType`, `numChannels` not 1
- * `kelStatusBadChannelCount`. The buffer needs no alignment.
+ * `kelStatusBadChannelCount`, a size past 2^31 - 1 `kelStatusSizeOverflow`. The buffer needs no
+ * alignment.
  *
  * ```c
  * int size;
@@ -3339,7 +3340,8 @@ KELI_API KelStatus keliFilter_64f_C1R(const Kel64f* pSrc, int srcStep, Kel64f* p
  * `keliFilterSobel`: `pSrc`, `pDst`, `pBuffer` null; region; 8u16s odd `dstStep`
  * `kelStatusOddStep`; mask; `normType` `kelStatusBadArg`; `border`. Size queries: null, region,
  * mask, (`keliFilterSobelGetBufferSize`: `normType`, the type pair) the type
- * `kelStatusBadDataType`, channels (1 or 3; 1 for `keliFilterSobel`) `kelStatusBadChannelCount`.
+ * `kelStatusBadDataType`, channels (1 or 3; 1 for `keliFilterSobel`) `kelStatusBadChannelCount`, a
+ * size past 2^31 - 1 `kelStatusSizeOverflow`.
  *
  * ```c
  * int size;

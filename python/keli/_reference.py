@@ -654,7 +654,8 @@ order in every path. Vector and scalar paths give the same bits.
 where the family has it) `kelStatusBadMaskSize`; `border` not accepted `kelStatusBadBorder`.
 Size queries: `pBufferSize` null, region, mask (33 or 55), the type pair (`kel8u`/`kel16s`,
 `kel16s`/`kel16s`, `kel32f`/`kel32f`) `kelStatusBadDataType`, `numChannels` not 1
-`kelStatusBadChannelCount`. The buffer needs no alignment.
+`kelStatusBadChannelCount`, a size past 2^31 - 1 `kelStatusSizeOverflow`. The buffer needs no
+alignment.
 
 ```c
 int size;
@@ -738,7 +739,8 @@ step below 1 or no multiple of 4; the region `kelStatusBadSize`; Sobel: `mask` n
 `keliFilterSobel`: `pSrc`, `pDst`, `pBuffer` null; region; 8u16s odd `dstStep`
 `kelStatusOddStep`; mask; `normType` `kelStatusBadArg`; `border`. Size queries: null, region,
 mask, (`keliFilterSobelGetBufferSize`: `normType`, the type pair) the type
-`kelStatusBadDataType`, channels (1 or 3; 1 for `keliFilterSobel`) `kelStatusBadChannelCount`.
+`kelStatusBadDataType`, channels (1 or 3; 1 for `keliFilterSobel`) `kelStatusBadChannelCount`, a
+size past 2^31 - 1 `kelStatusSizeOverflow`.
 
 ```c
 int size;
