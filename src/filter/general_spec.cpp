@@ -9,22 +9,26 @@
 namespace keli::filter {
 namespace {
 
-constexpr std::int64_t align(std::int64_t v, std::int64_t a) { return (v + a - 1) / a * a; }
+// Sizes are worked out in 128 bits: kernel and region sides up to 2^31 multiply past 64 bits
+// before the result is compared with the largest size an int can report.
+using Wide = __int128;
+
+template <class I> constexpr I align(I v, int a) { return (v + a - 1) / a * a; }
 
 // The working space of the row kernels, finished: v rounded to whole lines plus a line of room.
-constexpr std::int64_t finish(std::int64_t v) { return v == 0 ? 0 : (v + 191) & ~std::int64_t(63); }
+constexpr Wide finish(Wide v) { return v == 0 ? 0 : (v + 191) & ~Wide(63); }
 
 constexpr bool supported_data(KelDataType t) { return t == kel8u || t == kel16u || t == kel16s || t == kel32f; }
 
 int element_bytes(KelDataType t) { return t == kel8u ? 1 : t == kel32f ? 4 : t == kel64f ? 8 : 2; }
 
 // The border temporary: the widest piece the edges need, in elements of the data.
-std::int64_t border_bytes(std::int64_t kw, std::int64_t kh, std::int64_t W, std::int64_t H, int elementBytes, int C)
+Wide border_bytes(Wide kw, Wide kh, Wide W, Wide H, int elementBytes, int C)
 {
-    const std::int64_t a = kh == 2 ? 2 : kh - ((kh - 1) >> 1) - 1, b = kw == 2 ? 2 : kw - ((kw - 1) >> 1) - 1;
-    std::int64_t count;
+    const Wide a = kh == 2 ? 2 : kh - ((kh - 1) >> 1) - 1, b = kw == 2 ? 2 : kw - ((kw - 1) >> 1) - 1;
+    Wide count;
     if (kw < W && kh < H) {
-        const std::int64_t t = a > 0 ? (kh - 1 + a) * (kw - 1 + W) : 0;
+        const Wide t = a > 0 ? (kh - 1 + a) * (kw - 1 + W) : 0;
         count = b > 0 ? std::max(t, (kw - 1 + b) * (kh - 1 + H)) : t;
     } else {
         count = (kw - 1 + W) * (kh - 1 + H);
@@ -32,10 +36,10 @@ std::int64_t border_bytes(std::int64_t kw, std::int64_t kh, std::int64_t W, std:
     return align(count * elementBytes * C, 32) + 32;
 }
 
-std::int64_t work_bytes(KelDataType data, KelDataType kernel, std::int64_t kw, std::int64_t kh, std::int64_t W, int C)
+Wide work_bytes(KelDataType data, KelDataType kernel, Wide kw, Wide kh, Wide W, int C)
 {
-    const std::int64_t N = kw * kh;
-    const auto sized = [](std::int64_t v) { return v < 16 ? 0 : finish(v & ~std::int64_t(15)); };
+    const Wide N = kw * kh;
+    const auto sized = [](Wide v) { return v < 16 ? Wide(0) : finish(v & ~Wide(15)); };
     if (C == 2) return 0;
     if (kernel == kel32f) {
         if (data == kel32f) return C == 1 ? finish(N * 32) : finish(N * 16);
@@ -52,7 +56,7 @@ std::int64_t work_bytes(KelDataType data, KelDataType kernel, std::int64_t kw, s
         return sized((W + N) * 16 + 124);
     }
     if (data != kel8u) return 0;
-    std::int64_t v;
+    Wide v;
     if (C == 1) {
         if (kw == 1) v = ((W * 8 + 24) & ~31) + kh * 80;
         else if (kh == 1) v = (kw * 16 + W * 4 + 12) & ~15;
@@ -67,7 +71,7 @@ std::int64_t work_bytes(KelDataType data, KelDataType kernel, std::int64_t kw, s
     return finish(v);
 }
 
-std::int64_t buf_size_64f(std::int64_t kw, std::int64_t kh, std::int64_t W)
+Wide buf_size_64f(Wide kw, Wide kh, Wide W)
 {
     if (kw == 1) return kh < 3 || W < 16 ? 0 : kh * 32;
     return kh * (((kw * 16 + 32) & ~31) + kw * 4) + 15;
@@ -157,9 +161,9 @@ void fill_float(GeneralSpec* s, const Kel32f* kernel, KeliSize k, KelDataType da
 KelStatus general_get_size(KeliSize kernelSize, KeliSize roi, KelDataType dataType, KelDataType kernelType,
                            int numChannels, int* specSize, int* bufferSize)
 {
-    const std::int64_t kw = kernelSize.width, kh = kernelSize.height, W = roi.width, H = roi.height, N = kw * kh;
+    const Wide kw = kernelSize.width, kh = kernelSize.height, W = roi.width, H = roi.height, N = kw * kh;
     if (kw < 1 || kh < 1 || W < 1 || H < 1) return kelStatusBadSize;
-    std::int64_t spec, buffer;
+    Wide spec, buffer;
     if (supported_data(dataType)) {
         if (kernelType != kel16s && kernelType != kel32f) return kelStatusBadDataType;
         if (numChannels < 1 || numChannels > 4) return kelStatusBadChannel;
@@ -197,7 +201,7 @@ KelStatus general_get_buf_size_64f(KeliSize kernelSize, int dstRoiWidth, int* bu
 {
     if (!bufferSize) return kelStatusNullPtr;
     if (kernelSize.width < 1 || kernelSize.height < 1 || dstRoiWidth < 1) return kelStatusBadSize;
-    const std::int64_t v = buf_size_64f(kernelSize.width, kernelSize.height, dstRoiWidth);
+    const Wide v = buf_size_64f(kernelSize.width, kernelSize.height, dstRoiWidth);
     if (v > 0x7FFFFFFF) return kelStatusSizeOverflow;
     *bufferSize = int(v);
     return kelStatusOk;
@@ -309,7 +313,7 @@ ScratchLayout general_scratch(void* buffer, KeliSize k, KeliSize roi, int elemen
 {
     const auto at = reinterpret_cast<std::uintptr_t>(buffer);
     unsigned char* border = static_cast<unsigned char*>(buffer) + ((0 - at) & 31);
-    const std::int64_t bytes = border_bytes(k.width, k.height, roi.width, roi.height, elementBytes, channels);
+    const auto bytes = static_cast<std::int64_t>(border_bytes(k.width, k.height, roi.width, roi.height, elementBytes, channels));
     const auto end = reinterpret_cast<std::uintptr_t>(border) + std::uintptr_t(bytes);
     unsigned char* work = border + bytes + ((0 - end) & 63);
     return {border, work};

@@ -515,6 +515,12 @@ TEST(FilterGeneral, SizeQueries)
     EXPECT_EQ(keliFilterBorderGetSize({30000, 30000}, {30000, 30000}, kel32f, kel32f, 4, &spec, &buffer),
               kelStatusSizeOverflow);
     EXPECT_EQ(buffer, 0);
+    // Sides near 2^31 multiply past 64 bits on the way to the sizes.
+    const KeliSize huge{0x7FFFFFFF, 0x7FFFFFFF};
+    for (KelDataType t : {kel8u, kel16s, kel32f})
+        EXPECT_EQ(keliFilterBorderGetSize(huge, huge, t, t == kel8u ? kel16s : t, 4, &spec, &buffer), kelStatusSizeOverflow);
+    EXPECT_EQ(keliFilterBorderGetSize(huge, huge, kel64f, kel64f, 1, &spec, &buffer), kelStatusSizeOverflow);
+    EXPECT_EQ(keliFilterGetBufSize_64f_C1R(huge, 0x7FFFFFFF, &buffer), kelStatusSizeOverflow);
     EXPECT_EQ(keliFilterGetBufSize_64f_C1R(k3, 10, nullptr), kelStatusNullPtr);
     EXPECT_EQ(keliFilterGetBufSize_64f_C1R({1, 0}, 10, &buffer), kelStatusBadSize);
     ASSERT_EQ(keliFilterGetBufSize_64f_C1R({1, 5}, 15, &buffer), kelStatusOk);

@@ -588,6 +588,7 @@ void Call::plain_pointer(int i)
         const Slot& bits = slot("nBitSize");
         count = bits.i >= 0 && bits.i <= 16 ? int64_t{1} << bits.i : 1;
         count = std::max<int64_t>(count, 1);
+        if (std::strstr(ex_.name, "24u")) count *= 3;  // three-byte entries
     }
     if (is_record(p) && !p.length && n != "pLocation") count = 1;
     // Lengths other arguments state: a kernel's sides, a vector's length, a location count,

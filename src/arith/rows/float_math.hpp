@@ -2,11 +2,11 @@
 // place. Single elements go through the same code in one lane, so that the heads and tails of a
 // row give the bits the vector body gives.
 //
-// Logarithm: x = m 2^e with m in [sqrt(1/2), sqrt(2)), ln x = ln m + e ln 2, ln(1 + t) by a
-// polynomial in t = m - 1, and ln 2 split into a part exact in a few bits and a small rest so
-// that e ln 2 adds no rounding error of its own. Exponential: x = k ln 2 + r with |r| <= ln 2 / 2,
-// e^r by a polynomial, and 2^k applied as two exact powers so that results below the normal range
-// are rounded once.
+// Logarithm: x = m 2^e with m in [sqrt(1/2), sqrt(2)), ln x = ln m + e ln 2, ln m through
+// atanh, and ln 2 split into a part exact in a few bits and a small rest so that e ln 2 adds no
+// rounding error of its own. Exponential: x = k ln 2 + r with |r| <= ln 2 / 2,
+// e^r by a polynomial, and 2^k applied as one exact power, or near the ends of the range as two
+// so that results below the normal range are rounded once.
 #pragma once
 
 #include <cfloat>
@@ -24,35 +24,37 @@ inline __m128 power_of_two(__m128i k)
     return _mm_castsi128_ps(_mm_slli_epi32(_mm_add_epi32(k, _mm_set1_epi32(127)), 23));
 }
 
+// ln x for positive normal lanes, whose exponent field is then lowered by `shift`. The
+// exponent split is made in the integers: e = floor(log2(x / sqrt(1/2))), m = x 2^-e in
+// [sqrt(1/2), sqrt(2)), f = m - 1 exact. With s = f / (2 + f), ln(1 + f) = 2 atanh(s) =
+// f - (f^2/2 - s (f^2/2 + R(s^2))): the leading term f carries no rounding, and the division's
+// error only reaches the small correction. R is a fitted cubic in s^2 (|s| <= 0.1716).
+inline __m128 log_normal(__m128 x, __m128i shift)
+{
+    const __m128i bits = _mm_castps_si128(x);
+    const __m128i e = _mm_srai_epi32(_mm_sub_epi32(bits, _mm_set1_epi32(0x3F3504F3)), 23);
+    const __m128 m = _mm_castsi128_ps(_mm_sub_epi32(bits, _mm_slli_epi32(e, 23)));
+    const __m128 f = _mm_sub_ps(m, splat(1.0f));
+    const __m128 s = _mm_div_ps(f, _mm_add_ps(f, splat(2.0f)));
+    const __m128 z = _mm_mul_ps(s, s);
+    const __m128 w = _mm_mul_ps(z, z);
+    const __m128 r = _mm_mul_ps(z, _mm_add_ps(_mm_add_ps(_mm_mul_ps(splat(0x1.995e34p-2f), z), splat(0x1.55557ap-1f)),
+                                              _mm_mul_ps(w, splat(0x1.31eebep-2f))));
+    const __m128 hfsq = _mm_mul_ps(_mm_mul_ps(f, f), splat(0.5f));
+    const __m128 ef = _mm_cvtepi32_ps(_mm_sub_epi32(e, shift));
+    const __m128 lo = _mm_add_ps(_mm_mul_ps(s, _mm_add_ps(hfsq, r)), _mm_mul_ps(ef, splat(-2.12194440e-4f)));
+    return _mm_add_ps(_mm_sub_ps(f, _mm_sub_ps(hfsq, lo)), _mm_mul_ps(ef, splat(0.693359375f)));
+}
+
 inline __m128 log_ps(__m128 x)
 {
+    // Positive normal finite lanes, the common case, skip the special values' blends.
+    const __m128 normal = _mm_and_ps(_mm_cmpge_ps(x, splat(FLT_MIN)), _mm_cmple_ps(x, splat(FLT_MAX)));
+    if (_mm_movemask_ps(normal) == 15) return log_normal(x, _mm_setzero_si128());
     // Numbers below the normal range are brought into it first: times 2^25, exponent less 25.
     const __m128 tiny = _mm_cmplt_ps(x, splat(FLT_MIN));
-    const __m128 scaled = _mm_blendv_ps(x, _mm_mul_ps(x, splat(33554432.0f)), tiny);
-    const __m128i bits = _mm_castps_si128(scaled);
-    __m128i e = _mm_sub_epi32(_mm_srli_epi32(bits, 23), _mm_set1_epi32(126));
-    e = _mm_sub_epi32(e, _mm_and_si128(_mm_castps_si128(tiny), _mm_set1_epi32(25)));
-    // m in [0.5, 1), then into [sqrt(1/2), sqrt(2)) by doubling the small ones.
-    __m128 m = _mm_castsi128_ps(_mm_or_si128(_mm_and_si128(bits, _mm_set1_epi32(0x007FFFFF)), _mm_set1_epi32(0x3F000000)));
-    const __m128 small = _mm_cmplt_ps(m, splat(0.707106781186547524f));
-    e = _mm_add_epi32(e, _mm_castps_si128(small));  // all ones: minus one
-    const __m128 t = _mm_sub_ps(_mm_add_ps(m, _mm_and_ps(m, small)), splat(1.0f));
-    const __m128 ef = _mm_cvtepi32_ps(e);
-    const __m128 z = _mm_mul_ps(t, t);
-    // The polynomial by pairs of terms (Estrin's scheme): seven dependent steps instead of
-    // eighteen, so that a row's vectors overlap instead of waiting on one another.
-    const __m128 z2 = _mm_mul_ps(z, z);
-    const __m128 a0 = _mm_add_ps(_mm_mul_ps(splat(-2.4999993993e-1f), t), splat(3.3333331174e-1f));
-    const __m128 a1 = _mm_add_ps(_mm_mul_ps(splat(-1.6668057665e-1f), t), splat(2.0000714765e-1f));
-    const __m128 a2 = _mm_add_ps(_mm_mul_ps(splat(-1.2420140846e-1f), t), splat(1.4249322787e-1f));
-    const __m128 a3 = _mm_add_ps(_mm_mul_ps(splat(-1.1514610310e-1f), t), splat(1.1676998740e-1f));
-    const __m128 b0 = _mm_add_ps(a0, _mm_mul_ps(a1, z));
-    const __m128 b1 = _mm_add_ps(a2, _mm_mul_ps(a3, z));
-    const __m128 p = _mm_add_ps(b0, _mm_mul_ps(z2, _mm_add_ps(b1, _mm_mul_ps(splat(7.0376836292e-2f), z2))));
-    __m128 y = _mm_mul_ps(_mm_mul_ps(p, t), z);
-    y = _mm_add_ps(y, _mm_mul_ps(ef, splat(-2.12194440e-4f)));
-    y = _mm_sub_ps(y, _mm_mul_ps(z, splat(0.5f)));
-    __m128 r = _mm_add_ps(_mm_add_ps(t, y), _mm_mul_ps(ef, splat(0.693359375f)));
+    __m128 r = log_normal(_mm_blendv_ps(x, _mm_mul_ps(x, splat(33554432.0f)), tiny),
+                          _mm_and_si128(_mm_castps_si128(tiny), _mm_set1_epi32(25)));
     // ln 0 = -inf (either zero), ln of a negative number is not-a-number, ln inf = inf, and
     // not-a-number stays itself.
     r = _mm_blendv_ps(r, splat(-INFINITY), _mm_cmpeq_ps(x, _mm_setzero_ps()));
@@ -60,20 +62,37 @@ inline __m128 log_ps(__m128 x)
     return _mm_blendv_ps(r, x, _mm_or_ps(_mm_cmpunord_ps(x, x), _mm_cmpeq_ps(x, splat(INFINITY))));
 }
 
-// e^c for c in [-104, 89]: the polynomial of the reduced argument times 2^k.
-inline __m128 exp_reduced(__m128 c)
+// Reduction of e^c: c = k ln 2 + r with |r| <= ln 2 / 2 and e^r by a polynomial.
+inline __m128 exp_polynomial(__m128 c, __m128& k)
 {
-    const __m128 k = _mm_floor_ps(_mm_add_ps(_mm_mul_ps(c, splat(1.44269504088896341f)), splat(0.5f)));
+    k = _mm_floor_ps(_mm_add_ps(_mm_mul_ps(c, splat(1.44269504088896341f)), splat(0.5f)));
     __m128 r = _mm_sub_ps(c, _mm_mul_ps(k, splat(0.693359375f)));
     r = _mm_sub_ps(r, _mm_mul_ps(k, splat(-2.12194440e-4f)));
     const __m128 z = _mm_mul_ps(r, r);
-    // By pairs of terms, as in the logarithm.
+    // By pairs of terms (Estrin's scheme): a short dependency chain, so that a row's vectors
+    // overlap instead of waiting on one another.
     const __m128 a0 = _mm_add_ps(_mm_mul_ps(splat(1.6666665459e-1f), r), splat(5.0000001201e-1f));
     const __m128 a1 = _mm_add_ps(_mm_mul_ps(splat(8.3334519073e-3f), r), splat(4.1665795894e-2f));
     const __m128 a2 = _mm_add_ps(_mm_mul_ps(splat(1.9875691500e-4f), r), splat(1.3981999507e-3f));
     const __m128 p = _mm_add_ps(a0, _mm_mul_ps(z, _mm_add_ps(a1, _mm_mul_ps(a2, z))));
-    const __m128 y = _mm_add_ps(_mm_add_ps(_mm_mul_ps(p, z), r), splat(1.0f));
-    // 2^k as 2^(k/2) 2^(k - k/2): both halves stay in the normal range down to k = -150.
+    return _mm_add_ps(_mm_add_ps(_mm_mul_ps(p, z), r), splat(1.0f));
+}
+
+// e^c for c in [-87, 88]: k stays in [-126, 127], so one power of two applies it exactly.
+inline __m128 exp_normal(__m128 c)
+{
+    __m128 k;
+    const __m128 y = exp_polynomial(c, k);
+    return _mm_mul_ps(y, power_of_two(_mm_cvtps_epi32(k)));
+}
+
+// e^c for c in [-104, 89]: 2^k as 2^(k/2) 2^(k - k/2), both halves in the normal range down to
+// k = -150, so that results below the normal range are rounded once. Where both forms give a
+// normal result they are the same exact product.
+inline __m128 exp_reduced(__m128 c)
+{
+    __m128 k;
+    const __m128 y = exp_polynomial(c, k);
     const __m128i ki = _mm_cvtps_epi32(k);
     const __m128i k1 = _mm_srai_epi32(ki, 1);
     return _mm_mul_ps(_mm_mul_ps(y, power_of_two(k1)), power_of_two(_mm_sub_epi32(ki, k1)));
@@ -81,12 +100,16 @@ inline __m128 exp_reduced(__m128 c)
 
 inline __m128 exp_ps(__m128 x)
 {
-    // Arguments held at -87 and above give normal results only. Results below the normal range
-    // are computed where some lane needs one, so that other arguments never pay for the slow
-    // arithmetic of subnormal numbers; arguments below -103.97 are 0 in any case.
-    __m128 y = exp_reduced(_mm_min_ps(_mm_max_ps(x, splat(-87.0f)), splat(89.0f)));
-    const __m128 subnormal = _mm_and_ps(_mm_cmplt_ps(x, splat(-87.0f)), _mm_cmpge_ps(x, splat(-103.972084045410156f)));
-    if (_mm_movemask_ps(subnormal) != 0) y = _mm_blendv_ps(y, exp_reduced(x), subnormal);
+    const __m128 normal = _mm_and_ps(_mm_cmpge_ps(x, splat(-87.0f)), _mm_cmple_ps(x, splat(88.0f)));
+    if (_mm_movemask_ps(normal) == 15) return exp_normal(x);
+    // The lanes in range take the same path as above, whatever their neighbours; the results
+    // near the top and below the normal range take the two powers, where some lane needs them,
+    // so that other arguments never pay for the slow arithmetic of subnormal numbers. Arguments
+    // below -103.97 give 0, above 88.72 infinity.
+    __m128 y = exp_normal(_mm_min_ps(_mm_max_ps(x, splat(-87.0f)), splat(88.0f)));
+    const __m128 edge = _mm_andnot_ps(normal, _mm_and_ps(_mm_cmple_ps(x, splat(88.72283935546875f)),
+                                                         _mm_cmpge_ps(x, splat(-103.972084045410156f))));
+    if (_mm_movemask_ps(edge) != 0) y = _mm_blendv_ps(y, exp_reduced(x), edge);
     y = _mm_blendv_ps(y, splat(INFINITY), _mm_cmpgt_ps(x, splat(88.72283935546875f)));
     y = _mm_blendv_ps(y, _mm_setzero_ps(), _mm_cmplt_ps(x, splat(-103.972084045410156f)));
     return _mm_blendv_ps(y, x, _mm_cmpunord_ps(x, x));
