@@ -40,9 +40,9 @@ template <class T> Member<T> rel(RelFn<T> f)
 }
 Member<Kel32f> rel(RelHFn f)
 {
-    using AsC = KelStatus (*)(const Kel32f*, int, const Kel32f*, int, KeliSize, Kel64f*, int);
+    // The enumeration has a full 32-bit base, so any hint value, listed or not, converts to it.
     return [f](View<Kel32f> a, View<Kel32f> b, int h, double* o) {
-        return reinterpret_cast<AsC>(reinterpret_cast<void (*)()>(f))(a.base, a.step, b.base, b.step, {a.width, a.height}, o, h);
+        return f(a.base, a.step, b.base, b.step, {a.width, a.height}, o, static_cast<KelHintAlgorithm>(h));
     };
 }
 

@@ -26,16 +26,15 @@ template <class T> using DiffFn = KelStatus (*)(const T*, int, const T*, int, Ke
 using NormHFn = KelStatus (*)(const Kel32f*, int, KeliSize, Kel64f*, KelHintAlgorithm);
 using DiffHFn = KelStatus (*)(const Kel32f*, int, const Kel32f*, int, KeliSize, Kel64f*, KelHintAlgorithm);
 
-// A C caller may pass any int as the hint; the call goes through the function seen with an int.
+// A C caller may pass any int as the hint; the enumeration has a full 32-bit base, so every
+// such value converts to it.
 KelStatus with_hint(NormHFn fn, const Kel32f* s, int step, KeliSize size, Kel64f* out, int hint)
 {
-    using AsC = KelStatus (*)(const Kel32f*, int, KeliSize, Kel64f*, int);
-    return reinterpret_cast<AsC>(reinterpret_cast<void (*)()>(fn))(s, step, size, out, hint);
+    return fn(s, step, size, out, static_cast<KelHintAlgorithm>(hint));
 }
 KelStatus with_hint(DiffHFn fn, const Kel32f* a, int sa, const Kel32f* b, int sb, KeliSize size, Kel64f* out, int hint)
 {
-    using AsC = KelStatus (*)(const Kel32f*, int, const Kel32f*, int, KeliSize, Kel64f*, int);
-    return reinterpret_cast<AsC>(reinterpret_cast<void (*)()>(fn))(a, sa, b, sb, size, out, hint);
+    return fn(a, sa, b, sb, size, out, static_cast<KelHintAlgorithm>(hint));
 }
 
 bool same_bits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b)); }

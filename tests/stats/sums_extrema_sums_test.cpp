@@ -19,12 +19,11 @@ constexpr double kCanary = -12345.678;
 template <class T> using SumFn = KelStatus (*)(const T*, int, KeliSize, Kel64f*);
 using Sum32fFn = KelStatus (*)(const Kel32f*, int, KeliSize, Kel64f*, KelHintAlgorithm);
 
-// A C caller may pass any int as the hint; C++ cannot form such an enumeration value, so the
-// call goes through the same function seen with an int parameter, as a C caller sees it.
+// A C caller may pass any int as the hint; the enumeration has a full 32-bit base, so every
+// such value converts to it.
 KelStatus call_with_hint(Sum32fFn fn, const Kel32f* src, int step, KeliSize size, Kel64f* out, int hint)
 {
-    using AsC = KelStatus (*)(const Kel32f*, int, KeliSize, Kel64f*, int);
-    return reinterpret_cast<AsC>(reinterpret_cast<void (*)()>(fn))(src, step, size, out, hint);
+    return fn(src, step, size, out, static_cast<KelHintAlgorithm>(hint));
 }
 
 // The mean from the sums: one channel divides, several multiply by the reciprocal.
