@@ -16,11 +16,16 @@ template <class T> using Unary = KelStatus (*)(const T*, int, T*, int, KeliSize)
 template <class T> using UnarySfs = KelStatus (*)(const T*, int, T*, int, KeliSize, int);
 template <class T> using Binary = KelStatus (*)(const T*, int, const T*, int, T*, int, KeliSize);
 
-// One source, one destination.
-template <class T, int C, class F> void unary_row(const std::string& name, F call)
+template <class T> const std::vector<bench::Image>& sources(bench::Size s, int channels, bench::Fill fill)
 {
-    bench::keli(name, 2 * int(sizeof(T)) * C, [call](bench::Size s) {
-        const auto& im = bench::images<T>(s, C, 2);
+    return bench::images(s, channels, int(sizeof(T)), cv::DataType<T>::depth, fill, 2);
+}
+
+// One source, one destination; the source filled as `fill` says.
+template <class T, int C, class F> void unary_row(const std::string& name, F call, bench::Fill fill = bench::fill_of<T>())
+{
+    bench::keli(name, 2 * int(sizeof(T)) * C, [call, fill](bench::Size s) {
+        const auto& im = sources<T>(s, C, fill);
         return bench::Call([&im, call, s] {
             return call(bench::data<T>(im[0]), im[0].step, bench::data<T>(im[1]), im[1].step, bench::roi(s));
         });
@@ -41,10 +46,11 @@ template <class T> void binary_row(const std::string& name, Binary<T> fn)
 }
 
 // A peer with one source, `work(src, dst)` on OpenCV headers over the same images.
-template <class T, class Work> void unary_peer(const std::string& peer, const std::string& name, Work work)
+template <class T, class Work>
+void unary_peer(const std::string& peer, const std::string& name, Work work, bench::Fill fill = bench::fill_of<T>())
 {
-    bench::peer(peer, name, 2 * int(sizeof(T)), [work](bench::Size s) {
-        const auto& im = bench::images<T>(s, 1, 2);
+    bench::peer(peer, name, 2 * int(sizeof(T)), [work, fill](bench::Size s) {
+        const auto& im = sources<T>(s, 1, fill);
         return bench::Call([a = im[0].mat(), d = im[1].mat(), work]() mutable {
             work(a, d);
             return 0;
@@ -75,10 +81,13 @@ template <class Fn> void lut_row(const std::string& name, UnarySfs<Kel8u> keli, 
 const bench::Rows rows([] {
     unary_row<Kel32f, 1>("keliSqrt_32f_C1R", Unary<Kel32f>(keliSqrt_32f_C1R));
     unary_peer<Kel32f>("opencv:sqrt", "keliSqrt_32f_C1R", [](cv::Mat& a, cv::Mat& d) { cv::sqrt(a, d); });
-    unary_row<Kel32f, 1>("keliLn_32f_C1R", Unary<Kel32f>(keliLn_32f_C1R));
-    unary_peer<Kel32f>("opencv:log", "keliLn_32f_C1R", [](cv::Mat& a, cv::Mat& d) { cv::log(a, d); });
-    unary_row<Kel32f, 1>("keliExp_32f_C1R", Unary<Kel32f>(keliExp_32f_C1R));
-    unary_peer<Kel32f>("opencv:exp", "keliExp_32f_C1R", [](cv::Mat& a, cv::Mat& d) { cv::exp(a, d); });
+    // The logarithm and the exponential are timed on arguments in their domains: a negative
+    // argument is the warning path, and most of (-1000, 1000) overflows the exponential.
+    const auto positive = bench::Fill::Float32Positive, moderate = bench::Fill::Float32Moderate;
+    unary_row<Kel32f, 1>("keliLn_32f_C1R", Unary<Kel32f>(keliLn_32f_C1R), positive);
+    unary_peer<Kel32f>("opencv:log", "keliLn_32f_C1R", [](cv::Mat& a, cv::Mat& d) { cv::log(a, d); }, positive);
+    unary_row<Kel32f, 1>("keliExp_32f_C1R", Unary<Kel32f>(keliExp_32f_C1R), moderate);
+    unary_peer<Kel32f>("opencv:exp", "keliExp_32f_C1R", [](cv::Mat& a, cv::Mat& d) { cv::exp(a, d); }, moderate);
 
     lut_row("keliSqrt_8u_C1RSfs", keliSqrt_8u_C1RSfs, -3, [](int a) { return std::sqrt(double(a)); });
     lut_row("keliLn_8u_C1RSfs", keliLn_8u_C1RSfs, -4, [](int a) { return a ? std::log(double(a)) : 0.0; });

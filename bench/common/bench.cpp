@@ -65,6 +65,17 @@ template <class T> void fill_floats(Image& im, Random& r)
     }
 }
 
+// The float fill mapped into a function's domain: |v| + 1/1024, or v / 12.
+void fill_domain(Image& im, Fill f, Random& r)
+{
+    fill_floats<float>(im, r);
+    for (int y = 0; y < im.size.height; ++y) {
+        float* p = reinterpret_cast<float*>(im.row(y));
+        for (int i = 0; i < im.size.width * im.channels; ++i)
+            p[i] = f == Fill::Float32Positive ? std::fabs(p[i]) + 0.0009765625f : p[i] / 12.0f;
+    }
+}
+
 void fill_image(Image& im, Fill f, Random& r)
 {
     switch (f) {
@@ -76,6 +87,8 @@ void fill_image(Image& im, Fill f, Random& r)
     case Fill::Float32: fill_floats<float>(im, r); break;
     case Fill::Float64: fill_floats<double>(im, r); break;
     case Fill::Zero: std::memset(im.data, 0, std::size_t(im.step) * im.size.height); break;
+    case Fill::Float32Positive:
+    case Fill::Float32Moderate: fill_domain(im, f, r); break;
     }
 }
 

@@ -62,8 +62,10 @@ template <class T> T* data(const Image& im) { return static_cast<T*>(im.data); }
 
 // Kind of content written into a new image, so that every element is an ordinary value of
 // its type (finite floats away from denormals, the full range for integers).
-// Zero: every byte 0 (the buffer that memchr_peer scans).
-enum class Fill { Int8u, Int8s, Int16u, Int16s, Int32s, Float32, Float64, Zero };
+// Zero: every byte 0 (the buffer that memchr_peer scans). Float32Positive and Float32Moderate
+// keep floats inside a function's domain: (0, 1000] for a logarithm, (-84, 84) for an
+// exponential, whose results then neither warn nor overflow.
+enum class Fill { Int8u, Int8s, Int16u, Int16s, Int32s, Float32, Float64, Zero, Float32Positive, Float32Moderate };
 
 template <class T> constexpr Fill fill_of();
 template <> constexpr Fill fill_of<std::uint8_t>() { return Fill::Int8u; }

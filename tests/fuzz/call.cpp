@@ -16,6 +16,7 @@ namespace {
 // One buffer never exceeds this: a region that would need more gets null image pointers, which
 // every export must refuse before touching memory.
 constexpr int64_t kMaxBytes = int64_t{64} << 20;
+constexpr int64_t kMaxWork = int64_t{256} << 20;
 // Elements of an array whose length no argument states (levels, tables, locations, outputs).
 constexpr int64_t kLooseLength = 4200;
 constexpr int kMaxPrepareDepth = 3;
@@ -115,21 +116,23 @@ std::vector<std::string> layouts(const std::string& name)
 }
 
 // The type tokens after the name's first underscore: "8u", "16s" of keliConvert_8u16s_C1R.
+// The element types the name gives: the first part after an underscore that spells types
+// (keliAdd_8u_C1R, keliLUT_Init_16u).
 std::vector<int> type_tokens(const std::string& name)
 {
     std::vector<int> out;
-    size_t at = name.find('_');
-    if (at == std::string::npos) return out;
-    std::string tok = name.substr(at + 1, name.find('_', at + 1) - at - 1);
-    for (size_t k = 0; k < tok.size();) {
-        size_t d = k;
-        while (d < tok.size() && std::isdigit(static_cast<unsigned char>(tok[d]))) ++d;
-        if (d == k || d >= tok.size()) break;
-        size_t e = d + 1;
-        if (e < tok.size() && tok[e] == 'c') ++e;
-        int t = data_type_of(tok.substr(k, e - k));
-        if (t) out.push_back(t);
-        k = e;
+    for (size_t at = name.find('_'); at != std::string::npos && out.empty(); at = name.find('_', at + 1)) {
+        std::string tok = name.substr(at + 1, name.find('_', at + 1) - at - 1);
+        for (size_t k = 0; k < tok.size();) {
+            size_t d = k;
+            while (d < tok.size() && std::isdigit(static_cast<unsigned char>(tok[d]))) ++d;
+            if (d == k || d >= tok.size()) break;
+            size_t e = d + 1;
+            if (e < tok.size() && tok[e] == 'c') ++e;
+            int t = data_type_of(tok.substr(k, e - k));
+            if (t) out.push_back(t);
+            k = e;
+        }
     }
     return out;
 }
@@ -229,13 +232,14 @@ Call::Call(Context& ctx, int export_index, const Export* parent)
             std::isdigit(static_cast<unsigned char>(ex_.name[k + 1])))
             exact_region_ = false;
     // A work call sizes its buffers for its own element type and channels: the queries and
-    // Init calls that prepare them take these rather than values of their own.
+    // Init calls that prepare them take these rather than values of their own. So does an
+    // Init named for a type (keliLUT_Init_16u): its query sizes the spec for that type.
     if (!parent_) {
         bool images = false;
         for (size_t i = 0; i < ex_.params.size(); ++i)
             images = images || (ex_.params[i].depth && step_of(ex_, ex_.params[i]) >= 0);
         auto types = type_tokens(ex_.name);
-        if (images && !types.empty()) {
+        if (!types.empty()) {
             auto seed = [&](const char* name, const char* type, int64_t v) {
                 for (auto& p : ex_.params)
                     if (!std::strcmp(p.name, name)) return;
@@ -246,8 +250,10 @@ Call::Call(Context& ctx, int export_index, const Export* parent)
             seed("dataType", "KelDataType", types.front());
             seed("srcType", "KelDataType", types.front());
             seed("dstType", "KelDataType", types.back());
-            seed("numChannels", "int", max_channels(ex_.name));
-            seed("channels", "int", max_channels(ex_.name));
+            if (images) {
+                seed("numChannels", "int", max_channels(ex_.name));
+                seed("channels", "int", max_channels(ex_.name));
+            }
         }
     }
     decode_scalars();
@@ -295,23 +301,23 @@ void Call::decode_scalars()
         if (p.depth || ends_with(n, "Step")) continue;
         Slot& s = slots_[i];
         done_[i] = true;
+        std::string type = p.type;
+        if (type == "KelDataType" && parent_) {
+            // A query or Init asked for a type: the type its own name (or its caller's)
+            // spells, before any the work call shares, since an Init of another type than the
+            // work call's (keliLUT_Init_16u for an 8u call) needs its spec sized for its own.
+            auto own = type_tokens(ex_.name);
+            auto up = type_tokens(parent_->name);
+            if (!own.empty() || !up.empty()) {
+                s.i = !own.empty() ? own.front() : up.front();
+                continue;
+            }
+        }
         if (Slot* known = shared(p)) {
             s = *known;
             continue;
         }
         bool wide = is_wide(p);
-        std::string type = p.type;
-        if (type == "KelDataType" && parent_) {
-            // A query or Init asked for a type the work call does not give: the type its own
-            // name (or its caller's) spells.
-            auto own = type_tokens(ex_.name);
-            auto up = type_tokens(parent_->name);
-            if (!own.empty() || !up.empty()) {
-                s.i = !own.empty() ? own.front() : up.front();
-                ctx_.values[canonical(p)] = s;
-                continue;
-            }
-        }
         if (n == "interpolation" && parent_) {
             // A query sizing an Init's spec: the kind that Init makes.
             static const struct { const char* word; int kind; } kinds[] = {
@@ -530,7 +536,10 @@ void Call::image(int i, int step_index)
     if (fits && (w > 0 && h > 0)) {
         __int128 first = static_cast<__int128>(-margin) * step, last = static_cast<__int128>(h - 1 + margin) * step;
         __int128 l = std::min(first, last) - margin * pix, u = std::max(first, last) + (w + margin) * pix;
-        if (u - l <= kMaxBytes) lo = static_cast<int64_t>(l), hi = static_cast<int64_t>(u), bytes = hi - lo;
+        // A short step (zero, or rows that overlap) spans few bytes, but the export still
+        // walks every pixel: the work is capped as well as the memory.
+        __int128 work = static_cast<__int128>(h + 2 * margin) * ((w + 2 * margin) * pix);
+        if (u - l <= kMaxBytes && work <= kMaxWork) lo = static_cast<int64_t>(l), hi = static_cast<int64_t>(u), bytes = hi - lo;
     } else if (fits) {
         bytes = 0;  // an empty region: a valid address with nothing behind it
     }

@@ -150,8 +150,29 @@ template <class S, class D> void sfs_member(SfsFn<S, D> fn, std::function<S(kit:
         }
 }
 
+// Integer sources shifted by the extreme factors: every non-zero value saturates at the most
+// negative factor as it does at -64, and everything rounds as at 64 at the largest.
+template <class S, class D> void extreme_factors(SfsFn<S, D> fn, std::function<S(kit::Rng&)> gen)
+{
+    kit::Rng rng;
+    std::vector<S> row(37);
+    for (auto& v : row) v = gen(rng);
+    std::vector<D> got(row.size()), want(row.size());
+    const int w = int(row.size());
+    for (int mode : {0, 1, 2, 3})
+        for (auto [extreme, near] : {std::pair{std::numeric_limits<int>::min(), -64}, std::pair{std::numeric_limits<int>::max(), 64}}) {
+            ASSERT_EQ(fn(row.data(), w * int(sizeof(S)), got.data(), w * int(sizeof(D)), {w, 1}, KelRoundMode(mode), extreme), kelStatusOk);
+            ASSERT_EQ(fn(row.data(), w * int(sizeof(S)), want.data(), w * int(sizeof(D)), {w, 1}, KelRoundMode(mode), near), kelStatusOk);
+            ASSERT_EQ(got, want) << "mode " << mode << " factor " << extreme;
+        }
+}
+
 TEST(ConvertRound, ScaledIntegerMembersMatchTheModelForEveryScaleFactor)
 {
+    extreme_factors<Kel16u, Kel16s>(keliConvert_16u16s_C1RSfs, edgy_int<Kel16u>);
+    extreme_factors<Kel16s, Kel8s>(keliConvert_16s8s_C1RSfs, edgy_int<Kel16s>);
+    extreme_factors<Kel32u, Kel8s>(keliConvert_32u8s_C1RSfs, edgy_int<Kel32u>);
+    extreme_factors<Kel32u, Kel32s>(keliConvert_32u32s_C1RSfs, edgy_int<Kel32u>);
     sfs_member<Kel8u, Kel8s>(keliConvert_8u8s_C1RSfs, edgy_int<Kel8u>, {-1, 1, 3}, -10, 12);
     sfs_member<Kel16u, Kel8s>(keliConvert_16u8s_C1RSfs, edgy_int<Kel16u>, {-2, 2, 9}, -10, 20, 1);
     sfs_member<Kel16s, Kel8s>(keliConvert_16s8s_C1RSfs, edgy_int<Kel16s>, {-1, 1, 8}, -10, 20);

@@ -53,8 +53,11 @@ inline __m128 log_ps(__m128 x)
     if (_mm_movemask_ps(normal) == 15) return log_normal(x, _mm_setzero_si128());
     // Numbers below the normal range are brought into it first: times 2^25, exponent less 25.
     const __m128 tiny = _mm_cmplt_ps(x, splat(FLT_MIN));
-    __m128 r = log_normal(_mm_blendv_ps(x, _mm_mul_ps(x, splat(33554432.0f)), tiny),
-                          _mm_and_si128(_mm_castps_si128(tiny), _mm_set1_epi32(25)));
+    const __m128 scaled = _mm_blendv_ps(x, _mm_mul_ps(x, splat(33554432.0f)), tiny);
+    // Lanes that the blends below replace compute the logarithm of 1, so that no garbage bits
+    // (a negative number's exponent, say) make subnormal operands that would slow the vector.
+    const __m128 usable = _mm_and_ps(_mm_cmpge_ps(scaled, splat(FLT_MIN)), _mm_cmple_ps(scaled, splat(FLT_MAX)));
+    __m128 r = log_normal(_mm_blendv_ps(splat(1.0f), scaled, usable), _mm_and_si128(_mm_castps_si128(tiny), _mm_set1_epi32(25)));
     // ln 0 = -inf (either zero), ln of a negative number is not-a-number, ln inf = inf, and
     // not-a-number stays itself.
     r = _mm_blendv_ps(r, splat(-INFINITY), _mm_cmpeq_ps(x, _mm_setzero_ps()));
@@ -109,7 +112,8 @@ inline __m128 exp_ps(__m128 x)
     __m128 y = exp_normal(_mm_min_ps(_mm_max_ps(x, splat(-87.0f)), splat(88.0f)));
     const __m128 edge = _mm_andnot_ps(normal, _mm_and_ps(_mm_cmple_ps(x, splat(88.72283935546875f)),
                                                          _mm_cmpge_ps(x, splat(-103.972084045410156f))));
-    if (_mm_movemask_ps(edge) != 0) y = _mm_blendv_ps(y, exp_reduced(x), edge);
+    if (_mm_movemask_ps(edge) != 0)
+        y = _mm_blendv_ps(y, exp_reduced(_mm_min_ps(_mm_max_ps(x, splat(-104.0f)), splat(89.0f))), edge);
     y = _mm_blendv_ps(y, splat(INFINITY), _mm_cmpgt_ps(x, splat(88.72283935546875f)));
     y = _mm_blendv_ps(y, _mm_setzero_ps(), _mm_cmplt_ps(x, splat(-103.972084045410156f)));
     return _mm_blendv_ps(y, x, _mm_cmpunord_ps(x, x));

@@ -209,7 +209,9 @@ template <class S_, class D_, IntScale K> struct IntScaleOp {
     {
         if constexpr (K == IntScale::Left) {
             const int maxK = sizeof(D) == 4 ? 31 : int(8 * sizeof(D));
-            k = -scaleFactor > maxK ? maxK : -scaleFactor;
+            // In 64 bits: the most negative factor has no negation in an int.
+            const std::int64_t left = -std::int64_t(scaleFactor);
+            k = left > maxK ? maxK : int(left);
             hiLimit = rnd::hi<D> >> k;
             loLimit = rnd::lo<D> >> k;
         } else if constexpr (K != IntScale::Saturate) {
