@@ -25,11 +25,12 @@ inline void store_plain(rows::Byte* d, __m128i v) { _mm_storeu_si128(reinterpret
 inline void store_stream(rows::Byte* d, __m128i v) { _mm_stream_si128(reinterpret_cast<__m128i*>(d), v); }
 
 constexpr std::size_t kBlockSide = 512;
+constexpr std::size_t kTile = 64;
 
 // The path for large aligned one-channel images of 8 and 16 bits: blocks of 512 x 512 pixels
 // whose destination rows are written with non-temporal stores, every store on a 16-byte
-// boundary since the destination and its step are on 64 bytes and blocks start at multiples
-// of 16 pixels. The cache query's own status is not looked at: a failed query leaves the size
+// boundary since the destination and its step are on 64 bytes and tiles start at multiples
+// of 64 pixels. The cache query's own status is not looked at: a failed query leaves the size
 // at zero and so takes this path, which is right for the sizes that reach it.
 template <class T> inline bool takes_blocked_path(const T* src, int srcStep, const T* dst, int dstStep, KeliSize roi)
 {
@@ -42,20 +43,57 @@ template <class T> inline bool takes_blocked_path(const T* src, int srcStep, con
 
 }  // namespace transpose_detail
 
+// Images larger than the caches: 64 x 64 tiles, in blocks of 512 x 512 pixels whose source
+// stays in the second-level cache. Each tile is transposed into a buffer in the first-level
+// cache, then every destination row of it leaves whole with non-temporal stores, so that no
+// cache line is written in pieces from far apart in time. While a tile is worked on, the
+// source lines of the next one are asked for, a few per block, so that the memory reads
+// overlap the shuffles instead of stalling each block in turn. The rows and columns that whole
+// tiles leave go the general way.
 template <class T>
 inline void transpose_blocked(const T* src, int srcStep, T* dst, int dstStep, std::size_t width, std::size_t height)
 {
     using namespace transpose_detail;
     constexpr std::size_t P = sizeof(T);
-    for (std::size_t by = 0; by < height; by += kBlockSide)
-        for (std::size_t bx = 0; bx < width; bx += kBlockSide) {
-            const std::size_t w = width - bx < kBlockSide ? width - bx : kBlockSide;
-            const std::size_t h = height - by < kBlockSide ? height - by : kBlockSide;
-            rows::transpose_region<rows::WholePixel<P>>(bytes(src) + std::ptrdiff_t(by) * srcStep + bx * P, srcStep,
-                                                        bytes(dst) + std::ptrdiff_t(bx) * dstStep + by * P, dstStep,
-                                                        w, h, store_stream);
+    constexpr std::size_t K = rows::TransposeBlock<P>::K;
+    constexpr std::size_t kLinesPerBlock = kTile / ((kTile / K) * (kTile / K));
+    constexpr std::size_t kRowBytes = kTile * P;
+    alignas(64) rows::Byte tile[kTile * kRowBytes];
+    const rows::Byte* s = bytes(src);
+    rows::Byte* d = bytes(dst);
+    const std::size_t fullW = width / kTile * kTile, fullH = height / kTile * kTile;
+    for (std::size_t by = 0; by < fullH; by += kBlockSide)
+        for (std::size_t bx = 0; bx < fullW; bx += kBlockSide) {
+            const std::size_t yEnd = by + kBlockSide < fullH ? by + kBlockSide : fullH;
+            const std::size_t xEnd = bx + kBlockSide < fullW ? bx + kBlockSide : fullW;
+            for (std::size_t ty = by; ty < yEnd; ty += kTile)
+                for (std::size_t tx = bx; tx < xEnd; tx += kTile) {
+                    // The next tile of the block: along the band, or the start of the next band.
+                    std::size_t nx = tx + kTile, ny = ty;
+                    if (nx >= xEnd) nx = bx, ny = ty + kTile;
+                    const bool ahead = ny < yEnd;
+                    std::size_t line = 0;
+                    for (std::size_t y = 0; y < kTile; y += K)
+                        for (std::size_t x = 0; x < kTile; x += K) {
+                            for (std::size_t k = 0; ahead && k < kLinesPerBlock; ++k, ++line)
+                                _mm_prefetch(reinterpret_cast<const char*>(s + std::ptrdiff_t(ny + line) * srcStep + nx * P),
+                                             _MM_HINT_T0);
+                            rows::transpose_block<P>(s + std::ptrdiff_t(ty + y) * srcStep + (tx + x) * P, srcStep,
+                                                     tile + x * kRowBytes + y * P, kRowBytes, store_plain);
+                        }
+                    for (std::size_t r = 0; r < kTile; ++r) {
+                        rows::Byte* out = d + std::ptrdiff_t(tx + r) * dstStep + ty * P;
+                        for (std::size_t b = 0; b < kRowBytes; b += 16)
+                            store_stream(out + b, _mm_load_si128(reinterpret_cast<const __m128i*>(tile + r * kRowBytes + b)));
+                    }
+                }
         }
     simd::fence();
+    // The source columns right of the whole tiles, then the rows below them.
+    rows::transpose_region<rows::WholePixel<P>>(s + fullW * P, srcStep, d + std::ptrdiff_t(fullW) * dstStep, dstStep,
+                                                width - fullW, height, store_plain);
+    rows::transpose_region<rows::WholePixel<P>>(s + std::ptrdiff_t(fullH) * srcStep, srcStep, d + fullH * P, dstStep,
+                                                fullW, height - fullH, store_plain);
 }
 
 template <class T, Layout L> KelStatus transpose_inplace(T* pSrcDst, int step, KeliSize roi)

@@ -257,8 +257,9 @@ TEST(Transpose, ComplexElementsAndLargeRegions)
     }
 }
 
-// The blocked path with non-temporal stores against the model, for the sizes and alignments
-// it takes (8u and 16u), whatever the machine's cache size makes of an exported call.
+// The blocked path with its tile buffer and non-temporal stores against the model, for the
+// sizes and alignments it takes (8u and 16u), whatever the machine's cache size makes of an
+// exported call.
 template <class T> void blocked_equals_general(int width, int height)
 {
     kit::Rng rng;
@@ -274,6 +275,11 @@ TEST(Transpose, BlockedPathEqualsTheModel)
 {
     blocked_equals_general<Kel8u>(1088, 576);
     blocked_equals_general<Kel16u>(1024 + 64, 640);
+    // Sides that whole tiles do not cover, and more than one block each way (destination
+    // rows stay on 16 bytes, as the path requires).
+    blocked_equals_general<Kel8u>(1100, 592);
+    blocked_equals_general<Kel16u>(1090, 648);
+    blocked_equals_general<Kel8u>(70, 1040);
     // Through the export: a size that qualifies, checked against the model whichever path ran.
     kit::Rng rng;
     kit::Image<Kel8u> src(1088, 128, 1), dst(128, 1088, 1);

@@ -80,6 +80,33 @@ inline void transpose_block(const Byte* s, std::ptrdiff_t srcStep, Byte* d, std:
     B::store(d, dstStep, r, put);
 }
 
+// Asks for the source lines of the next tile a few at a time, spread over the blocks of the
+// current one, so that its memory reads overlap the shuffles: without it every block of a tile
+// waits on the lines of its rows, one row after another.
+class TileLookahead {
+public:
+    TileLookahead(const Byte* src, std::ptrdiff_t srcStep, std::size_t pixelBytes, std::size_t blocksPerTile,
+                  std::size_t x, std::size_t y, std::size_t width, std::size_t height)
+        : row_(src + std::ptrdiff_t(y) * srcStep + x * pixelBytes), step_(srcStep),
+          rows_(height), chunks_((width * pixelBytes + 63) / 64),
+          perBlock_((rows_ * chunks_ + blocksPerTile - 1) / (blocksPerTile ? blocksPerTile : 1))
+    {
+    }
+
+    void next_block()
+    {
+        for (std::size_t k = 0; k < perBlock_ && line_ < rows_; ++k) {
+            _mm_prefetch(reinterpret_cast<const char*>(row_ + std::ptrdiff_t(line_) * step_ + chunk_ * 64), _MM_HINT_T0);
+            if (++chunk_ == chunks_) chunk_ = 0, ++line_;
+        }
+    }
+
+private:
+    const Byte* row_;
+    std::ptrdiff_t step_;
+    std::size_t rows_, chunks_, perBlock_, line_ = 0, chunk_ = 0;
+};
+
 // Transposes a region of `width` x `height` source pixels (the destination is height wide):
 // whole blocks in tiles of 64 x 64 pixels that the first-level cache holds on both sides, the
 // pixels outside whole blocks one by one. The policy decides which bytes of a pixel are written.
@@ -94,8 +121,16 @@ inline void transpose_region(const Byte* src, std::ptrdiff_t srcStep, Byte* dst,
         for (std::size_t tx = 0; tx < fullW; tx += tile) {
             const std::size_t yEnd = ty + tile < fullH ? ty + tile : fullH;
             const std::size_t xEnd = tx + tile < fullW ? tx + tile : fullW;
+            // The next tile along the band, or the first of the next band.
+            std::size_t nx = tx + tile, ny = ty;
+            if (nx >= fullW) nx = 0, ny = ty + tile;
+            if (ny >= fullH) nx = tx, ny = ty;  // the last tile: nothing ahead to ask for
+            const std::size_t nh = ny == ty && nx == tx ? 0 : ny + tile < fullH ? tile : fullH - ny;
+            const std::size_t nw = nx + tile < fullW ? tile : fullW - nx;
+            TileLookahead ahead(src, srcStep, P, ((yEnd - ty) / B::K) * ((xEnd - tx) / B::K), nx, ny, nw, nh);
             for (std::size_t y = ty; y < yEnd; y += B::K)
                 for (std::size_t x = tx; x < xEnd; x += B::K) {
+                    ahead.next_block();
                     if constexpr (B::vector) {
                         transpose_block<P>(src + std::ptrdiff_t(y) * srcStep + x * P, srcStep,
                                            dst + std::ptrdiff_t(x) * dstStep + y * P, dstStep, put);
