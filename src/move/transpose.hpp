@@ -56,7 +56,6 @@ inline void transpose_blocked(const T* src, int srcStep, T* dst, int dstStep, st
     using namespace transpose_detail;
     constexpr std::size_t P = sizeof(T);
     constexpr std::size_t K = rows::TransposeBlock<P>::K;
-    constexpr std::size_t kLinesPerBlock = kTile / ((kTile / K) * (kTile / K));
     constexpr std::size_t kRowBytes = kTile * P;
     alignas(64) rows::Byte tile[kTile * kRowBytes];
     const rows::Byte* s = bytes(src);
@@ -71,13 +70,12 @@ inline void transpose_blocked(const T* src, int srcStep, T* dst, int dstStep, st
                     // The next tile of the block: along the band, or the start of the next band.
                     std::size_t nx = tx + kTile, ny = ty;
                     if (nx >= xEnd) nx = bx, ny = ty + kTile;
-                    const bool ahead = ny < yEnd;
-                    std::size_t line = 0;
+                    const bool last = ny >= yEnd;  // nothing ahead to ask for
+                    rows::TileLookahead ahead(s, srcStep, P, (kTile / K) * (kTile / K), last ? tx : nx, last ? ty : ny,
+                                              kTile, last ? 0 : kTile);
                     for (std::size_t y = 0; y < kTile; y += K)
                         for (std::size_t x = 0; x < kTile; x += K) {
-                            for (std::size_t k = 0; ahead && k < kLinesPerBlock; ++k, ++line)
-                                _mm_prefetch(reinterpret_cast<const char*>(s + std::ptrdiff_t(ny + line) * srcStep + nx * P),
-                                             _MM_HINT_T0);
+                            ahead.next_block();
                             rows::transpose_block<P>(s + std::ptrdiff_t(ty + y) * srcStep + (tx + x) * P, srcStep,
                                                      tile + x * kRowBytes + y * P, kRowBytes, store_plain);
                         }

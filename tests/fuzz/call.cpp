@@ -292,6 +292,26 @@ int64_t Call::output_value(const std::string& name) const
     return -1;
 }
 
+// A query sizing an Init's spec: the kind and the antialiasing that Init makes, before any
+// value the work call shares, since a spec sized for another kind or for antialiasing differs
+// in size from the one the Init fills.
+bool Call::from_parent_name(const std::string& n, Slot& s) const
+{
+    if (n == "antialiasing") {
+        s.i = has(parent_->name, "Antialiasing") ? 1 : 0;
+        return true;
+    }
+    static const struct { const char* word; int kind; } kinds[] = {
+        {"Nearest", kelNearest}, {"Linear", kelLinear}, {"CubicLagrange", kelCubicLagrange},
+        {"Cubic", kelCubic}, {"Super", kelSuper}, {"Lanczos", kelLanczos}};
+    for (auto& k : kinds)
+        if (has(parent_->name, k.word)) {
+            s.i = k.kind;
+            return true;
+        }
+    return false;
+}
+
 void Call::decode_scalars()
 {
     Input& in = ctx_.in;
@@ -313,25 +333,15 @@ void Call::decode_scalars()
                 continue;
             }
         }
+        if (parent_ && (n == "interpolation" || n == "antialiasing") && from_parent_name(n, s)) {
+            ctx_.values[canonical(p)] = s;
+            continue;
+        }
         if (Slot* known = shared(p)) {
             s = *known;
             continue;
         }
         bool wide = is_wide(p);
-        if (n == "interpolation" && parent_) {
-            // A query sizing an Init's spec: the kind that Init makes.
-            static const struct { const char* word; int kind; } kinds[] = {
-                {"Nearest", kelNearest}, {"Linear", kelLinear}, {"CubicLagrange", kelCubicLagrange},
-                {"Cubic", kelCubic}, {"Super", kelSuper}, {"Lanczos", kelLanczos}};
-            int kind = 0;
-            for (auto& k : kinds)
-                if (!kind && has(parent_->name, k.word)) kind = k.kind;
-            if (kind) {
-                s.i = kind;
-                ctx_.values[canonical(p)] = s;
-                continue;
-            }
-        }
         if (type == "KeliSize" || type == "KeliSizeL") {
             bool small = has(n, "mask") || has(n, "kernel") || has(n, "block") || has(n, "tpl");
             int64_t w = small ? mask_side(in, wide) : side(in, wide);
@@ -730,7 +740,7 @@ int64_t Call::query_size(const char* role, const Export* for_export)
                 it->second.i = count;
             }
         if (count && saved.empty()) break;
-        // The query's own arguments (an antialiasing flag the Init lacks) get fresh values on
+        // The query's own arguments (a mode word the Init lacks) get fresh values on
         // a retry: a refusal should come from the values the export shares.
         for (int attempt = 0; attempt < 3 && size < 0; ++attempt) {
             std::map<std::string, Slot> before = ctx_.values;

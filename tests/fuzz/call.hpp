@@ -53,6 +53,7 @@ public:
 
 private:
     void decode_scalars();
+    bool from_parent_name(const std::string& n, Slot& s) const;
     void prepare_pointers();
     void image(int i, int step_index);
     void plain_pointer(int i);
