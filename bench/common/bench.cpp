@@ -107,13 +107,13 @@ std::int64_t slotBytes = 0;
 
 // Copies of a row's images that an out-of-cache row cycles through: enough that together they
 // hold twice the largest cache, so that every call finds its images evicted since their last
-// use, and at least two.
+// use, and at least two; one when a call alone touches that much and so evicts its own data.
 int slots_for(std::int64_t bytesPerSlot)
 {
     std::int32_t cache = 0;
     const std::int64_t pool = 2 * (kelGetMaxCacheSizeB(&cache) == kelStatusOk && cache > 0 ? std::int64_t(cache) : 256 << 20);
     const std::int64_t n = bytesPerSlot > 0 ? (pool + bytesPerSlot - 1) / bytesPerSlot : 2;
-    return int(std::clamp<std::int64_t>(n, 2, 64));
+    return int(std::clamp<std::int64_t>(n, bytesPerSlot >= pool ? 1 : 2, 64));
 }
 
 void run(benchmark::State& state, const Setup& setup, Size s, int bytesPerPixel)
@@ -162,6 +162,8 @@ void add(const std::string& prefix, int bytesPerPixel, const Setup& setup, const
 }
 
 }  // namespace
+
+void touches(std::int64_t bytes) { slotBytes += bytes; }
 
 const std::vector<Image>& images(Size s, int channels, int elementBytes, int cvDepth, Fill fill, int count)
 {

@@ -90,6 +90,10 @@ template <class T> const std::vector<Image>& images(Size s, int channels, int co
     return images(s, channels, int(sizeof(T)), cv::DataType<T>::depth, fill_of<T>(), count);
 }
 
+// Counts memory a setup's call touches besides its images (an output array the setup owns), so
+// that an out-of-cache row makes no more copies than the caches need.
+void touches(std::int64_t bytes);
+
 // Makes a value observable, so that work whose result is otherwise unused (an allocation
 // released at once) is not optimised away. Through a const reference on purpose: GCC has been
 // seen to miscompile the read-write form of DoNotOptimize under the sanitizers.

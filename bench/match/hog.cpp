@@ -42,6 +42,7 @@ template <int C, class Fn> void rows_for(const std::string& name, Fn fn)
         p->buffer.resize(bufferSize);
         p->at = every_8_pixels(s);
         p->out.resize(p->at.size() * descriptorBytes / 4);
+        bench::touches(std::int64_t(p->out.size()) * 4);
         return bench::Call([&im, p, fn, s] {
             const Kel8u value[3] = {0, 0, 0};
             if constexpr (C == 1)
@@ -62,6 +63,7 @@ template <int C, class Fn> void rows_for(const std::string& name, Fn fn)
         std::vector<cv::Point> at;
         for (const KeliPoint& p : every_8_pixels(s)) at.emplace_back(p.x, p.y);
         auto out = std::make_shared<std::vector<float>>();
+        bench::touches(std::int64_t(at.size()) * hog->getDescriptorSize() * 4);
         return bench::Call([in = im[0].mat(), hog, at, out] {
             hog->compute(in, *out, cv::Size(8, 8), cv::Size(0, 0), at);
             return 0;
