@@ -69,10 +69,10 @@ struct NoiseGenerator {
 private:
     std::uint32_t subtract_step()
     {
+        // The sign spread over the word is the borrow: no branch, whose outcome is a coin toss.
         const std::uint32_t d = x1 - x2 + borrow;
-        const bool negative = static_cast<std::int32_t>(d) < 0;
-        borrow = negative ? 0xFFFFFFFFu : 0u;
-        const std::uint32_t r = d - (negative ? 18u : 0u);
+        borrow = static_cast<std::uint32_t>(static_cast<std::int32_t>(d) >> 31);
+        const std::uint32_t r = d - (borrow & 18u);
         x2 = x1, x1 = x0, x0 = r;
         return r;
     }
@@ -138,13 +138,13 @@ public:
         while (i < n) {
             const std::size_t rounds = std::min((n - i + 1) / 2, kRounds);
             alignas(16) double a[kRounds], b[kRounds], w[kRounds];
-            for (std::size_t k = 0; k < rounds; ++k) {
-                for (;;) {
-                    a[k] = static_cast<double>(gen_.next()) * 4.656612873077e-10;
-                    b[k] = static_cast<double>(gen_.next()) * 4.656612873077e-10;
-                    w[k] = a[k] * a[k] + b[k] * b[k];
-                    if (!(w[k] >= 1.0 || w[k] == 0.0)) break;
-                }
+            // A rejected round is overwritten by the next: the count moves on by the test's
+            // outcome, which no branch has to guess (one round in five fails it).
+            for (std::size_t k = 0; k < rounds;) {
+                a[k] = static_cast<double>(gen_.next()) * 4.656612873077e-10;
+                b[k] = static_cast<double>(gen_.next()) * 4.656612873077e-10;
+                w[k] = a[k] * a[k] + b[k] * b[k];
+                k += static_cast<std::size_t>(w[k] < 1.0) & static_cast<std::size_t>(w[k] != 0.0);
             }
             // f = sqrt(ln(w) * -2 / w), over whole pairs of lanes (a last odd one repeats w).
             for (std::size_t k = 0; k < rounds; k += 2) {
