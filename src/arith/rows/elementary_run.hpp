@@ -80,38 +80,39 @@ inline Flags flagged_run(const Op& given, const T* s, T* d, std::size_t n)
     return f;
 }
 
-// A table of 256 entries for 8u sources: the result in the low byte, and the flags the input
-// raises above it (bit 8 zero, bit 9 negative). Lookups are scalar, unrolled by four.
+// A table of the 256 results for 8u sources, of a function whose only flagged input is 0 (the
+// logarithm's). Lookups are scalar: a load of the element, one of its result and a store, no
+// more than the plainest table loop; the flag comes from a vector scan for zeros beforehand
+// (beforehand since in place the lookups overwrite the source).
 struct ByteTable {
-    static constexpr unsigned kZero = 0x100, kNegative = 0x200;
-    unsigned short entry[256];
+    Kel8u entry[256];
 };
+
+// Whether a colour element of the run is 0.
+template <bool Alpha> inline bool has_zero_element(const Kel8u* s, std::size_t n)
+{
+    const __m128i keep = Alpha ? alpha_mask<Kel8u>(0) : _mm_setzero_si128();
+    __m128i zeros = _mm_setzero_si128();
+    std::size_t i = 0;
+    for (; i + 16 <= n; i += 16)
+        zeros = _mm_or_si128(zeros, _mm_andnot_si128(keep, _mm_cmpeq_epi8(simd::loadu(s + i), _mm_setzero_si128())));
+    bool zero = !_mm_testz_si128(zeros, zeros);
+    for (; i < n; ++i) zero |= colour_element<Alpha>(i) && s[i] == 0;
+    return zero;
+}
 
 template <bool Alpha> inline Flags table_run(const ByteTable& t, const Kel8u* s, Kel8u* d, std::size_t n)
 {
-    unsigned seen = 0;
-    std::size_t i = 0;
-    if constexpr (Alpha) {
-        for (; i + 4 <= n; i += 4) {
-            const unsigned a = t.entry[s[i]], b = t.entry[s[i + 1]], c = t.entry[s[i + 2]];
-            seen |= a | b | c;
-            d[i] = Kel8u(a), d[i + 1] = Kel8u(b), d[i + 2] = Kel8u(c);
-        }
-    } else {
-        for (; i + 4 <= n; i += 4) {
-            const unsigned a = t.entry[s[i]], b = t.entry[s[i + 1]], c = t.entry[s[i + 2]], e = t.entry[s[i + 3]];
-            seen |= a | b | c | e;
-            d[i] = Kel8u(a), d[i + 1] = Kel8u(b), d[i + 2] = Kel8u(c), d[i + 3] = Kel8u(e);
-        }
-        for (; i < n; ++i) {
-            const unsigned a = t.entry[s[i]];
-            seen |= a;
-            d[i] = Kel8u(a);
-        }
-    }
     Flags f;
-    f.zero = (seen & ByteTable::kZero) != 0;
-    f.negative = (seen & ByteTable::kNegative) != 0;
+    f.zero = has_zero_element<Alpha>(s, n);
+    std::size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const Kel8u a = t.entry[s[i]], b = t.entry[s[i + 1]], c = t.entry[s[i + 2]];
+        d[i] = a, d[i + 1] = b, d[i + 2] = c;
+        if constexpr (!Alpha) d[i + 3] = t.entry[s[i + 3]];
+    }
+    for (; i < n; ++i)
+        if (colour_element<Alpha>(i)) d[i] = t.entry[s[i]];
     return f;
 }
 
