@@ -63,8 +63,10 @@ inline void fence() { _mm_sfence(); }
 
 // Distance at which streaming loops ask for the lines they will touch next. Prefetching the
 // destination as well as the source matters: an ordinary store to a line not in cache first
-// has to read it, and asking early hides that read behind the work on earlier lines.
-constexpr std::size_t kPrefetchBytes = 1024;
+// has to read it, and asking early hides that read behind the work on earlier lines. Eight
+// lines ahead: at sixteen, loops over three streams ran 10-20% slower out of cache on a
+// processor with a deep hardware prefetcher, and two-stream loops gained nothing.
+constexpr std::size_t kPrefetchBytes = 512;
 inline void prefetch_ahead(const void* p)
 {
     _mm_prefetch(static_cast<const char*>(p) + kPrefetchBytes, _MM_HINT_T0);

@@ -203,6 +203,36 @@ TEST(Mirror, ChecksInOrderWriteNothing)
     EXPECT_EQ(mirror(src.data(), ss, dst.data() + 7 * ds / 2, -ds, ok, 0), kelStatusOk);
 }
 
+// A step below the row's length makes the destination's rows overlap: steps are the caller's,
+// so such calls run, and must stay within the span the region and step give. Pixels that two
+// rows share are swapped through copies (read both, then write), which the sanitizer build
+// checks for overlapping copies.
+TEST(Mirror, OverlappingRowsStayWithinTheirSpan)
+{
+    constexpr int P = 12, guard = 64;  // 32s C3 pixels
+    auto run = [&](int width, int height, int step, auto&& call) {
+        std::vector<Kel8u> buffer(guard + std::size_t(height - 1) * step + width * P + guard, 0xA5);
+        Kel8u* first = buffer.data() + guard;
+        for (int y = 0; y < height; ++y)
+            for (int b = 0; b < width * P; ++b) first[y * step + b] = Kel8u(31 * y + b);
+        ASSERT_EQ(call(first), kelStatusOk);
+        for (int k = 0; k < guard; ++k) {
+            ASSERT_EQ(buffer[k], 0xA5) << "before the span";
+            ASSERT_EQ(buffer[buffer.size() - 1 - k], 0xA5) << "after the span";
+        }
+    };
+    std::vector<Kel32s> src(13 * 4 * 3, 5);
+    for (int flip = 3; flip <= 4; ++flip)
+        run(13, 4, 152, [&](Kel8u* d) {
+            return keliMirror_32s_C3R(src.data(), 4 * P, reinterpret_cast<Kel32s*>(d), 152, KeliSize{13, 4}, KeliAxis(flip));
+        });
+    for (int flip = 0; flip <= 2; ++flip)
+        run(13, 4, 152, [&](Kel8u* d) {
+            return keliMirror_32s_C3IR(reinterpret_cast<Kel32s*>(d), 152, KeliSize{13, 4}, KeliAxis(flip));
+        });
+    run(5, 5, 40, [&](Kel8u* d) { return keliTranspose_32s_C3IR(reinterpret_cast<Kel32s*>(d), 40, KeliSize{5, 5}); });
+}
+
 template <class T> void transpose_sweep(const std::vector<Members<T>>& members)
 {
     kit::Rng rng;

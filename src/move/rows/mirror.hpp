@@ -95,13 +95,19 @@ namespace mirror_detail {
 
 template <class Policy> inline void move_pixel(Byte* d, const Byte* s) { std::memcpy(d, s, Policy::movedBytes); }
 
-template <class Policy> inline void swap_pixel(Byte* a, Byte* b)
+// N bytes at a and at b change places. Both are read before either is written, as the vector
+// kernels do: a step below the row's length makes rows (and so the two pixels) overlap, and the
+// result must then still be defined, the same whichever path a pixel takes.
+template <std::size_t N> inline void swap_bytes(Byte* a, Byte* b)
 {
-    Byte t[Policy::movedBytes];
-    std::memcpy(t, a, Policy::movedBytes);
-    std::memcpy(a, b, Policy::movedBytes);
-    std::memcpy(b, t, Policy::movedBytes);
+    Byte ta[N], tb[N];
+    std::memcpy(ta, a, N);
+    std::memcpy(tb, b, N);
+    std::memcpy(a, tb, N);
+    std::memcpy(b, ta, N);
 }
+
+template <class Policy> inline void swap_pixel(Byte* a, Byte* b) { swap_bytes<Policy::movedBytes>(a, b); }
 
 }  // namespace mirror_detail
 

@@ -182,12 +182,7 @@ template <std::size_t P> inline void transpose_square_inplace(Byte* p, std::ptrd
     }
     const std::size_t done = B::vector ? full : 0;
     for (std::size_t y = 0; y < n; ++y)
-        for (std::size_t x = (y < done ? done : y + 1); x < n; ++x) {
-            Byte t[P];
-            std::memcpy(t, at(x, y), P);
-            std::memcpy(at(x, y), at(y, x), P);
-            std::memcpy(at(y, x), t, P);
-        }
+        for (std::size_t x = (y < done ? done : y + 1); x < n; ++x) mirror_detail::swap_bytes<P>(at(x, y), at(y, x));
 }
 
 }  // namespace keli::rows
