@@ -950,11 +950,13 @@ void Call::run_checked()
         }
         if (!w.rows || w.buffer->size() > (8u << 20)) continue;
         // Outside the rows the region and step describe nothing may change.
+        // Row positions in 128 bits: a step near 2^62 times a row number leaves 64 bits.
         std::vector<unsigned char> inside(w.buffer->size(), 0);
+        const __int128 size = static_cast<__int128>(inside.size());
         for (int64_t r = 0; r < w.rows; ++r) {
-            int64_t at = w.origin + r * w.step;
-            for (int64_t c = 0; c < w.row_bytes; ++c)
-                if (at + c >= 0 && at + c < static_cast<int64_t>(inside.size())) inside[at + c] = 1;
+            const __int128 at = static_cast<__int128>(w.origin) + static_cast<__int128>(r) * w.step;
+            const __int128 from = std::max<__int128>(at, 0), to = std::min<__int128>(at + w.row_bytes, size);
+            for (__int128 k = from; k < to; ++k) inside[static_cast<size_t>(k)] = 1;
         }
         const unsigned char* now = w.buffer->data();
         for (size_t k = 0; k < inside.size(); ++k)
