@@ -97,6 +97,8 @@ struct SqrtFloatOp : NoFlags {
 struct LnFloatOp {
     using T = Kel32f;
     static constexpr std::size_t kVectorFrom = 12;
+    bool plain(__m128 x) const { return fmath::all_normal(x); }
+    __m128 apply_plain(__m128 x) const { return fmath::log_normal(x, _mm_setzero_si128()); }
     __m128 apply(__m128 x) const { return fmath::log_ps(x); }
     T apply(T x) const { return fmath::log1(x); }
     __m128i zero(__m128 x) const { return _mm_castps_si128(_mm_cmpeq_ps(x, _mm_setzero_ps())); }

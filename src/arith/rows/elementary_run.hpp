@@ -7,6 +7,8 @@
 //         simd::reg_t<T> apply(simd::reg_t<T> x) const;   T apply(T x) const;
 //         __m128i zero(simd::reg_t<T> x) const;           bool zero(T x) const;      // flagged inputs
 //         __m128i negative(simd::reg_t<T> x) const;       bool negative(T x) const;
+//         // optional: one test that no lane is flagged or special, and the result then
+//         bool plain(simd::reg_t<T> x) const;             simd::reg_t<T> apply_plain(simd::reg_t<T> x) const;
 //     };
 //
 // As in the arithmetic's loops the elements before the destination's 16-byte boundary and after
@@ -16,6 +18,7 @@
 
 #include <cstddef>
 #include <type_traits>
+#include <utility>
 
 #include "arith/rows/run.hpp"
 #include "simd/sse.hpp"
@@ -25,6 +28,11 @@ namespace keli::rows {
 struct Flags {
     bool zero = false, negative = false;
 };
+
+template <class Op, class = void> struct HasPlain : std::false_type {};
+template <class Op>
+struct HasPlain<Op, std::void_t<decltype(std::declval<const Op&>().plain(std::declval<simd::reg_t<typename Op::T>>()))>>
+    : std::true_type {};
 
 template <bool Alpha, class Op, class T = typename Op::T>
 inline Flags flagged_run(const Op& given, const T* s, T* d, std::size_t n)
@@ -52,12 +60,17 @@ inline Flags flagged_run(const Op& given, const T* s, T* d, std::size_t n)
             constexpr bool AS = decltype(alignS)::value, AD = decltype(alignD)::value;
             auto one = [&](std::size_t at) {
                 const auto x = AS ? simd::loada(s + at) : simd::loadu(s + at);
+                auto store = [&](auto r) {
+                    if constexpr (std::is_same_v<T, Kel32f>)
+                        put<Alpha, AD>(reinterpret_cast<Kel32s*>(d + at), _mm_castps_si128(r), keep);
+                    else put<Alpha, AD>(d + at, r, keep);
+                };
+                if constexpr (HasPlain<Op>::value) {
+                    if (op.plain(x)) return store(op.apply_plain(x));
+                }
                 zeros = _mm_or_si128(zeros, _mm_andnot_si128(keep, op.zero(x)));
                 negatives = _mm_or_si128(negatives, _mm_andnot_si128(keep, op.negative(x)));
-                const auto r = op.apply(x);
-                if constexpr (std::is_same_v<T, Kel32f>)
-                    put<Alpha, AD>(reinterpret_cast<Kel32s*>(d + at), _mm_castps_si128(r), keep);
-                else put<Alpha, AD>(d + at, r, keep);
+                store(op.apply(x));
             };
             // A cache line a turn with the lines ahead asked for, which keeps the cheap ops at
             // memory speed out of cache.

@@ -46,11 +46,16 @@ inline __m128 log_normal(__m128 x, __m128i shift)
     return _mm_add_ps(_mm_sub_ps(f, _mm_sub_ps(hfsq, lo)), _mm_mul_ps(ef, splat(0.693359375f)));
 }
 
+// Whether every lane is a positive normal finite number: the common case, which needs neither
+// the special values' blends nor any flag of a zero or negative argument.
+inline bool all_normal(__m128 x)
+{
+    return _mm_movemask_ps(_mm_and_ps(_mm_cmpge_ps(x, splat(FLT_MIN)), _mm_cmple_ps(x, splat(FLT_MAX)))) == 15;
+}
+
 inline __m128 log_ps(__m128 x)
 {
-    // Positive normal finite lanes, the common case, skip the special values' blends.
-    const __m128 normal = _mm_and_ps(_mm_cmpge_ps(x, splat(FLT_MIN)), _mm_cmple_ps(x, splat(FLT_MAX)));
-    if (_mm_movemask_ps(normal) == 15) return log_normal(x, _mm_setzero_si128());
+    if (all_normal(x)) return log_normal(x, _mm_setzero_si128());
     // Numbers below the normal range are brought into it first: times 2^25, exponent less 25.
     const __m128 tiny = _mm_cmplt_ps(x, splat(FLT_MIN));
     const __m128 scaled = _mm_blendv_ps(x, _mm_mul_ps(x, splat(33554432.0f)), tiny);
