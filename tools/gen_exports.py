@@ -143,6 +143,19 @@ HEADER_BOTTOM = """
 """
 
 
+def unused_names_commented(proto, body):
+    """The prototype with the names of parameters its body never uses in comments, as C++ writes
+    a parameter that is part of the interface but not of this implementation."""
+    head, params = proto[: proto.index("(") + 1], proto[proto.index("(") + 1 : proto.rindex(")")]
+    kept = []
+    for param in params.split(","):
+        m = re.fullmatch(r"(.*?[\s*&])(\w+)(\s*)", param)
+        if m and "(" not in param and not re.search(rf"\b{m.group(2)}\b", body):
+            param = f"{m.group(1)}/*{m.group(2)}*/{m.group(3)}"
+        kept.append(param)
+    return head + ",".join(kept) + proto[proto.rindex(")") :]
+
+
 def render(tables):
     header = [HEADER_TOP]
     bindings = {}
@@ -170,7 +183,7 @@ def render(tables):
                 raise TableError(f"{name} appears in {seen[name]} and {rel}")
             seen[name] = rel
             header.append(f"KELI_API {proto};\n")
-            source.append(f"\nKELI_API {proto}\n{{\n    return {body};\n}}\n")
+            source.append(f"\nKELI_API {unused_names_commented(proto, body)}\n{{\n    return {body};\n}}\n")
         source.append('\n}  // extern "C"\n')
         out = ROOT / "src" / subsystem / "exports" / (path.stem.replace("-", "_") + ".cpp")
         bindings[out] = "".join(source)

@@ -67,12 +67,8 @@ inline void transpose_blocked(const T* src, int srcStep, T* dst, int dstStep, st
             const std::size_t xEnd = bx + kBlockSide < fullW ? bx + kBlockSide : fullW;
             for (std::size_t ty = by; ty < yEnd; ty += kTile)
                 for (std::size_t tx = bx; tx < xEnd; tx += kTile) {
-                    // The next tile of the block: along the band, or the start of the next band.
-                    std::size_t nx = tx + kTile, ny = ty;
-                    if (nx >= xEnd) nx = bx, ny = ty + kTile;
-                    const bool last = ny >= yEnd;  // nothing ahead to ask for
-                    rows::TileLookahead ahead(s, srcStep, P, (kTile / K) * (kTile / K), last ? tx : nx, last ? ty : ny,
-                                              kTile, last ? 0 : kTile);
+                    auto ahead = rows::TileLookahead::after(s, srcStep, P, (kTile / K) * (kTile / K), tx, ty, kTile,
+                                                            bx, xEnd, yEnd);
                     for (std::size_t y = 0; y < kTile; y += K)
                         for (std::size_t x = 0; x < kTile; x += K) {
                             ahead.next_block();

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -241,8 +242,9 @@ TEST(Elementary, FloatMembersMatchOverTheSweep)
                 return rng.below(2) ? kit::arith::edgy<float>(rng) : float(rng.below(200) - 100) / 3.0f;
             },
             {40});
-        if (m.layout.channels == 1)
+        if (m.layout.channels == 1) {
             for (float x : {1.5f, 0.25f, 80.0f, 1e-40f}) ASSERT_TRUE(kit::arith::same(one(m.r, x), oneI(m.ir, x)));
+        }
     }
 }
 
@@ -280,23 +282,30 @@ TEST(Elementary, FloatLnAndExpAreAccurate)
         if (want < FLT_MIN) ASSERT_LE(std::fabs(static_cast<long double>(d[i]) - want), 2.0L * 1.4e-45L) << x[i];
         else ASSERT_LE(ulps(d[i], want), 3.0) << x[i] << " gave " << d[i];
     }
-    const float special[] = {0.0f, -0.0f, -1.0f, INFINITY, -INFINITY, NAN, 89.0f, -104.0f};
-    float out[8];
-    keliLn_32f_C1R(special, 32, out, 32, {8, 1});
-    EXPECT_EQ(out[0], -INFINITY);
-    EXPECT_EQ(out[1], -INFINITY);
-    EXPECT_TRUE(std::isnan(out[2]));
-    EXPECT_EQ(out[3], INFINITY);
-    EXPECT_TRUE(std::isnan(out[4]));
-    EXPECT_TRUE(std::isnan(out[5]));
-    ASSERT_EQ(keliExp_32f_C1R(special, 32, out, 32, {8, 1}), kelStatusOk);
-    EXPECT_EQ(out[0], 1.0f);
-    EXPECT_EQ(out[2], float(std::exp(-1.0L)));
-    EXPECT_EQ(out[3], INFINITY);
-    EXPECT_EQ(out[4], 0.0f);
-    EXPECT_TRUE(std::isnan(out[5]));
-    EXPECT_EQ(out[6], INFINITY);
-    EXPECT_EQ(out[7], 0.0f);
+    // Each special value alone and at every lane of a vector among ordinary arguments, which
+    // the vector body must send to the special path.
+    const float negativeNan = -std::numeric_limits<float>::quiet_NaN();
+    const float special[] = {0.0f, -0.0f, -1.0f, INFINITY, -INFINITY, NAN, negativeNan, 89.0f, -104.0f, 1e-40f, -1e-40f};
+    const auto ln_of = [](float x) -> long double { return x < 0 ? NAN : std::log(static_cast<long double>(x)); };
+    const auto exp_of = [](float x) -> long double {
+        return x > 88.8f ? INFINITY : x < -104.0f ? 0.0L : std::exp(static_cast<long double>(x));
+    };
+    for (float v : special)
+        for (int at = 0; at < 17; ++at) {
+            const int width = at == 16 ? 1 : 16;
+            float row[16], out[16];
+            std::fill(row, row + 16, 2.5f);
+            row[at % 16] = v;
+            ASSERT_EQ(keliLn_32f_C1R(row, 64, out, 64, {width, 1}),
+                      v == 0 ? kelStatusLnZeroArg : v < 0 ? kelStatusLnNegArg : kelStatusOk) << v;
+            for (int i = 0; i < width; ++i) ASSERT_LE(ulps(out[i], ln_of(row[i])), 3.0) << v << " at " << at;
+            ASSERT_EQ(keliExp_32f_C1R(row, 64, out, 64, {width, 1}), kelStatusOk);
+            for (int i = 0; i < width; ++i) {
+                if (row[i] == -104.0f) ASSERT_LE(std::fabs(out[i] - float(exp_of(row[i]))), 1.5e-45f);
+                else if (row[i] != 1e-40f && row[i] != -1e-40f) ASSERT_LE(ulps(out[i], exp_of(row[i])), 3.0) << v << " at " << at;
+                else ASSERT_EQ(out[i], 1.0f);
+            }
+        }
 }
 
 // ---- warnings ----------------------------------------------------------------------------------

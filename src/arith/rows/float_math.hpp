@@ -37,9 +37,9 @@ inline __m128 log_normal(__m128 x, __m128i shift)
     const __m128 f = _mm_sub_ps(m, splat(1.0f));
     const __m128 s = _mm_div_ps(f, _mm_add_ps(f, splat(2.0f)));
     const __m128 z = _mm_mul_ps(s, s);
-    const __m128 w = _mm_mul_ps(z, z);
-    const __m128 r = _mm_mul_ps(z, _mm_add_ps(_mm_add_ps(_mm_mul_ps(splat(0x1.995e34p-2f), z), splat(0x1.55557ap-1f)),
-                                              _mm_mul_ps(w, splat(0x1.31eebep-2f))));
+    const __m128 r = _mm_mul_ps(
+        z, _mm_add_ps(_mm_mul_ps(_mm_add_ps(_mm_mul_ps(splat(0x1.31eebep-2f), z), splat(0x1.995e34p-2f)), z),
+                      splat(0x1.55557ap-1f)));
     const __m128 hfsq = _mm_mul_ps(_mm_mul_ps(f, f), splat(0.5f));
     const __m128 ef = _mm_cvtepi32_ps(_mm_sub_epi32(e, shift));
     const __m128 lo = _mm_add_ps(_mm_mul_ps(s, _mm_add_ps(hfsq, r)), _mm_mul_ps(ef, splat(-2.12194440e-4f)));
@@ -47,10 +47,14 @@ inline __m128 log_normal(__m128 x, __m128i shift)
 }
 
 // Whether every lane is a positive normal finite number: the common case, which needs neither
-// the special values' blends nor any flag of a zero or negative argument.
+// the special values' blends nor any flag of a zero or negative argument. One integer compare
+// decides it: the bits plus 2^23 exceed 2^24 - 1 for exactly these lanes. Zeros and numbers
+// below the normal range stay below; infinity, not-a-number and the negative numbers carry the
+// sign bit, except the negative not-a-numbers from 0xFF800000, which wrap to below 2^23.
 inline bool all_normal(__m128 x)
 {
-    return _mm_movemask_ps(_mm_and_ps(_mm_cmpge_ps(x, splat(FLT_MIN)), _mm_cmple_ps(x, splat(FLT_MAX)))) == 15;
+    const __m128i t = _mm_add_epi32(_mm_castps_si128(x), _mm_set1_epi32(0x00800000));
+    return _mm_movemask_ps(_mm_castsi128_ps(_mm_cmpgt_epi32(t, _mm_set1_epi32(0x00FFFFFF)))) == 15;
 }
 
 inline __m128 log_ps(__m128 x)

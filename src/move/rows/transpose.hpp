@@ -6,6 +6,7 @@
 // fixed-size moves, and so do the edges of every image that whole blocks do not cover.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -93,6 +94,19 @@ public:
     {
     }
 
+    // The look-ahead for the tile after (tx, ty) in tiles of at most `tile` pixels a side, walked
+    // band by band over columns [x0, xEnd) and down to row yEnd; after the last, none.
+    static TileLookahead after(const Byte* src, std::ptrdiff_t srcStep, std::size_t pixelBytes,
+                               std::size_t blocksPerTile, std::size_t tx, std::size_t ty, std::size_t tile,
+                               std::size_t x0, std::size_t xEnd, std::size_t yEnd)
+    {
+        std::size_t nx = tx + tile, ny = ty;
+        if (nx >= xEnd) nx = x0, ny = ty + tile;
+        if (ny >= yEnd) return TileLookahead(src, srcStep, pixelBytes, blocksPerTile, tx, ty, 0, 0);
+        return TileLookahead(src, srcStep, pixelBytes, blocksPerTile, nx, ny, std::min(tile, xEnd - nx),
+                             std::min(tile, yEnd - ny));
+    }
+
     void next_block()
     {
         for (std::size_t k = 0; k < perBlock_ && line_ < rows_; ++k) {
@@ -121,13 +135,8 @@ inline void transpose_region(const Byte* src, std::ptrdiff_t srcStep, Byte* dst,
         for (std::size_t tx = 0; tx < fullW; tx += tile) {
             const std::size_t yEnd = ty + tile < fullH ? ty + tile : fullH;
             const std::size_t xEnd = tx + tile < fullW ? tx + tile : fullW;
-            // The next tile along the band, or the first of the next band.
-            std::size_t nx = tx + tile, ny = ty;
-            if (nx >= fullW) nx = 0, ny = ty + tile;
-            if (ny >= fullH) nx = tx, ny = ty;  // the last tile: nothing ahead to ask for
-            const std::size_t nh = ny == ty && nx == tx ? 0 : ny + tile < fullH ? tile : fullH - ny;
-            const std::size_t nw = nx + tile < fullW ? tile : fullW - nx;
-            TileLookahead ahead(src, srcStep, P, ((yEnd - ty) / B::K) * ((xEnd - tx) / B::K), nx, ny, nw, nh);
+            auto ahead = TileLookahead::after(src, srcStep, P, ((yEnd - ty) / B::K) * ((xEnd - tx) / B::K), tx, ty,
+                                              tile, 0, fullW, fullH);
             for (std::size_t y = ty; y < yEnd; y += B::K)
                 for (std::size_t x = tx; x < xEnd; x += B::K) {
                     ahead.next_block();

@@ -4,7 +4,7 @@
 
 extern "C" {
 
-KELI_API KelStatus keliMomentGetStateSize_64f(KelHintAlgorithm hint, int* pSize)
+KELI_API KelStatus keliMomentGetStateSize_64f(KelHintAlgorithm /*hint*/, int* pSize)
 {
     return keli::moment_state_size(pSize);
 }
