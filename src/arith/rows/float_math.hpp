@@ -112,7 +112,8 @@ inline __m128 exp_reduced(__m128 c)
 
 inline __m128 exp_ps(__m128 x)
 {
-    const __m128 normal = _mm_and_ps(_mm_cmpge_ps(x, splat(-87.0f)), _mm_cmple_ps(x, splat(88.0f)));
+    // x in [-87, 88] as |x - 0.5| <= 87.5, both exact: one compare, false for not-a-number.
+    const __m128 normal = _mm_cmple_ps(_mm_andnot_ps(splat(-0.0f), _mm_sub_ps(x, splat(0.5f))), splat(87.5f));
     if (_mm_movemask_ps(normal) == 15) return exp_normal(x);
     // The lanes in range take the same path as above, whatever their neighbours; the results
     // near the top and below the normal range take the two powers, where some lane needs them,
