@@ -68,11 +68,63 @@ template <class T> constexpr bool exact_in_f32(int mask)
     return largest * mask < (std::int64_t(1) << 24);
 }
 
+// Masks from which a row of one channel is summed as a running sum: below, the direct sums of
+// the few taps cost no more.
+constexpr int kRunningFrom = 7;
+
+// Whether a row of one channel takes the running sum: bytes while a sum fits 16-bit lanes, the
+// wider types while the sums are exact in f32 (then exact in 32-bit lanes too).
+template <class T> constexpr bool runs(int mask)
+{
+    return mask >= kRunningFrom && (sizeof(T) == 1 ? mask <= 257 : exact_in_f32<T>(mask));
+}
+
+// One channel, n >= 1: out[0] directly, then out[e] = out[e - 1] + first[e - 1 + mask] -
+// first[e - 1], a vector at a time: the differences' prefix sums over the lanes plus the last
+// sum before them. Bytes run eight 16-bit lanes: every sum lies in [0, 255 mask], below 2^16,
+// so lanes that wrap on the way still end on it. The sums are integers below 2^24, and so the
+// ordered f32 sums.
+template <class T> void running_sums(const T* first, int mask, Kel32f* out, std::int64_t n)
+{
+    constexpr bool bytes = sizeof(T) == 1;
+    constexpr int L = bytes ? 8 : 4;
+    std::int32_t total = 0;
+    for (int i = 0; i < mask; ++i) total += first[i];
+    out[0] = static_cast<float>(total);
+    std::int64_t e = 1;
+    __m128i carry = bytes ? _mm_set1_epi16(static_cast<short>(total)) : _mm_set1_epi32(total);
+    for (; e + L <= n; e += L) {
+        const T* gone = first + e - 1;
+        if constexpr (bytes) {
+            const auto eight = [](const Kel8u* p) { return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); };
+            __m128i v = _mm_sub_epi16(eight(gone + mask), eight(gone));
+            v = _mm_add_epi16(v, _mm_slli_si128(v, 2));
+            v = _mm_add_epi16(v, _mm_slli_si128(v, 4));
+            v = _mm_add_epi16(_mm_add_epi16(v, _mm_slli_si128(v, 8)), carry);
+            carry = _mm_shuffle_epi8(v, _mm_set1_epi16(0x0F0E));
+            _mm_storeu_ps(out + e, _mm_cvtepi32_ps(_mm_cvtepu16_epi32(v)));
+            _mm_storeu_ps(out + e + 4, _mm_cvtepi32_ps(_mm_unpackhi_epi16(v, _mm_setzero_si128())));
+        } else {
+            __m128i v = _mm_sub_epi32(widen4(gone + mask), widen4(gone));
+            v = _mm_add_epi32(v, _mm_slli_si128(v, 4));
+            v = _mm_add_epi32(_mm_add_epi32(v, _mm_slli_si128(v, 8)), carry);
+            carry = _mm_shuffle_epi32(v, 0xFF);
+            _mm_storeu_ps(out + e, _mm_cvtepi32_ps(v));
+        }
+    }
+    total = bytes ? static_cast<std::uint16_t>(_mm_extract_epi16(carry, 0)) : _mm_cvtsi128_si32(carry);
+    for (; e < n; ++e) {
+        total += first[e - 1 + mask] - first[e - 1];
+        out[e] = static_cast<float>(total);
+    }
+}
+
 // out[e] = sum of first[e + i * stride] for i < mask, in order, for e < n. `stride` is in
 // elements: the channel count along a row, the row step down a column.
 template <class T> void sums(const T* first, std::int64_t stride, int mask, Kel32f* out, std::int64_t n)
 {
     std::int64_t e = 0;
+    if (stride == 1 && runs<T>(mask) && n >= 1) return running_sums(first, mask, out, n);
     if (exact_in_f32<T>(mask)) {
         if constexpr (sizeof(T) == 1) {
             // Bytes: eight sums a turn in 16-bit lanes while 255 * mask fits them.

@@ -238,20 +238,18 @@ TEST(FilterBoxBorder, ChecksRunInOrder)
 }
 
 // The one-dimensional sums against a plain model: f32 additions in order, the reach read from
-// the caller's image on both sides; the anchor is checked unsigned.
-TEST(SumWindowRowColumn, SumsInOrderOverTheCallersPixels)
+// the caller's image on both sides; the anchor is checked unsigned. Rows reach past a few
+// vectors and masks past the byte rows' running-sum threshold, for every source type.
+template <class T> using WindowFn = KelStatus (*)(const T*, int, Kel32f*, int, KeliSize, int, int);
+template <class T> void check_window_sums(const WindowFn<T> (&rows)[3], const WindowFn<T> (&cols)[3])
 {
     kit::Rng random;
-    for (int n = 0; n < 40; ++n) {
-        const int w = 1 + random.below(23), h = 1 + random.below(5), mask = 1 + random.below(9);
+    for (int n = 0; n < 60; ++n) {
+        const int w = 1 + random.below(n < 30 ? 23 : 70), h = 1 + random.below(5), mask = 1 + random.below(20);
         const int anchor = random.below(mask), C = n % 3 == 0 ? 1 : n % 3 == 1 ? 3 : 4;
-        Framed<Kel16s> img(w, h, C);
-        for (auto& v : img.data) v = random.any<Kel16s>();
+        Framed<T> img(w, h, C);
+        for (auto& v : img.data) v = random.any<T>();
         Framed<Kel32f> row(w, h, C), col(w, h, C);
-        using RowFn = KelStatus (*)(const Kel16s*, int, Kel32f*, int, KeliSize, int, int);
-        const RowFn rows[] = {keliSumWindowRow_16s32f_C1R, keliSumWindowRow_16s32f_C3R, keliSumWindowRow_16s32f_C4R};
-        const RowFn cols[] = {keliSumWindowColumn_16s32f_C1R, keliSumWindowColumn_16s32f_C3R,
-                              keliSumWindowColumn_16s32f_C4R};
         const int k = C == 1 ? 0 : C == 3 ? 1 : 2;
         ASSERT_EQ(rows[k](img.region(), img.step(), row.region(), row.step(), {w, h}, mask, anchor), kelStatusOk);
         ASSERT_EQ(cols[k](img.region(), img.step(), col.region(), col.step(), {w, h}, mask, anchor), kelStatusOk);
@@ -264,6 +262,18 @@ TEST(SumWindowRowColumn, SumsInOrderOverTheCallersPixels)
                     ASSERT_EQ(col.at(x, y, c), d) << w << "x" << h << " mask " << mask << " at " << x << "," << y;
                 }
     }
+}
+
+TEST(SumWindowRowColumn, SumsInOrderOverTheCallersPixels)
+{
+    check_window_sums<Kel8u>({keliSumWindowRow_8u32f_C1R, keliSumWindowRow_8u32f_C3R, keliSumWindowRow_8u32f_C4R},
+                             {keliSumWindowColumn_8u32f_C1R, keliSumWindowColumn_8u32f_C3R, keliSumWindowColumn_8u32f_C4R});
+    check_window_sums<Kel16u>({keliSumWindowRow_16u32f_C1R, keliSumWindowRow_16u32f_C3R, keliSumWindowRow_16u32f_C4R},
+                              {keliSumWindowColumn_16u32f_C1R, keliSumWindowColumn_16u32f_C3R,
+                               keliSumWindowColumn_16u32f_C4R});
+    check_window_sums<Kel16s>({keliSumWindowRow_16s32f_C1R, keliSumWindowRow_16s32f_C3R, keliSumWindowRow_16s32f_C4R},
+                              {keliSumWindowColumn_16s32f_C1R, keliSumWindowColumn_16s32f_C3R,
+                               keliSumWindowColumn_16s32f_C4R});
     Kel8u s[4] = {};
     Kel32f d[4] = {};
     EXPECT_EQ(keliSumWindowRow_8u32f_C1R(s, 4, nullptr, 16, {1, 1}, 3, 1), kelStatusNullPtr);
@@ -278,23 +288,25 @@ TEST(SumWindowRowColumn, SumsInOrderOverTheCallersPixels)
 TEST(SumWindowRowColumn, LongMasksKeepTheOrderedFloatSum)
 {
     kit::Rng random;
-    for (int mask : {200, 257, 300}) {
-        const int w = 19, width = w + mask;
-        std::vector<Kel8u> bytes(width);
-        std::vector<Kel16u> words(width);
-        for (auto& v : bytes) v = random.any<Kel8u>();
-        for (auto& v : words) v = Kel16u(60000 + random.below(5536));
-        std::vector<Kel32f> a(w), b(w);
-        ASSERT_EQ(keliSumWindowRow_8u32f_C1R(bytes.data() + 7, width, a.data(), w * 4, {w, 1}, mask, 7), kelStatusOk);
-        ASSERT_EQ(keliSumWindowRow_16u32f_C1R(words.data() + 7, width * 2, b.data(), w * 4, {w, 1}, mask, 7),
-                  kelStatusOk);
-        for (int x = 0; x < w; ++x) {
-            float sa = bytes[x], sb = words[x];
-            for (int i = 1; i < mask; ++i) sa += bytes[x + i], sb += words[x + i];
-            ASSERT_EQ(a[x], sa) << "mask " << mask << " at " << x;
-            ASSERT_EQ(b[x], sb) << "mask " << mask << " at " << x;
+    for (int mask : {200, 257, 300})
+        for (int w : {1, 8, 9, 19, 40}) {
+            const int width = w + mask;
+            std::vector<Kel8u> bytes(width);
+            std::vector<Kel16u> words(width);
+            // The widest rows are all 255: the largest sum a 16-bit lane must hold.
+            for (auto& v : bytes) v = w == 40 ? 255 : random.any<Kel8u>();
+            for (auto& v : words) v = Kel16u(60000 + random.below(5536));
+            std::vector<Kel32f> a(w), b(w);
+            ASSERT_EQ(keliSumWindowRow_8u32f_C1R(bytes.data() + 7, width, a.data(), w * 4, {w, 1}, mask, 7), kelStatusOk);
+            ASSERT_EQ(keliSumWindowRow_16u32f_C1R(words.data() + 7, width * 2, b.data(), w * 4, {w, 1}, mask, 7),
+                      kelStatusOk);
+            for (int x = 0; x < w; ++x) {
+                float sa = bytes[x], sb = words[x];
+                for (int i = 1; i < mask; ++i) sa += bytes[x + i], sb += words[x + i];
+                ASSERT_EQ(a[x], sa) << "mask " << mask << " at " << x;
+                ASSERT_EQ(b[x], sb) << "mask " << mask << " at " << x;
+            }
         }
-    }
 }
 
 // The border-less 64f mean: the window at (x - anchor.x, y - anchor.y), column sums first.
