@@ -89,6 +89,19 @@ const bench::Rows rows([] {
         });
         cv_row<Kel8u, Kel32f>(name, 1, {15, 1}, false, CV_32F);
     }
+    {
+        const char* name = "keliSumWindowColumn_8u32f_C1R@15";
+        bench::keli(name, 5, [](bench::Size s) {
+            const auto& src = bench::images<Kel8u>(bench::Size{s.width, s.height + 16}, 1, 1);
+            const auto& dst = bench::images<Kel32f>(s, 1, 1);
+            return bench::Call([&src, &dst, s] {
+                return keliSumWindowColumn_8u32f_C1R(bench::data<Kel8u>(src[0]) + 7 * std::ptrdiff_t(src[0].step),
+                                                     src[0].step, bench::data<Kel32f>(dst[0]), dst[0].step,
+                                                     bench::roi(s), 15, 7);
+            });
+        });
+        cv_row<Kel8u, Kel32f>(name, 1, {1, 15}, false, CV_32F);
+    }
 });
 
 }  // namespace

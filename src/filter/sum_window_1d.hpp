@@ -119,6 +119,22 @@ template <class T> void running_sums(const T* first, int mask, Kel32f* out, std:
     }
 }
 
+// out[e] = above[e] + entering[e] - leaving[e]: the window sum one row further down. The sums
+// are integers below 2^24, so they pass through 32-bit integers exactly, and no rounding mode
+// can turn a zero into -0 as a float addition might.
+template <class T>
+void slide_down(const Kel32f* above, const T* leaving, const T* entering, Kel32f* out, std::int64_t n)
+{
+    std::int64_t e = 0;
+    for (; e + 4 <= n; e += 4) {
+        const __m128i was = _mm_cvttps_epi32(_mm_loadu_ps(above + e));
+        const __m128i step = _mm_sub_epi32(widen4(entering + e), widen4(leaving + e));
+        _mm_storeu_ps(out + e, _mm_cvtepi32_ps(_mm_add_epi32(was, step)));
+    }
+    for (; e < n; ++e)
+        out[e] = static_cast<float>(static_cast<std::int32_t>(above[e]) + std::int32_t(entering[e]) - std::int32_t(leaving[e]));
+}
+
 // out[e] = sum of first[e + i * stride] for i < mask, in order, for e < n. `stride` is in
 // elements: the channel count along a row, the row step down a column.
 template <class T> void sums(const T* first, std::int64_t stride, int mask, Kel32f* out, std::int64_t n)
@@ -186,11 +202,19 @@ KelStatus sum_window_column(const T* pSrc, int srcStep, Kel32f* pDst, int dstSte
     // Column steps count in elements; a step that is not a multiple of the element size would
     // put the rows off the element grid, which no image has.
     const std::int64_t stride = srcStep / std::int64_t(sizeof(T));
+    const std::int64_t n = std::int64_t(roi.width) * C;
+    // From the second row on, a long mask moves down as a running sum from the row above, while
+    // the destination rows lie apart (the sum is read back from there).
+    const bool running = sum1d_detail::exact_in_f32<T>(maskSize) && maskSize >= sum1d_detail::kRunningFrom &&
+                         (dstStep >= 4 * n || dstStep <= -4 * n);
     for (std::int64_t y = 0; y < roi.height; ++y) {
         const T* top = reinterpret_cast<const T*>(reinterpret_cast<const unsigned char*>(pSrc) +
                                                   (y - anchor) * std::int64_t(srcStep));
         Kel32f* out = reinterpret_cast<Kel32f*>(reinterpret_cast<unsigned char*>(pDst) + y * dstStep);
-        sum1d_detail::sums(top, stride, maskSize, out, roi.width * C);
+        if (running && y > 0)
+            sum1d_detail::slide_down(reinterpret_cast<const Kel32f*>(reinterpret_cast<const unsigned char*>(out) - dstStep),
+                                     top - stride, top + (maskSize - 1) * stride, out, n);
+        else sum1d_detail::sums(top, stride, maskSize, out, n);
     }
     return kelStatusOk;
 }

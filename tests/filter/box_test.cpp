@@ -4,6 +4,7 @@
 // queried size at an odd address and guard bytes around everything written.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -245,8 +246,10 @@ template <class T> void check_window_sums(const WindowFn<T> (&rows)[3], const Wi
 {
     kit::Rng random;
     for (int n = 0; n < 60; ++n) {
-        const int w = 1 + random.below(n < 30 ? 23 : 70), h = 1 + random.below(5), mask = 1 + random.below(20);
-        const int anchor = random.below(mask), C = n % 3 == 0 ? 1 : n % 3 == 1 ? 3 : 4;
+        // Masks up to 19, the anchor placed so that the reach stays within the image's margin.
+        const int w = 1 + random.below(n < 30 ? 23 : 70), h = 1 + random.below(5), mask = 1 + random.below(19);
+        const int anchor = std::clamp(random.below(mask), mask - 1 - kit::kMargin, kit::kMargin);
+        const int C = n % 3 == 0 ? 1 : n % 3 == 1 ? 3 : 4;
         Framed<T> img(w, h, C);
         for (auto& v : img.data) v = random.any<T>();
         Framed<Kel32f> row(w, h, C), col(w, h, C);
@@ -274,6 +277,21 @@ TEST(SumWindowRowColumn, SumsInOrderOverTheCallersPixels)
     check_window_sums<Kel16s>({keliSumWindowRow_16s32f_C1R, keliSumWindowRow_16s32f_C3R, keliSumWindowRow_16s32f_C4R},
                               {keliSumWindowColumn_16s32f_C1R, keliSumWindowColumn_16s32f_C3R,
                                keliSumWindowColumn_16s32f_C4R});
+    // Destination rows that overlap (a step of one element): each row's sums stand on their
+    // own, and the later row's writes remain.
+    {
+        Framed<Kel8u> img(9, 4, 1);
+        kit::Rng random;
+        for (auto& v : img.data) v = random.any<Kel8u>();
+        Kel32f shared[12];
+        ASSERT_EQ(keliSumWindowColumn_8u32f_C1R(img.region(), img.step(), shared, 4, {9, 4}, 8, 3), kelStatusOk);
+        for (int k = 0; k < 12; ++k) {
+            const int y = std::min(k, 3), x = k - y;
+            float d = img.at(x, y - 3, 0);
+            for (int i = 1; i < 8; ++i) d += img.at(x, y - 3 + i, 0);
+            ASSERT_EQ(shared[k], d) << k;
+        }
+    }
     Kel8u s[4] = {};
     Kel32f d[4] = {};
     EXPECT_EQ(keliSumWindowRow_8u32f_C1R(s, 4, nullptr, 16, {1, 1}, 3, 1), kelStatusNullPtr);
