@@ -897,6 +897,24 @@ void Call::describe(const char* headline) const
     std::fprintf(stderr, "\n");
 }
 
+// The rows r in [0, rows) whose bytes [origin + r step, + rowBytes) meet [0, size), as a range
+// [first, end) (the rows of one step sign meet it in one run).
+static std::pair<__int128, __int128> rows_meeting(int64_t origin, int64_t step, int64_t rows, int64_t rowBytes,
+                                                  __int128 size)
+{
+    if (rows <= 0 || rowBytes <= 0) return {0, 0};
+    if (step == 0) return {0, origin < size && origin + rowBytes > 0 ? 1 : 0};
+    // floor(a / b) for b > 0.
+    const auto floor_div = [](__int128 a, __int128 b) { return a >= 0 ? a / b : -((-a + b - 1) / b); };
+    const __int128 s = step > 0 ? step : -__int128(step);
+    // With |step|: a row meets the buffer while lo < r |s| < hi, lo and hi as the sign gives.
+    const __int128 lo = step > 0 ? -__int128(rowBytes) - origin : origin - size;
+    const __int128 hi = step > 0 ? size - origin : origin + rowBytes;
+    const __int128 first = std::max<__int128>(0, floor_div(lo, s) + 1);
+    const __int128 end = std::min<__int128>(rows, floor_div(hi - 1, s) + 1);
+    return {first, std::max(first, end)};
+}
+
 void Call::run_checked()
 {
     // Any rounding mode, flush-to-zero and denormals-are-zero setting of the caller's.
@@ -953,8 +971,11 @@ void Call::run_checked()
         // Row positions in 128 bits: a step near 2^62 times a row number leaves 64 bits.
         std::vector<unsigned char> inside(w.buffer->size(), 0);
         const __int128 size = static_cast<__int128>(inside.size());
-        for (int64_t r = 0; r < w.rows; ++r) {
-            const __int128 at = static_cast<__int128>(w.origin) + static_cast<__int128>(r) * w.step;
+        // Only the rows that meet the buffer are walked: a region of 2^31 rows (accepted by a
+        // wide member with an empty width, say) would otherwise take the harness minutes.
+        const auto [first, end] = rows_meeting(w.origin, w.step, w.rows, w.row_bytes, size);
+        for (__int128 r = first; r < end; ++r) {
+            const __int128 at = static_cast<__int128>(w.origin) + r * w.step;
             const __int128 from = std::max<__int128>(at, 0), to = std::min<__int128>(at + w.row_bytes, size);
             for (__int128 k = from; k < to; ++k) inside[static_cast<size_t>(k)] = 1;
         }
