@@ -59,6 +59,9 @@ template <class T> inline __m128i widen4(const T* p)
     }
 }
 
+// Eight bytes in 16-bit lanes.
+inline __m128i widen8(const Kel8u* p) { return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+
 // While every partial sum is an integer below 2^24 in magnitude, each f32 addition is exact and
 // the ordered f32 sum is the integer sum: it may then be formed in integer lanes and converted
 // once, which gives the same bits.
@@ -72,12 +75,13 @@ template <class T> constexpr bool exact_in_f32(int mask)
 // the few taps cost no more.
 constexpr int kRunningFrom = 7;
 
-// Whether a row of one channel takes the running sum: bytes while a sum fits 16-bit lanes, the
-// wider types while the sums are exact in f32 (then exact in 32-bit lanes too).
+// Whether a mask is summed as a running sum: long enough, and with sums exact in f32 (then exact
+// in 32-bit lanes too). Byte rows also need the sums to fit their 16-bit lanes.
 template <class T> constexpr bool runs(int mask)
 {
-    return mask >= kRunningFrom && (sizeof(T) == 1 ? mask <= 257 : exact_in_f32<T>(mask));
+    return mask >= kRunningFrom && exact_in_f32<T>(mask);
 }
+template <class T> constexpr bool runs_along_row(int mask) { return runs<T>(mask) && (sizeof(T) > 1 || mask <= 257); }
 
 // One channel, n >= 1: out[0] directly, then out[e] = out[e - 1] + first[e - 1 + mask] -
 // first[e - 1], a vector at a time: the differences' prefix sums over the lanes plus the last
@@ -96,8 +100,7 @@ template <class T> void running_sums(const T* first, int mask, Kel32f* out, std:
     for (; e + L <= n; e += L) {
         const T* gone = first + e - 1;
         if constexpr (bytes) {
-            const auto eight = [](const Kel8u* p) { return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); };
-            __m128i v = _mm_sub_epi16(eight(gone + mask), eight(gone));
+            __m128i v = _mm_sub_epi16(widen8(gone + mask), widen8(gone));
             v = _mm_add_epi16(v, _mm_slli_si128(v, 2));
             v = _mm_add_epi16(v, _mm_slli_si128(v, 4));
             v = _mm_add_epi16(_mm_add_epi16(v, _mm_slli_si128(v, 8)), carry);
@@ -140,7 +143,7 @@ void slide_down(const Kel32f* above, const T* leaving, const T* entering, Kel32f
 template <class T> void sums(const T* first, std::int64_t stride, int mask, Kel32f* out, std::int64_t n)
 {
     std::int64_t e = 0;
-    if (stride == 1 && runs<T>(mask) && n >= 1) return running_sums(first, mask, out, n);
+    if (stride == 1 && runs_along_row<T>(mask) && n >= 1) return running_sums(first, mask, out, n);
     if (exact_in_f32<T>(mask)) {
         if constexpr (sizeof(T) == 1) {
             // Bytes: eight sums a turn in 16-bit lanes while 255 * mask fits them.
@@ -148,8 +151,7 @@ template <class T> void sums(const T* first, std::int64_t stride, int mask, Kel3
                 for (; e + 8 <= n; e += 8) {
                     __m128i s = _mm_setzero_si128();
                     for (int i = 0; i < mask; ++i)
-                        s = _mm_add_epi16(s, _mm_cvtepu8_epi16(_mm_loadl_epi64(
-                                                 reinterpret_cast<const __m128i*>(first + e + i * stride))));
+                        s = _mm_add_epi16(s, widen8(first + e + i * stride));
                     _mm_storeu_ps(out + e, _mm_cvtepi32_ps(_mm_cvtepu16_epi32(s)));
                     _mm_storeu_ps(out + e + 4, _mm_cvtepi32_ps(_mm_cvtepu16_epi32(_mm_srli_si128(s, 8))));
                 }
@@ -205,8 +207,7 @@ KelStatus sum_window_column(const T* pSrc, int srcStep, Kel32f* pDst, int dstSte
     const std::int64_t n = std::int64_t(roi.width) * C;
     // From the second row on, a long mask moves down as a running sum from the row above, while
     // the destination rows lie apart (the sum is read back from there).
-    const bool running = sum1d_detail::exact_in_f32<T>(maskSize) && maskSize >= sum1d_detail::kRunningFrom &&
-                         (dstStep >= 4 * n || dstStep <= -4 * n);
+    const bool running = sum1d_detail::runs<T>(maskSize) && (dstStep >= 4 * n || dstStep <= -4 * n);
     for (std::int64_t y = 0; y < roi.height; ++y) {
         const T* top = reinterpret_cast<const T*>(reinterpret_cast<const unsigned char*>(pSrc) +
                                                   (y - anchor) * std::int64_t(srcStep));
